@@ -1,0 +1,24 @@
+// libsetvault: the host's configuration store.
+//
+// This umbrella header brings the whole public API.
+//
+//   #include <setvault/setvault.h>
+//
+//   KorvoSetvault::StoreObject object(KorvoSetvault::SetvaultObjectId("vswitch", "net", "korvo"));
+//   object.SetValue("mtu", 9000);
+#ifndef SETVAULT_SETVAULT_H_
+#define SETVAULT_SETVAULT_H_
+
+// RapidJSON's configuration comes first (see the header's comment).
+#include "setvault/rapidjson_config.h"
+
+#include "setvault/error_codes.h"
+#include "setvault/exceptions.h"
+#include "setvault/export.h"
+#include "setvault/format.h"
+#include "setvault/json_doc.h"
+#include "setvault/logger.h"
+#include "setvault/object_id.h"
+#include "setvault/store_object.h"
+
+#endif  // SETVAULT_SETVAULT_H_

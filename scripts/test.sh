@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# test.sh: installs the dependencies, then builds and runs the whole test suite
+# twice: in a normal build and under AddressSanitizer + UBSan.
+set -euo pipefail
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+"${root}/scripts/install-deps.sh"
+
+run_suite() {
+  local build_dir="$1"
+  shift
+  "${root}/scripts/build.sh" "${build_dir}" "$@"
+  ctest --test-dir "${build_dir}" --output-on-failure -j "$(nproc)"
+}
+
+echo "== normal build =="
+run_suite "${root}/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo
+echo "== sanitizer build (ASan + UBSan) =="
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  run_suite "${root}/build-sanitize" -DCMAKE_BUILD_TYPE=Debug -DSETVAULT_SANITIZE=ON \
+  -DSETVAULT_BUILD_BENCHMARKS=OFF

@@ -1,0 +1,99 @@
+#include "setvault/json_doc.h"
+
+#include <rapidjson/filereadstream.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "platform/setvault_document.h"
+#include "setvault/exceptions.h"
+#include "setvault/logger.h"
+
+namespace KorvoSetvault {
+namespace {
+
+// Size of the buffer a file is read through.
+constexpr size_t kFileReadBufferSize = 64 * 1024;
+
+// Finds the first element of `array` that is an object whose member
+// `instance_key` is a string equal to `instance_id`.
+JsonValue* FindInstance(JsonValue& array, const std::string& instance_key,
+                        const std::string& instance_id) {
+  for (JsonValue& element : array.GetArray()) {
+    if (!element.IsObject()) continue;
+    auto member = element.FindMember(instance_key.c_str());
+    if (member == element.MemberEnd() || !member->value.IsString()) continue;
+    if (member->value.GetStringLength() == instance_id.size() &&
+        std::memcmp(member->value.GetString(), instance_id.data(), instance_id.size()) == 0) {
+      return &element;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+JsonDoc::JsonDoc(std::vector<JsonNode> path, std::shared_ptr<JsonAllocator> allocator,
+                 std::shared_ptr<JsonDocument> document)
+    : path_(std::move(path)), allocator_(std::move(allocator)), document_(std::move(document)) {}
+
+JsonValue* JsonDoc::GetJsonValuePtr() const {
+  JsonValue* current = document_.get();
+  for (const JsonNode& node : path_) {
+    if (!SetvaultDocument::ValueExists(*current, node.name.c_str())) {
+      SVLogger::Log(0, "Cannot find subobject %s", node.name.c_str());
+      throw SetvaultException(SV_ERR_GENERIC, "Subobject does not exists.");
+    }
+    current = &current->FindMember(node.name.c_str())->value;
+    if (current->IsArray()) {
+      JsonValue* element = FindInstance(*current, node.instanceKey, node.instanceId);
+      if (element == nullptr) {
+        SVLogger::Log(0, "Cannot find subobject instance %s=%s", node.instanceKey.c_str(),
+                      node.instanceId.c_str());
+        throw SetvaultException(SV_ERR_GENERIC, "Subobject instance does not exists.");
+      }
+      current = element;
+    }
+  }
+  return current;
+}
+
+std::shared_ptr<JsonDoc> JsonDoc::MakeView(JsonNode step) const {
+  std::vector<JsonNode> path = path_;
+  path.push_back(std::move(step));
+  return std::make_shared<JsonDoc>(std::move(path), allocator_, document_);
+}
+
+std::shared_ptr<JsonDoc> CreateDocument() {
+  auto allocator = std::make_shared<JsonAllocator>(kJsonChunkSize);
+  // The document keeps its allocator alive: it must be destroyed first.
+  std::shared_ptr<JsonDocument> document(
+      new JsonDocument(allocator.get(), kJsonParseStackSize),
+      [allocator](JsonDocument* doc) { delete doc; });
+  return std::make_shared<JsonDoc>(std::vector<JsonNode>(), std::move(allocator),
+                                   std::move(document));
+}
+
+std::shared_ptr<JsonDoc> CreateDocumentFromString(const std::string& text) {
+  std::shared_ptr<JsonDoc> doc = CreateDocument();
+  doc->GetDocument().Parse(text.c_str(), text.size());
+  if (doc->GetDocument().HasParseError()) {
+    ThrowException<InvalidArgumentException>(SV_ERR_JSON_PARSE);
+  }
+  return doc;
+}
+
+std::shared_ptr<JsonDoc> CreateDocumentFromFile(const std::string& path) {
+  std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+  if (!file) ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_FILE, path.c_str());
+  std::shared_ptr<JsonDoc> doc = CreateDocument();
+  std::vector<char> buffer(kFileReadBufferSize);
+  rapidjson::FileReadStream stream(file.get(), buffer.data(), buffer.size());
+  doc->GetDocument().ParseStream(stream);
+  if (doc->GetDocument().HasParseError() || std::ferror(file.get())) {
+    ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_FILE, path.c_str());
+  }
+  return doc;
+}
+
+}  // namespace KorvoSetvault
