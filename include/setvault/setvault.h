@@ -16,6 +16,7 @@
 #include "setvault/exceptions.h"
 #include "setvault/export.h"
 #include "setvault/format.h"
+#include "setvault/host_setup.h"
 #include "setvault/json_doc.h"
 #include "setvault/logger.h"
 #include "setvault/object_id.h"

@@ -1,0 +1,44 @@
+// Host set-up: where the store keeps its files.
+//
+// A host (daemon or tool) chooses the store database and the schema database
+// before it opens its first store. The library itself reads no environment
+// variable and no configuration file for this.
+//
+//   KorvoSetvault::SetStorePath("/var/lib/myhost/store.db");
+//   KorvoSetvault::SetSchemaStorePath("/var/lib/myhost/schema.db");
+//   auto store = KorvoSetvault::Setvault::GetStore("");
+//
+// Changing a path later makes each thread open its next connection on the new
+// file; connections already handed out keep their file.
+#ifndef SETVAULT_HOST_SETUP_H_
+#define SETVAULT_HOST_SETUP_H_
+
+#include <cstdint>
+#include <string>
+
+#include "setvault/export.h"
+
+namespace KorvoSetvault {
+
+// The default store database, used when the host sets none.
+SETVAULT_EXPORT extern const char kDefaultStorePath[];
+// The default schema database, used when the host sets none.
+SETVAULT_EXPORT extern const char kDefaultSchemaStorePath[];
+
+// Sets the store database file. Thread-safe.
+SETVAULT_EXPORT void SetStorePath(const std::string& path);
+// The store database file in force.
+SETVAULT_EXPORT std::string GetStorePath();
+
+// Sets the schema database file. Thread-safe.
+SETVAULT_EXPORT void SetSchemaStorePath(const std::string& path);
+// The schema database file in force.
+SETVAULT_EXPORT std::string GetSchemaStorePath();
+
+// A number that changes whenever either path is set; lets holders of open
+// connections notice that they refer to an old file.
+SETVAULT_EXPORT uint64_t GetStorePathGeneration();
+
+}  // namespace KorvoSetvault
+
+#endif  // SETVAULT_HOST_SETUP_H_
