@@ -20,6 +20,8 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/SetvaultConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/SetvaultConfigVersion.cmake
   DESTINATION ${SETVAULT_CMAKE_DIR})
 
+file(RELATIVE_PATH SETVAULT_PC_TO_INCLUDE
+  /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix/${CMAKE_INSTALL_INCLUDEDIR})
 configure_file(${PROJECT_SOURCE_DIR}/cmake/setvault.pc.in
   ${CMAKE_CURRENT_BINARY_DIR}/setvault.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/setvault.pc

@@ -1,7 +1,5 @@
 #include "setvault/json_doc.h"
 
-#include <rapidjson/filereadstream.h>
-
 #include <cstdio>
 #include <cstring>
 
@@ -12,8 +10,57 @@
 namespace KorvoSetvault {
 namespace {
 
-// Size of the buffer a file is read through.
-constexpr size_t kFileReadBufferSize = 64 * 1024;
+// Deepest nesting of arrays and objects a parsed text may have. RapidJSON's
+// parser, writer and copy are recursive; bounding the depth keeps hostile
+// input from exhausting the stack. Configuration never comes near it.
+constexpr int kMaxNestingDepth = 512;
+
+// True when the arrays and objects of `text` nest at most kMaxNestingDepth
+// deep. Brackets inside strings do not count. Invalid JSON is left to the
+// parser to report.
+bool NestingWithinLimit(const char* text, size_t length) {
+  int depth = 0;
+  bool in_string = false;
+  for (size_t i = 0; i < length; ++i) {
+    const char c = text[i];
+    if (in_string) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        in_string = false;
+      }
+    } else if (c == '"') {
+      in_string = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > kMaxNestingDepth) return false;
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+  return true;
+}
+
+// Parses `text` into a new document; false when it is not valid JSON, holds
+// a NUL byte or nests too deeply.
+bool ParseInto(const std::string& text, JsonDocument& document) {
+  // The parser stops at a NUL byte; JSON text never holds one raw.
+  if (text.find('\0') != std::string::npos) return false;
+  if (!NestingWithinLimit(text.data(), text.size())) return false;
+  document.Parse(text.c_str(), text.size());
+  return !document.HasParseError();
+}
+
+// Reads the whole file at `path`; false when it cannot be read.
+bool ReadFile(const std::string& path, std::string* content) {
+  std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+  if (!file) return false;
+  char buffer[64 * 1024];
+  size_t count;
+  while ((count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0) {
+    content->append(buffer, count);
+  }
+  return std::ferror(file.get()) == 0;
+}
 
 // Finds the first element of `array` that is an object whose member
 // `instance_key` is a string equal to `instance_id`.
@@ -76,21 +123,16 @@ std::shared_ptr<JsonDoc> CreateDocument() {
 
 std::shared_ptr<JsonDoc> CreateDocumentFromString(const std::string& text) {
   std::shared_ptr<JsonDoc> doc = CreateDocument();
-  doc->GetDocument().Parse(text.c_str(), text.size());
-  if (doc->GetDocument().HasParseError()) {
+  if (!ParseInto(text, doc->GetDocument())) {
     ThrowException<InvalidArgumentException>(SV_ERR_JSON_PARSE);
   }
   return doc;
 }
 
 std::shared_ptr<JsonDoc> CreateDocumentFromFile(const std::string& path) {
-  std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
-  if (!file) ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_FILE, path.c_str());
+  std::string content;
   std::shared_ptr<JsonDoc> doc = CreateDocument();
-  std::vector<char> buffer(kFileReadBufferSize);
-  rapidjson::FileReadStream stream(file.get(), buffer.data(), buffer.size());
-  doc->GetDocument().ParseStream(stream);
-  if (doc->GetDocument().HasParseError() || std::ferror(file.get())) {
+  if (!ReadFile(path, &content) || !ParseInto(content, doc->GetDocument())) {
     ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_FILE, path.c_str());
   }
   return doc;
