@@ -12,9 +12,11 @@
 // RapidJSON's configuration comes first (see the header's comment).
 #include "setvault/rapidjson_config.h"
 
+#include "setvault/drift_object.h"
 #include "setvault/error_codes.h"
 #include "setvault/exceptions.h"
 #include "setvault/export.h"
+#include "setvault/filter_spec_object.h"
 #include "setvault/format.h"
 #include "setvault/host_setup.h"
 #include "setvault/json_doc.h"

@@ -1,0 +1,115 @@
+#include "setvault/drift_object.h"
+
+#include <gtest/gtest.h>
+
+#include "model/drift_object_impl.h"
+#include "setvault/exceptions.h"
+#include "support/log_capture.h"
+
+namespace KorvoSetvault {
+namespace {
+
+using setvault_test::LogCapture;
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+const SetvaultObjectId kHost("host", "system", "korvo");
+
+int CodeOf(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const SetvaultException& e) {
+    return e.GetErrorCode();
+  }
+  return 0;
+}
+
+TEST(DriftObjectProperties, KeepMemberOrderAndOperations) {
+  LogCapture log;
+  auto drift = CreateDriftObject(kHost, R"({"a": 1, "b": "DELETE", "c": {"x": 1}, "d": "ADD"})",
+                                 "SET");
+  EXPECT_EQ(drift->Get(), (Pairs{{"a", "SET"}, {"b", "DELETE"}, {"c", "SET"}, {"d", "ADD"}}));
+  EXPECT_EQ(drift->GetOperation(), "SET");
+  EXPECT_EQ(drift->GetSetvaultObjectId(), kHost);
+  EXPECT_EQ(drift->GetData(), R"({"a":1,"b":"DELETE","c":{"x":1},"d":"ADD"})");
+}
+
+TEST(DriftObjectProperties, BadDescriptions) {
+  LogCapture log;
+  EXPECT_EQ(CodeOf([] { CreateDriftObject(kHost, "{not json", "SET"); }), 1080);
+  auto not_object = CreateDriftObject(kHost, "[1, 2]", "SET");
+  EXPECT_EQ(CodeOf([&] { not_object->Get(); }), 1082);
+}
+
+TEST(DriftObjectParts, SingletonSubObject) {
+  LogCapture log(0);
+  auto drift = CreateDriftObject(kHost, R"({"dns": {"servers": "SET", "domain": "DELETE"}})", "SET");
+  auto dns = drift->GetSubObject(SubObjectId("dns"));
+  ASSERT_NE(dns, nullptr);
+  EXPECT_EQ(dns->GetSetvaultObjectId(), SetvaultObjectId("dns", "system", "korvo"));
+  EXPECT_EQ(dns->GetOperation(), "SET");
+  EXPECT_EQ(dns->Get(), (Pairs{{"servers", "SET"}, {"domain", "DELETE"}}));
+
+  EXPECT_EQ(drift->GetSubObject(SubObjectId("ntp")), nullptr);
+  EXPECT_TRUE(log.Contains(0, "property ntp is not in drift"));
+  EXPECT_TRUE(drift->GetSubObjectInstances(SubObjectId("ntp")).empty());
+}
+
+TEST(DriftObjectParts, InstancesByInstanceId) {
+  LogCapture log(0);
+  auto drift = CreateDriftObject(kHost,
+                                 R"({"ports": [{"INSTANCEID": "p0", "mtu": 9000},
+                                               {"INSTANCEID": "p1", "speed": "DELETE"}],
+                                     "routes": "ADD", "vlans": "DELETE", "dns": {}})",
+                                 "SET");
+  auto p1 = drift->GetSubObject(SubObjectId("ports", "p1"));
+  ASSERT_NE(p1, nullptr);
+  EXPECT_EQ(p1->GetSetvaultObjectId(), SetvaultObjectId("ports", "system", "korvo", "p1"));
+  EXPECT_EQ(p1->Get(), (Pairs{{"INSTANCEID", "p1"}, {"speed", "DELETE"}}));
+
+  EXPECT_EQ(drift->GetSubObject(SubObjectId("ports", "p9")), nullptr);
+  EXPECT_TRUE(log.Contains(0, "subobject key ports id p9 is not in drift"));
+
+  auto added = drift->GetSubObject(SubObjectId("routes", "r1"));
+  ASSERT_NE(added, nullptr);
+  EXPECT_EQ(added->GetOperation(), "ADD");
+  EXPECT_EQ(drift->GetSubObject(SubObjectId("vlans", "v1"))->GetOperation(), "DELETE");
+
+  auto instances = drift->GetSubObjectInstances(SubObjectId("ports"));
+  ASSERT_EQ(instances.size(), 2u);
+  EXPECT_EQ(instances[0]->GetSetvaultObjectId().instanceId, "p0");
+  EXPECT_EQ(instances[1]->GetSetvaultObjectId().instanceId, "p1");
+  EXPECT_EQ(instances[0]->GetData(), R"({"INSTANCEID":"p0","mtu":9000})");
+
+  // Wrong shapes for the question asked.
+  EXPECT_EQ(CodeOf([&] { drift->GetSubObject(SubObjectId("ports")); }), 1048);
+  EXPECT_EQ(CodeOf([&] { drift->GetSubObject(SubObjectId("dns", "x")); }), 1049);
+  EXPECT_EQ(CodeOf([&] { drift->GetSubObjectInstances(SubObjectId("dns")); }), 1046);
+}
+
+TEST(DriftObjectParts, InstanceWithoutIdIsAJsonError) {
+  LogCapture log;
+  auto drift = CreateDriftObject(kHost, R"({"ports": [{"mtu": 1}]})", "SET");
+  EXPECT_EQ(CodeOf([&] { drift->GetSubObjectInstances(SubObjectId("ports")); }), 1082);
+}
+
+TEST(DriftObjectParts, PartsAreIndependentCopies) {
+  LogCapture log;
+  std::shared_ptr<DriftObject> dns;
+  {
+    auto drift = CreateDriftObject(kHost, R"({"dns": {"servers": "SET"}})", "SET");
+    dns = drift->GetSubObject(SubObjectId("dns"));
+  }
+  EXPECT_EQ(dns->GetData(), R"({"servers":"SET"})");
+}
+
+TEST(DriftObjectImplTest, CopiesADocument) {
+  LogCapture log;
+  auto source = CreateDocumentFromString(R"({"a": "DELETE"})");
+  DriftObjectImpl drift(kHost, "DELETE", *source->GetJsonValuePtr());
+  (*source->GetJsonValuePtr())["a"].SetString("SET");
+  EXPECT_EQ(drift.Get(), (Pairs{{"a", "DELETE"}}));
+  EXPECT_EQ(drift.GetOperation(), "DELETE");
+}
+
+}  // namespace
+}  // namespace KorvoSetvault
