@@ -1,0 +1,177 @@
+#include "platform/schema_database.h"
+
+#include <filesystem>
+
+#include "platform/schema_definition.h"
+#include "setvault/exceptions.h"
+
+namespace KorvoSchemaStore {
+namespace {
+
+constexpr int kBusyTimeoutMs = 3000;
+
+[[noreturn]] void Fail(const std::string& path, const std::string& what, sqlite3* db) {
+  std::string message = "Schema database " + path + ": " + what;
+  if (db != nullptr) message += ": " + std::string(sqlite3_errmsg(db));
+  throw KorvoSetvault::SetvaultException(KorvoSetvault::SV_ERR_GENERIC, message.c_str());
+}
+
+// Closes a connection when it goes out of scope.
+struct ConnectionCloser {
+  void operator()(sqlite3* db) const { sqlite3_close_v2(db); }
+};
+using Connection = std::unique_ptr<sqlite3, ConnectionCloser>;
+
+// Finalizes a statement when it goes out of scope.
+struct StatementFinalizer {
+  void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+};
+using Statement = std::unique_ptr<sqlite3_stmt, StatementFinalizer>;
+
+Statement Prepare(sqlite3* db, const char* sql, const std::string& path) {
+  sqlite3_stmt* statement = nullptr;
+  if (sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) != SQLITE_OK) {
+    Fail(path, "cannot prepare statement", db);
+  }
+  return Statement(statement);
+}
+
+void Exec(sqlite3* db, const char* sql, const std::string& path) {
+  if (sqlite3_exec(db, sql, nullptr, nullptr, nullptr) != SQLITE_OK) Fail(path, sql, db);
+}
+
+Connection OpenForWriting(const std::string& path) {
+  const std::filesystem::path parent = std::filesystem::path(path).parent_path();
+  std::error_code error;
+  if (!parent.empty()) std::filesystem::create_directories(parent, error);
+  if (error) Fail(path, "cannot create directory " + parent.string() + ": " + error.message(), nullptr);
+  sqlite3* db = nullptr;
+  const int rc =
+      sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+  Connection connection(db);
+  if (rc != SQLITE_OK) Fail(path, "cannot open", db);
+  sqlite3_busy_timeout(db, kBusyTimeoutMs);
+  return connection;
+}
+
+const char CREATE_SCHEMA_TABLE[] =
+    "CREATE TABLE IF NOT EXISTS SmartnicSchema ("
+    "Component TEXT NOT NULL, ConfigGroup TEXT NOT NULL, Name TEXT NOT NULL, "
+    "ValueType TEXT, Version TEXT NOT NULL, Definition TEXT NOT NULL, "
+    "PRIMARY KEY (Component, ConfigGroup, Name))";
+
+const char DELETE_ALL_SCHEMAS[] = "DELETE FROM SmartnicSchema";
+
+const char WRITE_SCHEMA[] =
+    "INSERT OR REPLACE INTO SmartnicSchema "
+    "(Component, ConfigGroup, Name, ValueType, Version, Definition) "
+    "VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
+
+void BindText(sqlite3_stmt* statement, int index, const std::string& text) {
+  sqlite3_bind_text(statement, index, text.data(), static_cast<int>(text.size()),
+                    SQLITE_TRANSIENT);
+}
+
+void InsertDefinition(sqlite3* db, sqlite3_stmt* statement, const SchemaDefinition& definition,
+                      const std::string& path) {
+  sqlite3_reset(statement);
+  BindText(statement, 1, definition.component);
+  BindText(statement, 2, definition.group);
+  BindText(statement, 3, definition.key);
+  if (definition.valueType.empty()) {
+    sqlite3_bind_null(statement, 4);
+  } else {
+    BindText(statement, 4, definition.valueType);
+  }
+  BindText(statement, 5, definition.version);
+  BindText(statement, 6, definition.text);
+  if (sqlite3_step(statement) != SQLITE_DONE) {
+    Fail(path, "cannot write the definition of " + definition.component + "/" +
+                   definition.group + "/" + definition.key, db);
+  }
+}
+
+void WriteAll(sqlite3* db, const std::vector<std::shared_ptr<const SchemaDefinition>>& definitions,
+              SchemaWriteMode mode, const std::string& path) {
+  Exec(db, CREATE_SCHEMA_TABLE, path);
+  if (mode == SchemaWriteMode::kReplaceAll) Exec(db, DELETE_ALL_SCHEMAS, path);
+  Statement insert = Prepare(db, WRITE_SCHEMA, path);
+  for (const auto& definition : definitions) InsertDefinition(db, insert.get(), *definition, path);
+}
+
+}  // namespace
+
+void WriteSchemaDefinitions(const std::string& path,
+                            const std::vector<std::shared_ptr<const SchemaDefinition>>& definitions,
+                            SchemaWriteMode mode) {
+  Connection connection = OpenForWriting(path);
+  sqlite3* db = connection.get();
+  Exec(db, "BEGIN IMMEDIATE", path);
+  try {
+    WriteAll(db, definitions, mode, path);
+    Exec(db, "COMMIT", path);
+  } catch (...) {
+    // Nothing of a failed load may stay; a rollback that fails leaves the
+    // transaction to be discarded when the connection closes.
+    sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+    throw;
+  }
+}
+
+SchemaDatabaseReader::SchemaDatabaseReader(const std::string& path) : path_(path) {
+  const int rc = sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READONLY, nullptr);
+  if (rc != SQLITE_OK) {
+    const std::string message = db_ != nullptr ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);
+    sqlite3_close_v2(db_);
+    db_ = nullptr;
+    Fail(path, "cannot open read-only: " + message, nullptr);
+  }
+  sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+}
+
+SchemaDatabaseReader::~SchemaDatabaseReader() { sqlite3_close_v2(db_); }
+
+const char READ_DATA_VERSION[] = "PRAGMA data_version";
+
+int64_t SchemaDatabaseReader::DataVersion() {
+  sqlite3_stmt* raw = nullptr;
+  if (sqlite3_prepare_v2(db_, READ_DATA_VERSION, -1, &raw, nullptr) != SQLITE_OK) return -1;
+  Statement statement(raw);
+  if (sqlite3_step(raw) != SQLITE_ROW) return -1;
+  return sqlite3_column_int64(raw, 0);
+}
+
+const char HAS_SCHEMA_TABLE[] =
+    "SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = 'SmartnicSchema'";
+
+const char READ_ALL_SCHEMAS[] =
+    "SELECT Component, ConfigGroup, Name, Definition FROM SmartnicSchema";
+
+namespace {
+
+std::string ColumnText(sqlite3_stmt* statement, int column) {
+  const unsigned char* text = sqlite3_column_text(statement, column);
+  if (text == nullptr) return std::string();
+  return std::string(reinterpret_cast<const char*>(text),
+                     static_cast<size_t>(sqlite3_column_bytes(statement, column)));
+}
+
+}  // namespace
+
+std::vector<SchemaRow> SchemaDatabaseReader::ReadAll() {
+  std::vector<SchemaRow> rows;
+  Statement has_table = Prepare(db_, HAS_SCHEMA_TABLE, path_);
+  const int has_rc = sqlite3_step(has_table.get());
+  if (has_rc == SQLITE_DONE) return rows;
+  if (has_rc != SQLITE_ROW) Fail(path_, "cannot read", db_);
+  Statement read = Prepare(db_, READ_ALL_SCHEMAS, path_);
+  int rc;
+  while ((rc = sqlite3_step(read.get())) == SQLITE_ROW) {
+    rows.push_back({ColumnText(read.get(), 0), ColumnText(read.get(), 1),
+                    ColumnText(read.get(), 2), ColumnText(read.get(), 3)});
+  }
+  if (rc != SQLITE_DONE) Fail(path_, "cannot read SmartnicSchema", db_);
+  return rows;
+}
+
+}  // namespace KorvoSchemaStore

@@ -1,0 +1,65 @@
+// The schema database: one SQLite file holding every type definition in the
+// table SmartnicSchema. The writer is used by the definition loader; the
+// reader is the schema store's own read-only connection.
+#ifndef SETVAULT_SRC_PLATFORM_SCHEMA_DATABASE_H_
+#define SETVAULT_SRC_PLATFORM_SCHEMA_DATABASE_H_
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace KorvoSchemaStore {
+
+struct SchemaDefinition;
+
+// How a load treats definitions already in the database.
+enum class SchemaWriteMode {
+  kReplaceAll,  // the database ends up holding exactly the new definitions
+  kMerge,       // new definitions replace those of the same type; others stay
+};
+
+// Writes `definitions` into the schema database at `path` in one transaction,
+// creating the file (and a missing parent directory) and the table when
+// needed. On any failure nothing is changed and SetvaultException 2000 is
+// thrown naming the path and SQLite's message.
+void WriteSchemaDefinitions(const std::string& path,
+                            const std::vector<std::shared_ptr<const SchemaDefinition>>& definitions,
+                            SchemaWriteMode mode);
+
+// One row of SmartnicSchema.
+struct SchemaRow {
+  std::string component;
+  std::string group;
+  std::string name;
+  std::string definition;
+};
+
+// A read-only connection to an existing schema database.
+class SchemaDatabaseReader {
+ public:
+  // Opens `path` read-only. Throws SetvaultException 2000 when it cannot.
+  explicit SchemaDatabaseReader(const std::string& path);
+  ~SchemaDatabaseReader();
+  SchemaDatabaseReader(const SchemaDatabaseReader&) = delete;
+  SchemaDatabaseReader& operator=(const SchemaDatabaseReader&) = delete;
+
+  // A number that changes when another connection commits to the file.
+  // Returns -1 when it cannot be read.
+  int64_t DataVersion();
+
+  // Every row of SmartnicSchema. A database without the table reads as no
+  // rows. Throws SetvaultException 2000 on a read failure.
+  std::vector<SchemaRow> ReadAll();
+
+ private:
+  sqlite3* db_ = nullptr;
+  std::string path_;
+};
+
+}  // namespace KorvoSchemaStore
+
+#endif  // SETVAULT_SRC_PLATFORM_SCHEMA_DATABASE_H_

@@ -1,0 +1,160 @@
+#include "platform/schema_store.h"
+
+#include <sys/stat.h>
+
+#include <mutex>
+
+#include "platform/schema_database.h"
+#include "platform/schema_definition.h"
+#include "setvault/exceptions.h"
+#include "setvault/host_setup.h"
+#include "setvault/logger.h"
+
+namespace KorvoSchemaStore {
+
+SchemaObjectCache::SchemaObjectCache(Map objects) : objects_(std::move(objects)) {}
+
+std::string SchemaObjectCache::MakeKey(const std::string& component, const std::string& group,
+                                       const std::string& key) {
+  // Names never hold a NUL, so the key is unambiguous.
+  std::string joined;
+  joined.reserve(component.size() + group.size() + key.size() + 2);
+  joined.append(component).push_back('\0');
+  joined.append(group).push_back('\0');
+  joined.append(key);
+  return joined;
+}
+
+std::shared_ptr<SchemaObject> SchemaObjectCache::GetSchemaObject(const std::string& component,
+                                                                 const std::string& group,
+                                                                 const std::string& key) const {
+  auto found = objects_.find(MakeKey(component, group, key));
+  return found == objects_.end() ? nullptr : found->second;
+}
+
+void SchemaObjectCache::ForEach(
+    const std::function<void(const std::shared_ptr<SchemaObject>&)>& visit) const {
+  for (const auto& entry : objects_) visit(entry.second);
+}
+
+SchemaStore::SchemaStore(std::shared_ptr<SchemaObjectCache> cache) : cache_(std::move(cache)) {}
+
+SchemaStore::~SchemaStore() = default;
+
+std::shared_ptr<SchemaObject> SchemaStore::GetSchemaObject(const std::string& component,
+                                                           const std::string& group,
+                                                           const std::string& key) {
+  return cache_->GetSchemaObject(component, group, key);
+}
+
+namespace {
+
+using KorvoSetvault::SVLogger;
+
+// Which file a path named at the last reading; a replaced file has another inode.
+struct FileIdentity {
+  bool exists = false;
+  dev_t device = 0;
+  ino_t inode = 0;
+
+  bool operator==(const FileIdentity& other) const {
+    return exists == other.exists && device == other.device && inode == other.inode;
+  }
+};
+
+FileIdentity IdentityOf(const std::string& path) {
+  FileIdentity identity;
+  struct stat info;
+  if (stat(path.c_str(), &info) == 0) {
+    identity.exists = true;
+    identity.device = info.st_dev;
+    identity.inode = info.st_ino;
+  }
+  return identity;
+}
+
+// The process-wide reading of the schema database.
+struct StoreState {
+  std::mutex mutex;
+  std::string path;
+  FileIdentity identity;
+  std::unique_ptr<SchemaDatabaseReader> reader;
+  int64_t dataVersion = -1;
+  std::shared_ptr<SchemaStore> store;
+};
+
+StoreState& State() {
+  static StoreState* state = new StoreState();  // leaked: used until process exit
+  return *state;
+}
+
+std::shared_ptr<SchemaObjectCache> BuildCache(const std::vector<SchemaRow>& rows) {
+  SchemaObjectCache::Map objects;
+  for (const SchemaRow& row : rows) {
+    const std::string origin =
+        "schema database row " + row.component + "/" + row.group + "/" + row.name;
+    try {
+      auto definition = ParseSchemaDefinition(row.definition, origin);
+      if (definition->component != row.component || definition->group != row.group ||
+          definition->key != row.name) {
+        SVLogger::Log(0, "%s: the definition names another type; skipped", origin.c_str());
+        continue;
+      }
+      objects[SchemaObjectCache::MakeKey(row.component, row.group, row.name)] =
+          std::make_shared<SchemaObject>(std::move(definition));
+    } catch (const KorvoSetvault::SetvaultException& e) {
+      SVLogger::Log(0, "Skipping unusable schema definition: %s", e.what());
+    }
+  }
+  return std::make_shared<SchemaObjectCache>(std::move(objects));
+}
+
+// Re-reads the schema database into a new store. Never throws but bad_alloc.
+void Reload(StoreState& state, const std::string& path, const FileIdentity& identity) {
+  const bool reopen = !state.reader || path != state.path || !(identity == state.identity);
+  state.path = path;
+  state.identity = identity;
+  std::vector<SchemaRow> rows;
+  try {
+    if (reopen) {
+      state.reader.reset();
+      state.dataVersion = -1;
+      if (identity.exists) state.reader = std::make_unique<SchemaDatabaseReader>(path);
+    }
+    if (state.reader) {
+      state.dataVersion = state.reader->DataVersion();
+      rows = state.reader->ReadAll();
+    } else {
+      SVLogger::Log(1, "Schema database %s does not exist: no configuration type is defined",
+                    path.c_str());
+    }
+  } catch (const KorvoSetvault::SetvaultException& e) {
+    SVLogger::Log(0, "Cannot read the schema database: %s", e.what());
+    state.reader.reset();
+  }
+  state.store = std::make_shared<SchemaStore>(BuildCache(rows));
+  SVLogger::Log(2, "Read %zu schema definitions from %s",
+                state.store->GetSchemaCache()->Size(), path.c_str());
+}
+
+bool NeedsReload(StoreState& state, const std::string& path, const FileIdentity& identity) {
+  if (!state.store || path != state.path || !(identity == state.identity)) return true;
+  return state.reader && state.reader->DataVersion() != state.dataVersion;
+}
+
+}  // namespace
+
+std::shared_ptr<SchemaStore> SchemaStore::GetStore(bool forceReload) {
+  StoreState& state = State();
+  const std::string path = KorvoSetvault::GetSchemaStorePath();
+  const FileIdentity identity = IdentityOf(path);
+  std::lock_guard<std::mutex> lock(state.mutex);
+  if (forceReload || NeedsReload(state, path, identity)) Reload(state, path, identity);
+  return state.store;
+}
+
+std::shared_ptr<SchemaObjectCache> SchemaStore::GetCache() {
+  return GetStore(false)->GetSchemaCache();
+}
+
+}  // namespace KorvoSchemaStore
