@@ -63,6 +63,11 @@ class SETVAULT_EXPORT JsonDoc {
   // element of an array carries the step's instance id.
   JsonValue* GetJsonValuePtr() const;
 
+  // The JSON Pointer (RFC 6901) of the value the path selects, from the
+  // document's root: "" for the root, array steps written as the element's
+  // current index. Throws as GetJsonValuePtr.
+  std::string GetJsonPointer() const;
+
   // A new view one step below this one, sharing the document.
   std::shared_ptr<JsonDoc> MakeView(JsonNode step) const;
 
@@ -71,6 +76,9 @@ class SETVAULT_EXPORT JsonDoc {
   JsonAllocator& GetAllocator() const { return *allocator_; }
 
  private:
+  // Walks the path; appends each step's pointer token to `tokens` when given.
+  JsonValue* Resolve(std::vector<std::string>* tokens) const;
+
   std::vector<JsonNode> path_;
   std::shared_ptr<JsonAllocator> allocator_;
   std::shared_ptr<JsonDocument> document_;

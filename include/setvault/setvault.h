@@ -22,6 +22,8 @@
 #include "setvault/json_doc.h"
 #include "setvault/logger.h"
 #include "setvault/object_id.h"
+#include "setvault/schema_setup.h"
+#include "setvault/setvault_object.h"
 #include "setvault/store_object.h"
 
 #endif  // SETVAULT_SETVAULT_H_

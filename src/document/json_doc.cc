@@ -62,20 +62,21 @@ bool ReadFile(const std::string& path, std::string* content) {
   return std::ferror(file.get()) == 0;
 }
 
-// Finds the first element of `array` that is an object whose member
-// `instance_key` is a string equal to `instance_id`.
-JsonValue* FindInstance(JsonValue& array, const std::string& instance_key,
-                        const std::string& instance_id) {
-  for (JsonValue& element : array.GetArray()) {
+// The position of the first element of `array` that is an object whose
+// member `instance_key` is a string equal to `instance_id`; -1 when none.
+long FindInstance(const JsonValue& array, const std::string& instance_key,
+                  const std::string& instance_id) {
+  for (rapidjson::SizeType i = 0; i < array.Size(); ++i) {
+    const JsonValue& element = array[i];
     if (!element.IsObject()) continue;
     auto member = element.FindMember(instance_key.c_str());
     if (member == element.MemberEnd() || !member->value.IsString()) continue;
     if (member->value.GetStringLength() == instance_id.size() &&
         std::memcmp(member->value.GetString(), instance_id.data(), instance_id.size()) == 0) {
-      return &element;
+      return static_cast<long>(i);
     }
   }
-  return nullptr;
+  return -1;
 }
 
 }  // namespace
@@ -84,7 +85,17 @@ JsonDoc::JsonDoc(std::vector<JsonNode> path, std::shared_ptr<JsonAllocator> allo
                  std::shared_ptr<JsonDocument> document)
     : path_(std::move(path)), allocator_(std::move(allocator)), document_(std::move(document)) {}
 
-JsonValue* JsonDoc::GetJsonValuePtr() const {
+JsonValue* JsonDoc::GetJsonValuePtr() const { return Resolve(nullptr); }
+
+std::string JsonDoc::GetJsonPointer() const {
+  std::vector<std::string> tokens;
+  Resolve(&tokens);
+  std::string pointer;
+  for (const std::string& token : tokens) pointer += "/" + SetvaultDocument::EscapePointerToken(token);
+  return pointer;
+}
+
+JsonValue* JsonDoc::Resolve(std::vector<std::string>* tokens) const {
   JsonValue* current = document_.get();
   for (const JsonNode& node : path_) {
     if (!SetvaultDocument::ValueExists(*current, node.name.c_str())) {
@@ -92,14 +103,16 @@ JsonValue* JsonDoc::GetJsonValuePtr() const {
       throw SetvaultException(SV_ERR_GENERIC, "Subobject does not exists.");
     }
     current = &current->FindMember(node.name.c_str())->value;
+    if (tokens != nullptr) tokens->push_back(node.name);
     if (current->IsArray()) {
-      JsonValue* element = FindInstance(*current, node.instanceKey, node.instanceId);
-      if (element == nullptr) {
+      const long position = FindInstance(*current, node.instanceKey, node.instanceId);
+      if (position < 0) {
         SVLogger::Log(0, "Cannot find subobject instance %s=%s", node.instanceKey.c_str(),
                       node.instanceId.c_str());
         throw SetvaultException(SV_ERR_GENERIC, "Subobject instance does not exists.");
       }
-      current = element;
+      current = &(*current)[static_cast<rapidjson::SizeType>(position)];
+      if (tokens != nullptr) tokens->push_back(std::to_string(position));
     }
   }
   return current;

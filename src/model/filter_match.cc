@@ -1,5 +1,6 @@
 #include "model/filter_match.h"
 
+#include "model/filter_spec_object_impl.h"
 #include "platform/setvault_document.h"
 #include "setvault/logger.h"
 
@@ -56,6 +57,8 @@ bool InstancesAreSubset(const JsonValue& object_array, const JsonValue& subset_a
 }
 
 }  // namespace
+
+const JsonValue& FilterData(const FilterSpecObject& filter) { return filter.GetImpl()->Root(); }
 
 bool svoMatchesFilter(const JsonValue& object, const JsonValue& filter) {
   for (const auto& member : filter.GetObject()) {

@@ -2,6 +2,10 @@
 #ifndef SETVAULT_SRC_MODEL_FILTER_MATCH_H_
 #define SETVAULT_SRC_MODEL_FILTER_MATCH_H_
 
+#include <memory>
+#include <vector>
+
+#include "setvault/filter_spec_object.h"
 #include "setvault/json_doc.h"
 
 namespace KorvoSetvault {
@@ -19,6 +23,25 @@ bool svoMatchesFilter(const JsonValue& object, const JsonValue& filter);
 // paired by instance id, in any order. The first difference is logged at
 // priority 0 and ends the test.
 bool IsSubsetBySchema(const JsonValue& object, const JsonValue& subset, const JsonValue& schema);
+
+// The data value of `filter` (its root object).
+const JsonValue& FilterData(const FilterSpecObject& filter);
+
+// The elements of `objects` whose data (`data_of(object)`) match `filter`, in
+// input order; all of them for no filter or an empty one. Null elements are
+// dropped when filtering.
+template <typename Object, typename DataOf>
+std::vector<Object> KeepMatching(const std::vector<Object>& objects,
+                                 const std::shared_ptr<FilterSpecObject>& filter,
+                                 DataOf data_of) {
+  if (!filter || filter->IsEmpty()) return objects;
+  const JsonValue& wanted = FilterData(*filter);
+  std::vector<Object> matching;
+  for (const Object& object : objects) {
+    if (object && svoMatchesFilter(data_of(*object), wanted)) matching.push_back(object);
+  }
+  return matching;
+}
 
 }  // namespace KorvoSetvault
 

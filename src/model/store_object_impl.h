@@ -39,7 +39,8 @@ class StoreObjectImpl {
   JsonAllocator& Allocator() const { return document_->GetAllocator(); }
 
   void SetData(const char* json);
-  std::string GetData() const;
+  // The data as compact JSON text.
+  virtual std::string GetData() const;
   bool IsEmpty() const;
   bool CheckKey(const char* key) const;
   void Remove(const char* key);

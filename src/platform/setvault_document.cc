@@ -35,6 +35,21 @@ bool SetvaultDocument::ValuesEqual(const JsonValue& a, const JsonValue& b) {
   return a == b;
 }
 
+std::string SetvaultDocument::EscapePointerToken(const std::string& token) {
+  std::string escaped;
+  escaped.reserve(token.size());
+  for (char c : token) {
+    if (c == '~') {
+      escaped += "~0";
+    } else if (c == '/') {
+      escaped += "~1";
+    } else {
+      escaped += c;
+    }
+  }
+  return escaped;
+}
+
 std::string SetvaultDocument::SerializeValue(const JsonValue& value) {
   rapidjson::StringBuffer buffer;
   rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);

@@ -18,6 +18,9 @@ class SetvaultDocument {
   // regardless of order, numbers by value.
   static bool ValuesEqual(const JsonValue& a, const JsonValue& b);
 
+  // `token` escaped for a JSON Pointer: "~" as "~0", "/" as "~1".
+  static std::string EscapePointerToken(const std::string& token);
+
   // Compact JSON text of `value`. Throws SetvaultException 2000 when the value
   // holds NaN or an infinity.
   static std::string SerializeValue(const JsonValue& value);
