@@ -1,0 +1,128 @@
+#include "db/row_readers.h"
+
+#include <cstdlib>
+
+#include "db/row_callbacks.h"
+#include "model/setvault_object_impl.h"
+#include "model/update_merge.h"
+#include "platform/upgrade_ctx.h"
+#include "setvault/exceptions.h"
+
+namespace KorvoSetvault {
+
+const char kVersionColumn[] = "Version";
+const char kSuccessColumn[] = "Success";
+const char kIdentifierColumn[] = "Identifier";
+const char kUserValueColumn[] = "UserValue";
+const char kVitalValueColumn[] = "VitalValue";
+const char kCachedValueColumn[] = "CachedValue";
+const char kAutoConfValueColumn[] = "AutoConfValue";
+const char kDesiredValueColumn[] = "DesiredValue";
+const char kValueColumn[] = "Value";
+const char kCreationTimeColumn[] = "CreationTime";
+const char kModifiedTimeColumn[] = "ModifiedTime";
+const char kRevisionColumn[] = "Revision";
+
+namespace {
+
+// Buckets a single-row map starts with: one per column a read selects.
+constexpr size_t kRowBuckets = 14;
+
+std::string ColumnOrEmpty(const StoreRow& row, const char* column) {
+  auto found = row.find(column);
+  return found == row.end() ? std::string() : found->second;
+}
+
+[[noreturn]] void ThrowReadFailure(const char* what, const SetvaultObjectId& id) {
+  throw SetvaultException(SV_ERR_GENERIC, (what + id.toString()).c_str());
+}
+
+}  // namespace
+
+StoreRow ReadStoreRow(const SetvaultObjectId& id, const ConnectionPtr& conn,
+                      const KeyStatement4& statement) {
+  StoreRow row(kRowBuckets);
+  DBStore::StmtPtr stmt = statement.PrepareAndBind(conn, id.key, id.group, id.component,
+                                                   id.instanceId);
+  if (DBStore::ExecuteStmt(conn, stmt, RowIntoMapCallback, &row, DBStore::kBusyTimeoutMs) == 1) {
+    ThrowReadFailure("Get failed: ", id);
+  }
+  return row;
+}
+
+StoreRows ReadStoreRows(const SetvaultObjectId& id, const ConnectionPtr& conn,
+                        const KeyStatement3& statement) {
+  StoreRows rows = std::make_shared<std::vector<std::shared_ptr<StoreRow>>>();
+  DBStore::StmtPtr stmt = statement.PrepareAndBind(conn, id.key, id.group, id.component);
+  if (DBStore::ExecuteStmt(conn, stmt, RowAppendedCallback, &rows, DBStore::kBusyTimeoutMs) == 1) {
+    ThrowReadFailure("Read Instances failed for: ", id);
+  }
+  return rows;
+}
+
+StoreRows ReadAllRows(const ConnectionPtr& conn, const DBStore::StmtPtr& statement) {
+  StoreRows rows = std::make_shared<std::vector<std::shared_ptr<StoreRow>>>();
+  if (DBStore::ExecuteStmt(conn, statement, RowAppendedCallback, &rows,
+                           DBStore::kBusyTimeoutMs) == 1) {
+    throw SetvaultException(SV_ERR_GENERIC, "Get store rows failed.");
+  }
+  return rows;
+}
+
+ObjectPtr RowToObject(const StoreRow& row, const char* column, const SetvaultObjectId& id,
+                      const SchemaPtr& schema) {
+  auto value = row.find(column);
+  if (value == row.end()) return nullptr;
+  SetvaultObjectImpl::Parts parts;
+  parts.id = id;
+  parts.document = CreateDocumentFromString(value->second);
+  parts.schema = schema;
+  parts.loadSchema = true;
+  parts.metadata.version = ColumnOrEmpty(row, kVersionColumn);
+  parts.metadata.creationTime = ColumnOrEmpty(row, kCreationTimeColumn);
+  parts.metadata.modifiedTime = ColumnOrEmpty(row, kModifiedTimeColumn);
+  parts.metadata.revision =
+      static_cast<int32_t>(std::strtol(ColumnOrEmpty(row, kRevisionColumn).c_str(), nullptr, 10));
+  return std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(std::move(parts)));
+}
+
+ObjectPtr RowToConfirmedUserObject(const StoreRow& row, const SetvaultObjectId& id,
+                                   const SchemaPtr& schema) {
+  auto success = row.find(kSuccessColumn);
+  if (success == row.end() || success->second != "1") return nullptr;
+  return RowToObject(row, kUserValueColumn, id, schema);
+}
+
+ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
+                                 const SchemaPtr& schema) {
+  if (GetUpgradeCtx() == 0) return RowToConfirmedUserObject(row, id, schema);
+  const bool has_desired = row.find(kDesiredValueColumn) != row.end();
+  return RowToObject(row, has_desired ? kDesiredValueColumn : kUserValueColumn, id, schema);
+}
+
+ObjectPtr MergeConfig(ObjectPtr base, const ObjectPtr& first, const ObjectPtr& second,
+                      const ObjectPtr& third) {
+  if (!base) {
+    const ObjectPtr& model = first ? first : second ? second : third;
+    if (!model) return nullptr;
+    const SetvaultObjectImpl& impl = *model->GetImpl();
+    SetvaultObjectImpl::Parts parts;
+    parts.id = impl.GetSetvaultObjectId();
+    parts.schema = impl.GetSchema();
+    parts.metadata = impl.GetMetadata();
+    parts.idMap = impl.GetIdMap();
+    parts.defaults = impl.GetDefaults();
+    base = std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(std::move(parts)));
+  }
+  UpdateConfigInternal(first, base);
+  UpdateConfigInternal(second, base);
+  UpdateConfigInternal(third, base);
+  return base;
+}
+
+SetvaultObjectId InstanceIdOfRow(const StoreRow& row, const SetvaultObjectId& type) {
+  return SetvaultObjectId(type.key, type.group, type.component,
+                          ColumnOrEmpty(row, kIdentifierColumn));
+}
+
+}  // namespace KorvoSetvault

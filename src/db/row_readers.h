@@ -1,0 +1,73 @@
+// Shared steps of every read: running a statement into rows, turning a value
+// column of a row into an object, and merging the parts of one row.
+#ifndef SETVAULT_SRC_DB_ROW_READERS_H_
+#define SETVAULT_SRC_DB_ROW_READERS_H_
+
+#include <memory>
+#include <string>
+
+#include "db/statements.h"
+#include "db/store_row.h"
+#include "platform/db_store.h"
+#include "platform/schema_store.h"
+#include "setvault/setvault_object.h"
+
+namespace KorvoSetvault {
+
+using ConnectionPtr = std::shared_ptr<DBStore::StoreConnection>;
+using SchemaPtr = std::shared_ptr<KorvoSchemaStore::SchemaObject>;
+using ObjectPtr = std::shared_ptr<SetvaultObject>;
+
+// Column names of Config rows, as the readers see them.
+extern const char kVersionColumn[];
+extern const char kSuccessColumn[];
+extern const char kIdentifierColumn[];
+extern const char kUserValueColumn[];
+extern const char kVitalValueColumn[];
+extern const char kCachedValueColumn[];
+extern const char kAutoConfValueColumn[];
+extern const char kDesiredValueColumn[];
+extern const char kValueColumn[];  // the alias of default and desired values
+extern const char kCreationTimeColumn[];
+extern const char kModifiedTimeColumn[];
+extern const char kRevisionColumn[];
+
+// Runs `statement` bound with the id's key, group, component and instance id
+// into one row; an empty row when nothing matches. Throws SetvaultException
+// 2000 "Get failed: <id>" when the statement fails.
+StoreRow ReadStoreRow(const SetvaultObjectId& id, const ConnectionPtr& conn,
+                      const KeyStatement4& statement);
+// Runs `statement` bound with the id's key, group and component into rows.
+// Throws 2000 "Read Instances failed for: <id>" when it fails.
+StoreRows ReadStoreRows(const SetvaultObjectId& id, const ConnectionPtr& conn,
+                        const KeyStatement3& statement);
+// Runs a prepared statement into rows. Throws 2000 "Get store rows failed."
+// when it fails (an empty statement fails).
+StoreRows ReadAllRows(const ConnectionPtr& conn, const DBStore::StmtPtr& statement);
+
+// The object held in `column` of `row`, with the row's version, times and
+// revision; empty when the column is NULL. Throws InvalidArgumentException
+// 1080 when the stored text is not JSON.
+ObjectPtr RowToObject(const StoreRow& row, const char* column, const SetvaultObjectId& id,
+                      const SchemaPtr& schema);
+// The user value when the row's Success is "1"; empty otherwise.
+ObjectPtr RowToConfirmedUserObject(const StoreRow& row, const SetvaultObjectId& id,
+                                   const SchemaPtr& schema);
+// During an upgrade the desired value (or the user value when none is
+// stored); otherwise the confirmed user value.
+ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
+                                 const SchemaPtr& schema);
+
+// Applies `first`, `second` and `third` onto `base` in that order with the
+// update merge and returns the result; empty parts count as empty objects.
+// Empty when all four are empty. When `base` is empty the result is a new
+// object with the metadata of the first part present.
+ObjectPtr MergeConfig(ObjectPtr base, const ObjectPtr& first, const ObjectPtr& second,
+                      const ObjectPtr& third);
+
+// The instance id of an instance row (its "Identifier"), as an id of `type`.
+SetvaultObjectId InstanceIdOfRow(const StoreRow& row, const SetvaultObjectId& type);
+
+}  // namespace KorvoSetvault
+
+#endif  // SETVAULT_SRC_DB_ROW_READERS_H_
