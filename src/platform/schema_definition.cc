@@ -18,11 +18,20 @@ const char kRebootRequiredTag[] = "@rebootRequiredSetvault";
 
 namespace {
 
-const std::set<std::string> kKnownMembers = {
-    "component", "group",    "key",      "version",
-    "description", "instanceIdProperty", "tags", "configKind",
-    "nonUserInstanceIds", "valueType", "confirmedDuringUpgrade", "currentValueDuringBoot",
-    "defaults", "schema"};
+const std::set<std::string> kKnownMembers = {"component",
+                                             "group",
+                                             "key",
+                                             "version",
+                                             "description",
+                                             "instanceIdProperty",
+                                             "tags",
+                                             "configKind",
+                                             "nonUserInstanceIds",
+                                             "valueType",
+                                             "confirmedDuringUpgrade",
+                                             "currentValueDuringBoot",
+                                             "defaults",
+                                             "schema"};
 
 // The boolean markers a schema node may carry.
 const char* const kNodeFlags[] = {"vital", "cached", "solutionUser", "generatedInstanceId"};
@@ -168,7 +177,9 @@ class DefinitionChecker {
     }
     if (Has(node, "properties")) {
       const JsonValue& properties = node["properties"];
-      if (!properties.IsObject()) Fail("schema node " + where + ": \"properties\" must be an object");
+      if (!properties.IsObject()) {
+        Fail("schema node " + where + ": \"properties\" must be an object");
+      }
       for (const auto& property : properties.GetObject()) {
         const std::string name(property.name.GetString(), property.name.GetStringLength());
         const std::string path = where + "/properties/" + name;
@@ -255,8 +266,8 @@ std::shared_ptr<const SchemaDefinition> ParseSchemaDefinition(const std::string&
   if (document.HasParseError()) {
     throw KorvoSetvault::SetvaultException(
         KorvoSetvault::SV_ERR_GENERIC,
-        (origin + ": not valid JSON at offset " + std::to_string(document.GetErrorOffset()) +
-         ": " + rapidjson::GetParseError_En(document.GetParseError()))
+        (origin + ": not valid JSON at offset " + std::to_string(document.GetErrorOffset()) + ": " +
+         rapidjson::GetParseError_En(document.GetParseError()))
             .c_str());
   }
   definition->idMap = KorvoSetvault::CreateDocument();

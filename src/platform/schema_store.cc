@@ -133,8 +133,8 @@ void Reload(StoreState& state, const std::string& path, const FileIdentity& iden
     state.reader.reset();
   }
   state.store = std::make_shared<SchemaStore>(BuildCache(rows));
-  SVLogger::Log(2, "Read %zu schema definitions from %s",
-                state.store->GetSchemaCache()->Size(), path.c_str());
+  SVLogger::Log(2, "Read %zu schema definitions from %s", state.store->GetSchemaCache()->Size(),
+                path.c_str());
 }
 
 bool NeedsReload(StoreState& state, const std::string& path, const FileIdentity& identity) {

@@ -39,8 +39,8 @@ class SchemaDocumentTest : public ::testing::Test {
   // Generates the schema of `text` into schema_ and its findings into result_.
   void Generate(const std::string& text) {
     document_ = CreateDocumentFromString(text);
-    GenerateSchemaDocument(document_->GetDocument(), SchemaStore::GetCache(), schema_->GetDocument(),
-                           result_->GetDocument());
+    GenerateSchemaDocument(document_->GetDocument(), SchemaStore::GetCache(),
+                           schema_->GetDocument(), result_->GetDocument());
   }
   const JsonValue& Schema() { return schema_->GetDocument(); }
   const JsonValue& Result() { return result_->GetDocument(); }
@@ -86,8 +86,8 @@ TEST_F(SchemaDocumentTest, UnknownTypesAreFindingsWithTheirPointer) {
   // The unknown key accepts anything, so the finding is its only report.
   EXPECT_EQ(Serialize(Schema()["properties"]["korvo"]["properties"]["net"]["properties"]["bridge"]),
             "{}");
-  EXPECT_TRUE(Schema()["properties"]["korvo"]["properties"]["net"]["properties"]["vswitch"]
-                  .IsObject());
+  EXPECT_TRUE(
+      Schema()["properties"]["korvo"]["properties"]["net"]["properties"]["vswitch"].IsObject());
 }
 
 TEST_F(SchemaDocumentTest, FindingsAreAppendedToAnExistingResult) {
@@ -207,14 +207,14 @@ TEST(AddObjectTest, RefusesMixingSingletonsAndInstancesUnderOneKey) {
   JsonValue second(rapidjson::kObjectType);
   SetvaultDocument::AddObject(root, "korvo", "net", "vswitch", "vs0", second, allocator);
   JsonValue singleton(rapidjson::kObjectType);
-  EXPECT_THROW(SetvaultDocument::AddObject(root, "korvo", "net", "vswitch", "", singleton,
-                                           allocator),
-               KorvoSetvault::SetvaultException);
+  EXPECT_THROW(
+      SetvaultDocument::AddObject(root, "korvo", "net", "vswitch", "", singleton, allocator),
+      KorvoSetvault::SetvaultException);
   root["korvo"].AddMember("storage", 5, allocator);
   JsonValue third(rapidjson::kObjectType);
-  EXPECT_THROW(SetvaultDocument::AddObject(root, "korvo", "storage", "datastore", "d", third,
-                                           allocator),
-               KorvoSetvault::SetvaultException);
+  EXPECT_THROW(
+      SetvaultDocument::AddObject(root, "korvo", "storage", "datastore", "d", third, allocator),
+      KorvoSetvault::SetvaultException);
   EXPECT_EQ(Serialize(root), R"({"korvo":{"net":{"dns":{},"vswitch":[{}]},"storage":5}})");
 }
 

@@ -223,14 +223,16 @@ TEST_F(SchemaStoreTest, UnusableRowsAreSkippedAndLogged) {
   KorvoSetvault::LoadSchemaDefinitions(dir_.path());
   Execute(database_,
           "INSERT INTO SmartnicSchema VALUES ('korvo','test','broken',NULL,'1','{not json'),"
-          "('korvo','test','alias',NULL,'1','" + Minimal("first") + "')");
+          "('korvo','test','alias',NULL,'1','" +
+              Minimal("first") + "')");
   setvault_test::LogCapture log;
   EXPECT_NE(Lookup("korvo", "test", "first"), nullptr);
   EXPECT_EQ(Lookup("korvo", "test", "broken"), nullptr);
   EXPECT_EQ(Lookup("korvo", "test", "alias"), nullptr);
   EXPECT_EQ(log.CountStartingWith(
-                0, "Skipping unusable schema definition: schema database row korvo/test/broken: "
-                   "not valid JSON"),
+                0,
+                "Skipping unusable schema definition: schema database row korvo/test/broken: "
+                "not valid JSON"),
             1);
 }
 
