@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -242,6 +245,27 @@ TEST_F(SchemaStoreTest, DatabaseWithoutTableReadsAsEmpty) {
   dir_.WriteFile("a.json", Minimal("first"));
   KorvoSetvault::LoadSchemaDefinitions(dir_.path());
   EXPECT_NE(Lookup("korvo", "test", "first"), nullptr);
+}
+
+TEST_F(SchemaStoreTest, ForcedReloadAndForkedChildReadAgain) {
+  dir_.WriteFile("a.json", Minimal("first"));
+  KorvoSetvault::LoadSchemaDefinitions(dir_.path());
+  auto before = SchemaStore::GetStore(false);
+  auto forced = SchemaStore::GetStore(true);
+  EXPECT_NE(forced, before);
+  EXPECT_NE(forced->GetSchemaObject("korvo", "test", "first"), nullptr);
+
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // The child reads through a connection of its own, not the parent's.
+    auto own = SchemaStore::GetStore(false);
+    _exit(own != forced && own->GetSchemaObject("korvo", "test", "first") != nullptr ? 0 : 1);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  EXPECT_EQ(SchemaStore::GetStore(false), forced);
 }
 
 // A stand-in type as tests of other parts write them.
