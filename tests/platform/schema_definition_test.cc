@@ -136,7 +136,7 @@ INSTANTIATE_TEST_SUITE_P(
                           "type":"object","properties":{"name":{"type":"string"}}}}}})"),
                     "instances of \"ports\" are told apart by \"id\" in one place and by "
                     "\"name\" in another"}),
-    [](const ::testing::TestParamInfo<RefusalCase>& info) { return info.param.name; });
+    [](const ::testing::TestParamInfo<RefusalCase>& test) { return test.param.name; });
 
 TEST(SchemaDefinitionTest, AcceptedDefinitionKeepsItsMembers) {
   auto definition =
