@@ -175,6 +175,7 @@ class DefinitionChecker {
         Fail("schema node " + where + ": \"" + flag + "\" must be true or false");
       }
     }
+    if (Has(node, "type")) CheckType(node["type"], where);
     if (Has(node, "properties")) {
       const JsonValue& properties = node["properties"];
       if (!properties.IsObject()) {
@@ -188,6 +189,21 @@ class DefinitionChecker {
       }
     }
     if (Has(node, "items") && node["items"].IsObject()) CheckNode(node["items"], where + "/items");
+  }
+
+  // "type" is one JSON type name or a list of them.
+  void CheckType(const JsonValue& type, const std::string& where) const {
+    static const std::set<std::string> kTypeNames = {"object",  "array",   "string", "number",
+                                                     "integer", "boolean", "null"};
+    const auto known = [](const JsonValue& name) {
+      return name.IsString() && kTypeNames.count(name.GetString()) != 0;
+    };
+    bool valid = known(type);
+    if (type.IsArray()) {
+      valid = !type.Empty();
+      for (const JsonValue& name : type.GetArray()) valid = valid && known(name);
+    }
+    if (!valid) Fail("schema node " + where + ": \"type\" must name JSON types");
   }
 
   // Checks the instance-id markers of the property `name` and records its id map entry.

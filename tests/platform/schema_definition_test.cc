@@ -102,6 +102,10 @@ INSTANTIATE_TEST_SUITE_P(
         RefusalCase{"VitalNotBool",
                     Definition("", R"({"properties":{"a":{"type":"string","vital":"true"}}})"),
                     "schema node /schema/properties/a: \"vital\" must be true or false"},
+        RefusalCase{"UnknownTypeName", Definition("", R"({"properties":{"a":{"type":"strng"}}})"),
+                    "schema node /schema/properties/a: \"type\" must name JSON types"},
+        RefusalCase{"TypeListWithNumber", Definition("", R"({"type":["object", 1]})"),
+                    "schema node /schema: \"type\" must name JSON types"},
         RefusalCase{"PropertyNotObject", Definition("", R"({"properties":{"a":true}})"),
                     "schema node /schema/properties/a must be a JSON object"},
         RefusalCase{"VitalAndCached", Definition("", R"({"vital":true,"cached":true})"),
@@ -139,16 +143,17 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<RefusalCase>& test) { return test.param.name; });
 
 TEST(SchemaDefinitionTest, AcceptedDefinitionKeepsItsMembers) {
-  auto definition =
-      ParseSchemaDefinition(Definition(R"("instanceIdProperty":"name","tags":["@x"],"configKind":5,
+  auto definition = ParseSchemaDefinition(
+      Definition(R"("instanceIdProperty":"name","tags":["@x"],"configKind":5,
                  "nonUserInstanceIds":["up0"],"valueType":"korvo-shared",
                  "currentValueDuringBoot":true,"defaults":{"mtu":1500})",
-                                       R"({"type":"object","properties":{"name":{"type":"string"},
+                 R"({"type":"object","properties":{"name":{"type":["string","null"]},
                    "pg":{"type":"array","instanceIdProperty":"pgName","items":{"type":"object",
                      "properties":{"pgName":{"type":"string"},
                        "rules":{"type":"array","generatedInstanceId":true,"items":{
-                         "type":"object","properties":{"sv_generated_id":{"type":"string"}}}}}}}}})"),
-                            "ok.json");
+                         "type":"object",
+                         "properties":{"sv_generated_id":{"type":"string"}}}}}}}}})"),
+      "ok.json");
   EXPECT_EQ(definition->component, "korvo");
   EXPECT_EQ(definition->group, "net");
   EXPECT_EQ(definition->key, "vswitch");
