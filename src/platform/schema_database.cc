@@ -44,7 +44,8 @@ Connection OpenForWriting(const std::string& path) {
   const std::filesystem::path parent = std::filesystem::path(path).parent_path();
   std::error_code error;
   if (!parent.empty()) std::filesystem::create_directories(parent, error);
-  if (error) Fail(path, "cannot create directory " + parent.string() + ": " + error.message(), nullptr);
+  if (error)
+    Fail(path, "cannot create directory " + parent.string() + ": " + error.message(), nullptr);
   sqlite3* db = nullptr;
   const int rc =
       sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
@@ -68,8 +69,7 @@ const char WRITE_SCHEMA[] =
     "VALUES (?1, ?2, ?3, ?4, ?5, ?6)";
 
 void BindText(sqlite3_stmt* statement, int index, const std::string& text) {
-  sqlite3_bind_text(statement, index, text.data(), static_cast<int>(text.size()),
-                    SQLITE_TRANSIENT);
+  sqlite3_bind_text(statement, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
 }
 
 void InsertDefinition(sqlite3* db, sqlite3_stmt* statement, const SchemaDefinition& definition,
@@ -86,8 +86,10 @@ void InsertDefinition(sqlite3* db, sqlite3_stmt* statement, const SchemaDefiniti
   BindText(statement, 5, definition.version);
   BindText(statement, 6, definition.text);
   if (sqlite3_step(statement) != SQLITE_DONE) {
-    Fail(path, "cannot write the definition of " + definition.component + "/" +
-                   definition.group + "/" + definition.key, db);
+    Fail(path,
+         "cannot write the definition of " + definition.component + "/" + definition.group + "/" +
+             definition.key,
+         db);
   }
 }
 
@@ -129,16 +131,23 @@ SchemaDatabaseReader::SchemaDatabaseReader(const std::string& path) : path_(path
   sqlite3_busy_timeout(db_, kBusyTimeoutMs);
 }
 
-SchemaDatabaseReader::~SchemaDatabaseReader() { sqlite3_close_v2(db_); }
+SchemaDatabaseReader::~SchemaDatabaseReader() {
+  sqlite3_finalize(data_version_);
+  sqlite3_close_v2(db_);
+}
 
 const char READ_DATA_VERSION[] = "PRAGMA data_version";
 
 int64_t SchemaDatabaseReader::DataVersion() {
-  sqlite3_stmt* raw = nullptr;
-  if (sqlite3_prepare_v2(db_, READ_DATA_VERSION, -1, &raw, nullptr) != SQLITE_OK) return -1;
-  Statement statement(raw);
-  if (sqlite3_step(raw) != SQLITE_ROW) return -1;
-  return sqlite3_column_int64(raw, 0);
+  // Asked on every schema store lookup: the statement is prepared once.
+  if (data_version_ == nullptr &&
+      sqlite3_prepare_v2(db_, READ_DATA_VERSION, -1, &data_version_, nullptr) != SQLITE_OK) {
+    return -1;
+  }
+  int64_t version = -1;
+  if (sqlite3_step(data_version_) == SQLITE_ROW) version = sqlite3_column_int64(data_version_, 0);
+  sqlite3_reset(data_version_);
+  return version;
 }
 
 const char HAS_SCHEMA_TABLE[] =
@@ -167,8 +176,8 @@ std::vector<SchemaRow> SchemaDatabaseReader::ReadAll() {
   Statement read = Prepare(db_, READ_ALL_SCHEMAS, path_);
   int rc;
   while ((rc = sqlite3_step(read.get())) == SQLITE_ROW) {
-    rows.push_back({ColumnText(read.get(), 0), ColumnText(read.get(), 1),
-                    ColumnText(read.get(), 2), ColumnText(read.get(), 3)});
+    rows.push_back({ColumnText(read.get(), 0), ColumnText(read.get(), 1), ColumnText(read.get(), 2),
+                    ColumnText(read.get(), 3)});
   }
   if (rc != SQLITE_DONE) Fail(path_, "cannot read SmartnicSchema", db_);
   return rows;

@@ -57,6 +57,7 @@ class SchemaDatabaseReader {
 
  private:
   sqlite3* db_ = nullptr;
+  sqlite3_stmt* data_version_ = nullptr;  // prepared on first use
   std::string path_;
 };
 

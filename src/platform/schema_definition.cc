@@ -18,11 +18,20 @@ const char kRebootRequiredTag[] = "@rebootRequiredSetvault";
 
 namespace {
 
-const std::set<std::string> kKnownMembers = {
-    "component", "group",    "key",      "version",
-    "description", "instanceIdProperty", "tags", "configKind",
-    "nonUserInstanceIds", "valueType", "confirmedDuringUpgrade", "currentValueDuringBoot",
-    "defaults", "schema"};
+const std::set<std::string> kKnownMembers = {"component",
+                                             "group",
+                                             "key",
+                                             "version",
+                                             "description",
+                                             "instanceIdProperty",
+                                             "tags",
+                                             "configKind",
+                                             "nonUserInstanceIds",
+                                             "valueType",
+                                             "confirmedDuringUpgrade",
+                                             "currentValueDuringBoot",
+                                             "defaults",
+                                             "schema"};
 
 // The boolean markers a schema node may carry.
 const char* const kNodeFlags[] = {"vital", "cached", "solutionUser", "generatedInstanceId"};
@@ -166,9 +175,12 @@ class DefinitionChecker {
         Fail("schema node " + where + ": \"" + flag + "\" must be true or false");
       }
     }
+    if (Has(node, "type")) CheckType(node["type"], where);
     if (Has(node, "properties")) {
       const JsonValue& properties = node["properties"];
-      if (!properties.IsObject()) Fail("schema node " + where + ": \"properties\" must be an object");
+      if (!properties.IsObject()) {
+        Fail("schema node " + where + ": \"properties\" must be an object");
+      }
       for (const auto& property : properties.GetObject()) {
         const std::string name(property.name.GetString(), property.name.GetStringLength());
         const std::string path = where + "/properties/" + name;
@@ -177,6 +189,21 @@ class DefinitionChecker {
       }
     }
     if (Has(node, "items") && node["items"].IsObject()) CheckNode(node["items"], where + "/items");
+  }
+
+  // "type" is one JSON type name or a list of them.
+  void CheckType(const JsonValue& type, const std::string& where) const {
+    static const std::set<std::string> kTypeNames = {"object",  "array",   "string", "number",
+                                                     "integer", "boolean", "null"};
+    const auto known = [](const JsonValue& name) {
+      return name.IsString() && kTypeNames.count(name.GetString()) != 0;
+    };
+    bool valid = known(type);
+    if (type.IsArray()) {
+      valid = !type.Empty();
+      for (const JsonValue& name : type.GetArray()) valid = valid && known(name);
+    }
+    if (!valid) Fail("schema node " + where + ": \"type\" must name JSON types");
   }
 
   // Checks the instance-id markers of the property `name` and records its id map entry.
@@ -255,8 +282,8 @@ std::shared_ptr<const SchemaDefinition> ParseSchemaDefinition(const std::string&
   if (document.HasParseError()) {
     throw KorvoSetvault::SetvaultException(
         KorvoSetvault::SV_ERR_GENERIC,
-        (origin + ": not valid JSON at offset " + std::to_string(document.GetErrorOffset()) +
-         ": " + rapidjson::GetParseError_En(document.GetParseError()))
+        (origin + ": not valid JSON at offset " + std::to_string(document.GetErrorOffset()) + ": " +
+         rapidjson::GetParseError_En(document.GetParseError()))
             .c_str());
   }
   definition->idMap = KorvoSetvault::CreateDocument();

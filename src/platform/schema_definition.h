@@ -18,7 +18,9 @@
 //     "schema": { "type": "object", "properties": { ... } } }   // required
 //
 // Names (component, group, key, valueType, instance id members) hold only
-// letters, digits, '_' and '-'. Inside "schema", any node may carry the
+// letters, digits, '_' and '-'. "schema" is a JSON Schema (draft 7 subset)
+// whose nodes, as far as "properties" and "items" lead, are objects with a
+// valid "type" where they have one. Inside "schema", any node may carry the
 // booleans "vital", "cached" and "solutionUser"; an array property whose
 // elements are sub-object instances carries either "instanceIdProperty" (the
 // member of each element holding its id, which its "items" must describe) or

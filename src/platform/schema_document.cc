@@ -24,7 +24,9 @@ void AppendPointerToken(std::string& pointer, const char* name, size_t length) {
   }
 }
 
-std::string Text(const JsonValue& name) { return std::string(name.GetString(), name.GetStringLength()); }
+std::string Text(const JsonValue& name) {
+  return std::string(name.GetString(), name.GetStringLength());
+}
 
 // {"type": "object", "properties": {}}
 JsonValue MakeObjectSchema(JsonAllocator& allocator) {
@@ -85,8 +87,7 @@ struct Generator {
     return JsonValue(rapidjson::kObjectType);  // accepts anything; the finding reports it
   }
 
-  JsonValue GroupSchema(const JsonValue& component, const JsonValue& group,
-                        const JsonValue& keys) {
+  JsonValue GroupSchema(const JsonValue& component, const JsonValue& group, const JsonValue& keys) {
     JsonValue schema = MakeObjectSchema(allocator);
     if (!keys.IsObject()) return schema;  // the validator reports the wrong type
     for (const auto& key : keys.GetObject()) {

@@ -39,9 +39,7 @@ bool SchemaObject::IsRebootRequiredConfig() const {
 
 bool SchemaObject::IsNonSingleton() const { return !definition_->instanceIdProperty.empty(); }
 
-std::string SchemaObject::GetInstanceIdProperty() const {
-  return definition_->instanceIdProperty;
-}
+std::string SchemaObject::GetInstanceIdProperty() const { return definition_->instanceIdProperty; }
 
 int SchemaObject::GetConfigKind() const { return definition_->configKind; }
 
@@ -61,9 +59,7 @@ std::shared_ptr<KorvoSetvault::JsonDoc> SchemaObject::GetDefaults() const {
   return definition_->defaults;
 }
 
-bool SchemaObject::IsConfirmedDuringUpgrade() const {
-  return definition_->confirmedDuringUpgrade;
-}
+bool SchemaObject::IsConfirmedDuringUpgrade() const { return definition_->confirmedDuringUpgrade; }
 
 bool SchemaObject::UsesCurrentValueDuringBoot() const {
   return definition_->currentValueDuringBoot;

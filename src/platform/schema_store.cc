@@ -1,6 +1,7 @@
 #include "platform/schema_store.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <mutex>
 
@@ -76,6 +77,7 @@ FileIdentity IdentityOf(const std::string& path) {
 // The process-wide reading of the schema database.
 struct StoreState {
   std::mutex mutex;
+  pid_t pid = 0;  // the process that opened `reader`; a forked child opens its own
   std::string path;
   FileIdentity identity;
   std::unique_ptr<SchemaDatabaseReader> reader;
@@ -133,11 +135,16 @@ void Reload(StoreState& state, const std::string& path, const FileIdentity& iden
     state.reader.reset();
   }
   state.store = std::make_shared<SchemaStore>(BuildCache(rows));
-  SVLogger::Log(2, "Read %zu schema definitions from %s",
-                state.store->GetSchemaCache()->Size(), path.c_str());
+  SVLogger::Log(2, "Read %zu schema definitions from %s", state.store->GetSchemaCache()->Size(),
+                path.c_str());
 }
 
 bool NeedsReload(StoreState& state, const std::string& path, const FileIdentity& identity) {
+  if (state.pid != getpid()) {
+    state.pid = getpid();
+    state.reader.reset();  // a connection must not be used on both sides of a fork
+    return true;
+  }
   if (!state.store || path != state.path || !(identity == state.identity)) return true;
   return state.reader && state.reader->DataVersion() != state.dataVersion;
 }
@@ -149,7 +156,8 @@ std::shared_ptr<SchemaStore> SchemaStore::GetStore(bool forceReload) {
   const std::string path = KorvoSetvault::GetSchemaStorePath();
   const FileIdentity identity = IdentityOf(path);
   std::lock_guard<std::mutex> lock(state.mutex);
-  if (forceReload || NeedsReload(state, path, identity)) Reload(state, path, identity);
+  const bool changed = NeedsReload(state, path, identity);
+  if (changed || forceReload) Reload(state, path, identity);
   return state.store;
 }
 

@@ -104,13 +104,14 @@ class SchemaObjectCache {
 class SchemaStore {
  public:
   explicit SchemaStore(std::shared_ptr<SchemaObjectCache> cache);
-  virtual ~SchemaStore();
 
   // The type's schema object, or an empty pointer when the type has no
-  // definition. Answers from the reading this store was made from.
+  // definition. Answers from the reading this store was made from. Declared
+  // first: it is the store's first virtual operation.
   virtual std::shared_ptr<SchemaObject> GetSchemaObject(const std::string& component,
                                                         const std::string& group,
                                                         const std::string& key);
+  virtual ~SchemaStore();
   // The cache behind this store.
   std::shared_ptr<SchemaObjectCache> GetSchemaCache() const { return cache_; }
 

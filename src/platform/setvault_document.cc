@@ -17,8 +17,8 @@ JsonValue& ObjectMember(JsonValue& parent, const std::string& name, JsonAllocato
     return (parent.MemberEnd() - 1)->value;  // the member just added
   }
   if (!found->value.IsObject()) {
-    throw SetvaultException(SV_ERR_GENERIC,
-                            ("Cannot add an object under \"" + name + "\": not a JSON object").c_str());
+    throw SetvaultException(
+        SV_ERR_GENERIC, ("Cannot add an object under \"" + name + "\": not a JSON object").c_str());
   }
   return found->value;
 }
@@ -75,9 +75,9 @@ void SetvaultDocument::AddObject(JsonValue& root, const std::string& component,
   const std::string where = component + "/" + group + "/" + key;
   if (instanceId.empty()) {
     if (found != keys.MemberEnd() && found->value.IsArray()) {
-      throw SetvaultException(SV_ERR_GENERIC,
-                              ("Cannot add a singleton object to " + where +
-                               ": it holds instances").c_str());
+      throw SetvaultException(
+          SV_ERR_GENERIC,
+          ("Cannot add a singleton object to " + where + ": it holds instances").c_str());
     }
     if (found != keys.MemberEnd()) {
       found->value = data;

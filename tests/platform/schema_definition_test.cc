@@ -28,7 +28,8 @@ std::string RefusalOf(const std::string& text) {
 }
 
 // A definition with `extra` members added after the names and version.
-std::string Definition(const std::string& extra, const std::string& schema = R"({"type":"object"})") {
+std::string Definition(const std::string& extra,
+                       const std::string& schema = R"({"type":"object"})") {
   std::string text = R"({"component":"korvo","group":"net","key":"vswitch","version":"1.0",)";
   if (!extra.empty()) text += extra + ",";
   return text + R"("schema":)" + schema + "}";
@@ -101,6 +102,10 @@ INSTANTIATE_TEST_SUITE_P(
         RefusalCase{"VitalNotBool",
                     Definition("", R"({"properties":{"a":{"type":"string","vital":"true"}}})"),
                     "schema node /schema/properties/a: \"vital\" must be true or false"},
+        RefusalCase{"UnknownTypeName", Definition("", R"({"properties":{"a":{"type":"strng"}}})"),
+                    "schema node /schema/properties/a: \"type\" must name JSON types"},
+        RefusalCase{"TypeListWithNumber", Definition("", R"({"type":["object", 1]})"),
+                    "schema node /schema: \"type\" must name JSON types"},
         RefusalCase{"PropertyNotObject", Definition("", R"({"properties":{"a":true}})"),
                     "schema node /schema/properties/a must be a JSON object"},
         RefusalCase{"VitalAndCached", Definition("", R"({"vital":true,"cached":true})"),
@@ -109,8 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Definition(R"("instanceIdProperty":"name")",
                                R"({"properties":{"mtu":{"type":"integer"}}})"),
                     "instance id member \"name\" is not described"},
-        RefusalCase{"ArrayIdUndescribed",
-                    Definition("", R"({"properties":{"pg":{"type":"array",
+        RefusalCase{"ArrayIdUndescribed", Definition("", R"({"properties":{"pg":{"type":"array",
                         "instanceIdProperty":"name","items":{"type":"object",
                         "properties":{"vlan":{"type":"integer"}}}}}})"),
                     "schema node /schema/properties/pg/items: instance id member \"name\""},
@@ -124,12 +128,10 @@ INSTANTIATE_TEST_SUITE_P(
                         "generatedInstanceId":true,"items":{"type":"object",
                         "properties":{"n":{"type":"string"}}}}}})"),
                     "not both"},
-        RefusalCase{"IdOnObject",
-                    Definition("", R"({"properties":{"r":{"type":"object",
+        RefusalCase{"IdOnObject", Definition("", R"({"properties":{"r":{"type":"object",
                         "instanceIdProperty":"n","properties":{"n":{"type":"string"}}}}})"),
                     "an instance array needs \"type\": \"array\""},
-        RefusalCase{"ConflictingIdMembers",
-                    Definition("", R"({"properties":{
+        RefusalCase{"ConflictingIdMembers", Definition("", R"({"properties":{
                         "a":{"type":"array","instanceIdProperty":"x","items":{"type":"object",
                           "properties":{"x":{"type":"string"},
                             "ports":{"type":"array","instanceIdProperty":"id","items":{
@@ -138,18 +140,19 @@ INSTANTIATE_TEST_SUITE_P(
                           "type":"object","properties":{"name":{"type":"string"}}}}}})"),
                     "instances of \"ports\" are told apart by \"id\" in one place and by "
                     "\"name\" in another"}),
-    [](const ::testing::TestParamInfo<RefusalCase>& info) { return info.param.name; });
+    [](const ::testing::TestParamInfo<RefusalCase>& test) { return test.param.name; });
 
 TEST(SchemaDefinitionTest, AcceptedDefinitionKeepsItsMembers) {
   auto definition = ParseSchemaDefinition(
       Definition(R"("instanceIdProperty":"name","tags":["@x"],"configKind":5,
                  "nonUserInstanceIds":["up0"],"valueType":"korvo-shared",
                  "currentValueDuringBoot":true,"defaults":{"mtu":1500})",
-                 R"({"type":"object","properties":{"name":{"type":"string"},
+                 R"({"type":"object","properties":{"name":{"type":["string","null"]},
                    "pg":{"type":"array","instanceIdProperty":"pgName","items":{"type":"object",
                      "properties":{"pgName":{"type":"string"},
                        "rules":{"type":"array","generatedInstanceId":true,"items":{
-                         "type":"object","properties":{"sv_generated_id":{"type":"string"}}}}}}}}})"),
+                         "type":"object",
+                         "properties":{"sv_generated_id":{"type":"string"}}}}}}}}})"),
       "ok.json");
   EXPECT_EQ(definition->component, "korvo");
   EXPECT_EQ(definition->group, "net");

@@ -1,0 +1,201 @@
+// Loading a directory of definitions into the schema database: all or nothing.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <filesystem>
+#include <string>
+
+#include "platform/schema_store.h"
+#include "setvault/exceptions.h"
+#include "setvault/host_setup.h"
+#include "setvault/schema_setup.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using KorvoSchemaStore::SchemaStore;
+using KorvoSetvault::LoadSchemaDefinitions;
+using KorvoSetvault::SchemaLoadMode;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+std::string Minimal(const std::string& key, const std::string& version = "1") {
+  return R"({"component":"korvo","group":"test","key":")" + key + R"(","version":")" + version +
+         R"(","schema":{"type":"object"}})";
+}
+
+// "Name=Version" of every row, ordered by name; "" when the table cannot be read.
+std::string Rows(const std::string& path) {
+  sqlite3* db = nullptr;
+  std::string rows;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(db, "SELECT Name, Version, ValueType FROM SmartnicSchema ORDER BY Name",
+                           -1, &statement, nullptr) == SQLITE_OK) {
+      while (sqlite3_step(statement) == SQLITE_ROW) {
+        rows += std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0))) +
+                "=" + reinterpret_cast<const char*>(sqlite3_column_text(statement, 1));
+        if (sqlite3_column_type(statement, 2) != SQLITE_NULL) {
+          rows += std::string("(") +
+                  reinterpret_cast<const char*>(sqlite3_column_text(statement, 2)) + ")";
+        }
+        rows += " ";
+      }
+    }
+    sqlite3_finalize(statement);
+  }
+  sqlite3_close(db);
+  return rows;
+}
+
+std::string LoadError(const std::string& directory,
+                      SchemaLoadMode mode = SchemaLoadMode::kReplaceAll) {
+  try {
+    LoadSchemaDefinitions(directory, mode);
+  } catch (const KorvoSetvault::SetvaultException& e) {
+    EXPECT_EQ(e.GetErrorCode(), KorvoSetvault::SV_ERR_GENERIC);
+    return e.what();
+  }
+  ADD_FAILURE() << "load of " << directory << " succeeded";
+  return std::string();
+}
+
+void Execute(const std::string& path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  char* error = nullptr;
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error), SQLITE_OK) << error;
+  sqlite3_free(error);
+  sqlite3_close(db);
+}
+
+class SchemaLoaderTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    database_ = db_dir_.File("state/schema.db");
+    KorvoSetvault::SetSchemaStorePath(database_);
+  }
+
+  setvault_test::TempDir defs_;
+  setvault_test::TempDir db_dir_;
+  std::string database_;
+};
+
+TEST_F(SchemaLoaderTest, LoadsEveryJsonFileAndIgnoresOthers) {
+  defs_.WriteFile("a.json", Minimal("alpha"));
+  defs_.WriteFile("b.json", R"({"component":"korvo","group":"test","key":"beta","version":"3",
+                              "valueType":"korvo-shared","schema":{}})");
+  defs_.WriteFile("README.txt", "not a definition");
+  std::filesystem::create_directory(defs_.File("nested.json"));
+  EXPECT_EQ(LoadSchemaDefinitions(defs_.path()), 2u);
+  EXPECT_EQ(Rows(database_), "alpha=1 beta=3(korvo-shared) ");
+}
+
+TEST_F(SchemaLoaderTest, RefusedDefinitionLeavesTheDatabaseAsItWas) {
+  defs_.WriteFile("a.json", Minimal("alpha"));
+  defs_.WriteFile("b.json", Minimal("beta"));
+  ASSERT_EQ(LoadSchemaDefinitions(defs_.path()), 2u);
+  ASSERT_NE(SchemaStore::GetStore(false)->GetSchemaObject("korvo", "test", "beta"), nullptr);
+
+  struct Case {
+    std::string text;
+    std::string fault;
+  };
+  const Case cases[] = {
+      {R"({"component":"korvo","group":"test","key":"gamma","version":"1","schema":{})",
+       "not valid JSON"},
+      {R"({"group":"test","key":"gamma","version":"1","schema":{}})", "\"component\" is missing"},
+      {R"({"component":"korvo","key":"gamma","version":"1","schema":{}})", "\"group\" is missing"},
+      {R"({"component":"korvo","group":"test","version":"1","schema":{}})", "\"key\" is missing"},
+      {R"({"component":"korvo","group":"test","key":"gamma","version":"1","schema":5})",
+       "\"schema\" must be a JSON object"},
+  };
+  for (const Case& c : cases) {
+    // A good new definition sorts before the bad one and a changed one after it.
+    setvault_test::TempDir next;
+    next.WriteFile("a.json", Minimal("alpha", "2"));
+    next.WriteFile("m.json", c.text);
+    next.WriteFile("z.json", Minimal("zeta"));
+    const std::string message = LoadError(next.path());
+    EXPECT_THAT(message, StartsWith(next.File("m.json") + ": ")) << c.fault;
+    EXPECT_THAT(message, HasSubstr(c.fault));
+    EXPECT_EQ(Rows(database_), "alpha=1 beta=1 ");
+    EXPECT_EQ(SchemaStore::GetStore(false)->GetSchemaObject("korvo", "test", "alpha")->GetVersion(),
+              "1");
+  }
+}
+
+TEST_F(SchemaLoaderTest, TwoFilesForOneTypeAreRefused) {
+  defs_.WriteFile("a.json", Minimal("alpha"));
+  defs_.WriteFile("b.json", Minimal("alpha", "2"));
+  EXPECT_EQ(LoadError(defs_.path()), defs_.File("b.json") + ": defines korvo/test/alpha, which " +
+                                         defs_.File("a.json") + " defines as well");
+  EXPECT_FALSE(std::filesystem::exists(database_));
+}
+
+TEST_F(SchemaLoaderTest, DirectoryProblemsAreReported) {
+  EXPECT_THAT(LoadError(defs_.path()), StartsWith("No schema definition (*.json) found in "));
+  EXPECT_THAT(LoadError(defs_.File("missing")),
+              StartsWith("Cannot read schema definition directory " + defs_.File("missing")));
+  EXPECT_EQ(KorvoSetvault::CheckSchemaDefinitions(setvault_test::SourceDir() + "/examples/schemas"),
+            8u);
+  EXPECT_FALSE(std::filesystem::exists(database_));  // checking writes nothing
+}
+
+TEST_F(SchemaLoaderTest, ReplaceAllDropsTypesThatAreGoneAndMergeKeepsThem) {
+  defs_.WriteFile("a.json", Minimal("alpha"));
+  defs_.WriteFile("b.json", Minimal("beta"));
+  LoadSchemaDefinitions(defs_.path());
+
+  setvault_test::TempDir more;
+  more.WriteFile("b.json", Minimal("beta", "2"));
+  more.WriteFile("c.json", Minimal("gamma"));
+  EXPECT_EQ(LoadSchemaDefinitions(more.path(), SchemaLoadMode::kMerge), 2u);
+  EXPECT_EQ(Rows(database_), "alpha=1 beta=2 gamma=1 ");
+
+  EXPECT_EQ(LoadSchemaDefinitions(more.path(), SchemaLoadMode::kReplaceAll), 2u);
+  EXPECT_EQ(Rows(database_), "beta=2 gamma=1 ");
+  EXPECT_EQ(SchemaStore::GetStore(false)->GetSchemaObject("korvo", "test", "alpha"), nullptr);
+}
+
+TEST_F(SchemaLoaderTest, UnwritableDatabaseIsReported) {
+  defs_.WriteFile("a.json", Minimal("alpha"));
+  // A directory where the database file should be.
+  std::filesystem::create_directories(database_);
+  EXPECT_THAT(LoadError(defs_.path()), StartsWith("Schema database " + database_ + ": "));
+}
+
+TEST_F(SchemaLoaderTest, FailedWriteRollsBackTheWholeLoad) {
+  defs_.WriteFile("a.json", Minimal("alpha"));
+  defs_.WriteFile("b.json", Minimal("beta"));
+  LoadSchemaDefinitions(defs_.path());
+  Execute(database_,
+          "CREATE TRIGGER refuse_zeta BEFORE INSERT ON SmartnicSchema WHEN NEW.Name = 'zeta' "
+          "BEGIN SELECT RAISE(ABORT, 'zeta refused'); END");
+  // Replacing deletes every row and writes alpha before zeta fails.
+  setvault_test::TempDir next;
+  next.WriteFile("a.json", Minimal("alpha", "2"));
+  next.WriteFile("z.json", Minimal("zeta"));
+  EXPECT_THAT(LoadError(next.path()),
+              ::testing::AllOf(HasSubstr("cannot write the definition of korvo/test/zeta"),
+                               HasSubstr("zeta refused")));
+  EXPECT_EQ(Rows(database_), "alpha=1 beta=1 ");
+}
+
+TEST_F(SchemaLoaderTest, LockedDatabaseFailsCleanlyAfterTheBusyTimeout) {
+  defs_.WriteFile("a.json", Minimal("alpha"));
+  LoadSchemaDefinitions(defs_.path());
+  // A second writer holding the write lock makes the load fail cleanly once
+  // the busy time-out has passed, leaving the rows as they were.
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(database_.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(sqlite3_exec(db, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+  defs_.WriteFile("a.json", Minimal("alpha", "2"));
+  EXPECT_THAT(LoadError(defs_.path()), HasSubstr("database is locked"));
+  sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+  sqlite3_close(db);
+  EXPECT_EQ(Rows(database_), "alpha=1 ");
+}
+
+}  // namespace
