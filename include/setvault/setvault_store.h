@@ -1,0 +1,130 @@
+// Setvault: the configuration store.
+//
+// A caller opens a store, then reads and writes configuration objects through
+// it. Reads never open a transaction; single-object writes run in whatever
+// transaction the caller holds, and multi-row writes open their own.
+//
+//   auto store = KorvoSetvault::Setvault::GetStore("");
+//   {
+//     KorvoSetvault::SetvaultTransaction transaction(store);
+//     store->Set(object, KorvoSetvault::USERDATA_CONTEXT{});
+//     transaction.Commit();          // without Commit, the destructor rolls back
+//   }
+//   auto stored = store->Get(KorvoSetvault::SetvaultObjectId("host", "system", "korvo"));
+//
+// A store is used by one thread at a time. All stores of one thread share
+// that thread's database connection, and so its transaction state.
+#ifndef SETVAULT_SETVAULT_STORE_H_
+#define SETVAULT_SETVAULT_STORE_H_
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "setvault/exceptions.h"
+#include "setvault/export.h"
+#include "setvault/filter_spec_object.h"
+#include "setvault/object_id.h"
+#include "setvault/setvault_object.h"
+#include "setvault/user_context.h"
+
+namespace KorvoSetvault {
+
+// The only namespace GetStore accepts: the empty string.
+SETVAULT_EXPORT extern const std::string sGlobalNamespace;
+
+// The next-boot store: configuration staged for the next boot of the host.
+class SETVAULT_EXPORT NextBootStore {
+ public:
+  virtual ~NextBootStore();
+};
+
+class SETVAULT_EXPORT Setvault {
+ public:
+  // A new store on the calling thread's connection to the configured store
+  // database. Throws InvalidArgumentException 2000 "Invalid value for
+  // namespace." for any namespace but "", and SetvaultException 2000 "Failed
+  // to connect to database" when the database cannot be opened.
+  static std::shared_ptr<Setvault> GetStore(const std::string& nameSpace);
+
+  // The next-boot store. Throws ValidationException 2000 during an upgrade or
+  // while the host boots.
+  virtual std::shared_ptr<NextBootStore> GetNextBootStore() = 0;
+  // The stored object (all its origins merged), or empty when none is stored.
+  // Throws SetvaultException 1037 for a type without schema and
+  // ValidationException 2000 when the instance id does not fit the type.
+  virtual std::shared_ptr<SetvaultObject> Get(const SetvaultObjectId& id) = 0;
+  // The shipped default of an object, or empty.
+  virtual std::shared_ptr<SetvaultObject> GetDefaultConfig(const SetvaultObjectId& id) = 0;
+  // The shipped default instances matching `filter`; empty for no filter.
+  virtual std::vector<std::shared_ptr<SetvaultObject>> GetDefaultConfigInstances(
+      const std::shared_ptr<FilterSpecObject>& filter) = 0;
+  // The instance ids stored for the type `id` names, in database order.
+  virtual std::vector<std::string> GetInstanceIds(const SetvaultObjectId& id) = 0;
+  // Writes (see the write operations' documentation).
+  virtual void Set(std::shared_ptr<SetvaultObject> object, const USERDATA_CONTEXT& context) = 0;
+  virtual void SetUserData(std::shared_ptr<SetvaultObject> object,
+                           const USERDATA_CONTEXT& context) = 0;
+  virtual void SetVitalData(std::shared_ptr<SetvaultObject> object) = 0;
+  virtual void SetCachedData(std::shared_ptr<SetvaultObject> object) = 0;
+  virtual void Update(std::shared_ptr<SetvaultObject> object, const USERDATA_CONTEXT& context) = 0;
+  virtual void Delete(const SetvaultObjectId& id) = 0;
+  virtual void DeleteInstances(const std::shared_ptr<FilterSpecObject>& filter) = 0;
+  // The stored instances of the filter's type whose data match the filter, in
+  // database order; empty for no filter.
+  virtual std::vector<std::shared_ptr<SetvaultObject>> GetInstances(
+      const std::shared_ptr<FilterSpecObject>& filter) = 0;
+  virtual void SetInstances(std::vector<std::shared_ptr<SetvaultObject>> objects,
+                            const USERDATA_CONTEXT& context) = 0;
+  virtual void SetUserDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects,
+                                    const USERDATA_CONTEXT& context) = 0;
+  virtual void SetCachedDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects) = 0;
+  virtual void SetVitalDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects) = 0;
+  // The stored revision of an object; -1 when none is stored.
+  virtual int GetRevision(const SetvaultObjectId& id) = 0;
+  // (instance id, revision) of each stored instance (only the one `id` names,
+  // when it names one), in database order.
+  virtual std::vector<std::pair<std::string, int>> GetInstancesRevision(
+      const SetvaultObjectId& id) = 0;
+  // Begins a transaction (or one more nesting level). Returns 0 on success
+  // and the database layer's code otherwise; never throws.
+  virtual int BeginTransaction() = 0;
+  // Commits one level; the outermost level commits to disk. Returns 0; throws
+  // SetvaultException 2000 "Commit transaction failed." when the commit fails.
+  virtual int CommitTransaction() = 0;
+  // Rolls the outermost transaction back. Cancelling a nested level is a
+  // programming error that ends the process.
+  virtual int CancelTransaction() noexcept = 0;
+  // Every violation of the object against its type's schema, with its path;
+  // empty when valid (and for no object). Writes nothing.
+  virtual std::vector<ErrorInfo> Validate(std::shared_ptr<SetvaultObject> object) = 0;
+  virtual ~Setvault();
+};
+
+// Scoped transaction: begins in the constructor, rolls back in the
+// destructor unless Commit() or Cancel() ran. Holds a reference to the
+// caller's store pointer, which must outlive the guard.
+class SETVAULT_EXPORT SetvaultTransaction {
+ public:
+  // Throws SetvaultException 2000 "Failed to use NULL as the store" for an
+  // empty store and "Failed to start a transaction." when begin fails.
+  explicit SetvaultTransaction(std::shared_ptr<Setvault>& store);
+  ~SetvaultTransaction();
+  SetvaultTransaction(const SetvaultTransaction&) = delete;
+  SetvaultTransaction& operator=(const SetvaultTransaction&) = delete;
+
+  // Commits; throws as Setvault::CommitTransaction (the destructor then rolls
+  // back).
+  int Commit();
+  // Rolls back now.
+  int Cancel();
+
+ private:
+  std::shared_ptr<Setvault>& store_;
+  bool active_;  // true while this guard owns an open transaction
+};
+
+}  // namespace KorvoSetvault
+
+#endif  // SETVAULT_SETVAULT_STORE_H_

@@ -1,0 +1,409 @@
+#include "db/config_writes.h"
+
+#include "db/object_split.h"
+#include "model/setvault_object_impl.h"
+#include "platform/upgrade_ctx.h"
+#include "setvault/exceptions.h"
+
+namespace KorvoSetvault {
+namespace {
+
+// The upgrade context under which user writes stay unconfirmed.
+constexpr int kUnconfirmedUpgradeCtx = 2;
+
+// --- Statements -------------------------------------------------------------
+// Parameters ?1 to ?4 are Identifier, Name, ConfigGroup and Component; the
+// sub-selects find the row being replaced by exactly these four, so that
+// CreationTime is kept, Revision rises by 1 and untouched columns carry over.
+
+const char kWriteUserSql[] =
+    "INSERT OR REPLACE INTO Config ( Identifier, Name, ConfigGroup, Component, Version, Success, "
+    "UserValue, CreationTime, Revision, AutoConfValue, VitalValue, CachedValue ) VALUES ( ?1, ?2, "
+    "?3, ?4, ?5, ?6, ?7, COALESCE( ( SELECT CreationTime FROM Config WHERE Identifier = ?1 AND "
+    "Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (DATETIME(CURRENT_TIMESTAMP)) ), "
+    "COALESCE( ( SELECT Revision FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = "
+    "?3 AND Component = ?4 ), (0) ) + 1, ( SELECT AutoConfValue FROM Config WHERE Identifier = ?1 "
+    "AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ( SELECT VitalValue FROM Config "
+    "WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ( SELECT "
+    "CachedValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND "
+    "Component = ?4 ) )";
+
+const char kWriteCachedSql[] =
+    "INSERT OR REPLACE INTO Config ( Identifier, Name, ConfigGroup, Component, Version, "
+    "CreationTime, Revision, Success, DesiredValue, AutoConfValue, UserValue, VitalValue, "
+    "CachedValue ) VALUES ( ?1, ?2, ?3, ?4, ?5, COALESCE( ( SELECT CreationTime FROM Config WHERE "
+    "Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), "
+    "(DATETIME(CURRENT_TIMESTAMP)) ), COALESCE( ( SELECT Revision FROM Config WHERE Identifier = "
+    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (0) ) + 1, COALESCE( ( SELECT "
+    "Success FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = "
+    "?4 ), 1 ), ( SELECT DesiredValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
+    "ConfigGroup = ?3 AND Component = ?4 ), ( SELECT AutoConfValue FROM Config WHERE Identifier = "
+    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ( SELECT UserValue FROM Config "
+    "WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ( SELECT "
+    "VitalValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND "
+    "Component = ?4 ), ?6 )";
+
+const char kWriteVitalSql[] =
+    "INSERT OR REPLACE INTO Config ( Identifier, Name, ConfigGroup, Component, Version, "
+    "CreationTime, Revision, Success, DesiredValue, AutoConfValue, UserValue, CachedValue, "
+    "VitalValue ) VALUES ( ?1, ?2, ?3, ?4, ?5, COALESCE( ( SELECT CreationTime FROM Config WHERE "
+    "Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), "
+    "(DATETIME(CURRENT_TIMESTAMP)) ), COALESCE( ( SELECT Revision FROM Config WHERE Identifier = "
+    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (0) ) + 1, COALESCE( ( SELECT "
+    "Success FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = "
+    "?4 ), 1 ), ( SELECT DesiredValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
+    "ConfigGroup = ?3 AND Component = ?4 ), ( SELECT AutoConfValue FROM Config WHERE Identifier = "
+    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ( SELECT UserValue FROM Config "
+    "WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ( SELECT "
+    "CachedValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND "
+    "Component = ?4 ), ?6 )";
+
+const char kWriteAutoConfSql[] =
+    "INSERT OR REPLACE INTO Config ( Identifier, Name, ConfigGroup, Component, Version, "
+    "CreationTime, Revision, Success, DesiredValue, UserValue, VitalValue, CachedValue, "
+    "AutoConfValue ) VALUES ( ?1, ?2, ?3, ?4, ?5, COALESCE( ( SELECT CreationTime FROM Config "
+    "WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), "
+    "(DATETIME(CURRENT_TIMESTAMP)) ), COALESCE( ( SELECT Revision FROM Config WHERE Identifier = "
+    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (0) ) + 1, COALESCE( ( SELECT "
+    "Success FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = "
+    "?4 ), 1 ), ( SELECT DesiredValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
+    "ConfigGroup = ?3 AND Component = ?4 ), ( SELECT UserValue FROM Config WHERE Identifier = ?1 "
+    "AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ( SELECT VitalValue FROM Config "
+    "WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ( SELECT "
+    "CachedValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND Configgroup = ?3 AND "
+    "Component = ?4 ), ?6 )";
+
+const char kWriteCompleteSql[] =
+    "INSERT OR REPLACE INTO Config ( Identifier, Name, ConfigGroup, Component, Version, Success, "
+    "AutoConfValue, UserValue, VitalValue, CachedValue, CreationTime, Revision ) VALUES ( ?1, ?2, "
+    "?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, COALESCE( ( SELECT CreationTime FROM Config WHERE "
+    "Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), COALESCE(?11, "
+    "(DATETIME(CURRENT_TIMESTAMP))) ), COALESCE( ( SELECT Revision FROM Config WHERE Identifier = "
+    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (?12) ) + 1 )";
+
+const char kUpdateUserSql[] =
+    "UPDATE Config SET UserValue = ?, VitalValue = ?, CachedValue = ?, DesiredValue = NULL WHERE "
+    "Name = ? AND ConfigGroup = ? AND Component = ? AND Identifier = ?";
+const char kUpdateAutoConfSql[] =
+    "UPDATE Config SET AutoConfValue = ?, VitalValue = ?, CachedValue = ? WHERE Name = ? AND "
+    "ConfigGroup = ? AND Component = ? AND Identifier = ?";
+const char kUpdateNonUserSql[] =
+    "UPDATE Config SET UserValue = ?, VitalValue = ?, CachedValue = ? WHERE Name = ? AND "
+    "ConfigGroup = ? AND Component = ? AND Identifier = ?";
+
+const char kSetUserByContextSql[] =
+    "INSERT OR REPLACE INTO Config ( Name, ConfigGroup, Component, Identifier, Version, "
+    "CreationTime, Revision, AutoConfValue, UserValue, VitalValue, CachedValue, DesiredValue ) "
+    "VALUES ( ?2, ?3, ?4, ?1, ?5, COALESCE( ( SELECT CreationTime FROM Config WHERE Identifier = "
+    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (DATETIME(CURRENT_TIMESTAMP)) ), "
+    "COALESCE( ( SELECT Revision FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = "
+    "?3 AND Component = ?4 ), (0) ) + 1, ( SELECT AutoConfValue FROM Config WHERE Identifier = ?1 "
+    "AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ?6, ?7, ?8, NULL )";
+const char kSetAutoConfByContextSql[] =
+    "INSERT OR REPLACE INTO Config ( Name, ConfigGroup, Component, Identifier, Version, "
+    "CreationTime, Revision, Success, UserValue, AutoConfValue, VitalValue, CachedValue ) VALUES "
+    "( ?2, ?3, ?4, ?1, ?5, COALESCE( ( SELECT CreationTime FROM Config WHERE Identifier = ?1 AND "
+    "Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (DATETIME(CURRENT_TIMESTAMP)) ), "
+    "COALESCE( ( SELECT Revision FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = "
+    "?3 AND Component = ?4 ), (0) ) + 1, COALESCE( ( SELECT Success FROM Config WHERE Identifier "
+    "= ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), 1 ), ( SELECT UserValue FROM "
+    "Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ?6, "
+    "?7, ?8 )";
+const char kSetNonUserByContextSql[] =
+    "INSERT OR REPLACE INTO Config ( Name, ConfigGroup, Component, Identifier, Version, "
+    "CreationTime, Revision, Success, AutoConfValue, UserValue, VitalValue, CachedValue ) VALUES "
+    "( ?2, ?3, ?4, ?1, ?5, COALESCE( ( SELECT CreationTime FROM Config WHERE Identifier = ?1 AND "
+    "Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (DATETIME(CURRENT_TIMESTAMP)) ), "
+    "COALESCE( ( SELECT Revision FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = "
+    "?3 AND Component = ?4 ), (0) ) + 1, COALESCE( ( SELECT Success FROM Config WHERE Identifier "
+    "= ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), 1 ), ( SELECT AutoConfValue "
+    "FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), "
+    "?6, ?7, ?8 )";
+
+const KeyStatement4 kDeleteSql(
+    "DELETE FROM 'Config' WHERE Name=? and ConfigGroup=? and Component=? and Identifier=?");
+const KeyStatement3 kDeleteInstancesSql(
+    "DELETE FROM Config WHERE Name = ? AND ConfigGroup = ? AND Component = ?;");
+const KeyStatement3 kClearUserSql(
+    "UPDATE Config SET UserValue = NULL WHERE Name = ? AND ConfigGroup = ? AND Component = ?");
+const KeyStatement3 kClearVitalSql(
+    "UPDATE Config SET VitalValue = NULL WHERE Name = ? AND ConfigGroup = ? AND Component = ?");
+const KeyStatement3 kClearCachedSql(
+    "UPDATE Config SET CachedValue = NULL WHERE Name = ? AND ConfigGroup = ? AND Component = ?");
+const KeyStatement3 kClearAutoConfSql(
+    "UPDATE Config SET AutoConfValue = NULL WHERE Name = ? AND ConfigGroup = ? AND Component = ?");
+const KeyStatement3 kRevisionMapSql(
+    "SELECT Identifier, Revision, CreationTime FROM Config WHERE Name = ? AND ConfigGroup = ? AND "
+    "Component = ?;");
+
+// --- Helpers ----------------------------------------------------------------
+
+[[noreturn]] void Fail(const std::string& message) {
+  throw SetvaultException(SV_ERR_GENERIC, message.c_str());
+}
+
+std::optional<std::string_view> Nullable(const std::optional<std::string>& text) {
+  if (!text) return std::nullopt;
+  return std::string_view(*text);
+}
+
+// Binds ?1 to ?5: instance id, name, group, component, version. `version`
+// must outlive the statement's execution. True when every bind succeeded.
+bool BindKeyAndVersion(const ConnectionPtr& conn, const DBStore::StmtPtr& stmt, int& index,
+                       const SetvaultObjectId& id, const std::string& version) {
+  using DBStore::internal::Bind;
+  return Bind(conn, stmt, index, id.instanceId, false) == 0 &&
+         Bind(conn, stmt, index, id.key, false) == 0 &&
+         Bind(conn, stmt, index, id.group, false) == 0 &&
+         Bind(conn, stmt, index, id.component, false) == 0 &&
+         Bind(conn, stmt, index, version, false) == 0;
+}
+
+// Binds name, group, component and instance id (the WHERE of the UPDATEs).
+bool BindWhereKey(const ConnectionPtr& conn, const DBStore::StmtPtr& stmt, int& index,
+                  const SetvaultObjectId& id) {
+  using DBStore::internal::Bind;
+  return Bind(conn, stmt, index, id.key, false) == 0 &&
+         Bind(conn, stmt, index, id.group, false) == 0 &&
+         Bind(conn, stmt, index, id.component, false) == 0 &&
+         Bind(conn, stmt, index, id.instanceId, false) == 0;
+}
+
+bool Execute(const ConnectionPtr& conn, const DBStore::StmtPtr& stmt) {
+  return stmt && DBStore::ExecuteStmt(conn, stmt, nullptr, nullptr, DBStore::kBusyTimeoutMs) == 0;
+}
+
+// The cached, vital and auto-configuration writers: ?6 is the object's data.
+void WriteContextConfigInstances(const char* sql, const ObjectList& objects,
+                                 const ConnectionPtr& conn) {
+  for (const ObjectPtr& object : objects) {
+    const std::string version = object->GetVersion();
+    const std::string data = object->GetSerializedData();
+    DBStore::StmtPtr stmt = DBStore::internal::Prepare(conn, sql, DBStore::kBusyTimeoutMs);
+    int index = 1;
+    const bool bound = stmt && BindKeyAndVersion(conn, stmt, index, object->GetSetvaultObjectId(),
+                                                 version) &&
+                       DBStore::internal::Bind(conn, stmt, index, DBStore::NullableSV(data)) == 0;
+    if (!bound || !Execute(conn, stmt)) Fail("Write config instances failed");
+  }
+}
+
+void ClearColumn(const KeyStatement3& statement, const SetvaultObjectId& id,
+                 const ConnectionPtr& conn) {
+  DBStore::StmtPtr stmt = statement.PrepareAndBind(conn, id.key, id.group, id.component);
+  if (!Execute(conn, stmt)) Fail("Failed to Delete in SetConfigInstancesInternal");
+}
+
+const char* UserColumnOf(const USERDATA_CONTEXT& context) {
+  return context.kind == kExternalContext ? kUserValueColumn : kAutoConfValueColumn;
+}
+
+// The columns one object is written with: its split parts, with what it has
+// no part for taken over from `stored`.
+ColumnValues ColumnsOf(const ObjectPtr& object, const SchemaPtr& schema,
+                       const USERDATA_CONTEXT& context, const StoreRow& stored) {
+  const SplitParts parts = SplitObjectData(object->GetImpl()->Root(), schema->GetSchemaJson());
+  ColumnValues columns;
+  for (const char* column : {kAutoConfValueColumn, kUserValueColumn, kVitalValueColumn,
+                             kCachedValueColumn}) {
+    auto kept = stored.find(column);
+    if (kept != stored.end()) columns[column] = kept->second;
+  }
+  const char* user_column = UserColumnOf(context);
+  if (parts.user) {
+    columns[user_column] = *parts.user;
+  } else {
+    columns.erase(user_column);
+  }
+  if (parts.vital) columns[kVitalValueColumn] = *parts.vital;
+  if (parts.cached) columns[kCachedValueColumn] = *parts.cached;
+  return columns;
+}
+
+std::optional<std::string> ColumnText(const ColumnValues& columns, const char* column) {
+  auto found = columns.find(column);
+  if (found == columns.end()) return std::nullopt;
+  return found->second;
+}
+
+}  // namespace
+
+void WriteUserConfigInstances(const ObjectList& objects, const ConnectionPtr& conn,
+                              bool confirmed) {
+  const int success = confirmed || GetUpgradeCtx() != kUnconfirmedUpgradeCtx ? 1 : 0;
+  for (const ObjectPtr& object : objects) {
+    const std::string version = object->GetVersion();
+    const std::string data = object->GetSerializedData();
+    DBStore::StmtPtr stmt = DBStore::internal::Prepare(conn, kWriteUserSql, DBStore::kBusyTimeoutMs);
+    int index = 1;
+    const bool bound =
+        stmt && BindKeyAndVersion(conn, stmt, index, object->GetSetvaultObjectId(), version) &&
+        DBStore::internal::Bind(conn, stmt, index, success) == 0 &&
+        DBStore::internal::Bind(conn, stmt, index, DBStore::NullableSV(data)) == 0;
+    if (!bound || !Execute(conn, stmt)) Fail("Write user data failed");
+  }
+}
+
+void WriteCachedConfigInstances(const ObjectList& objects, const ConnectionPtr& conn) {
+  WriteContextConfigInstances(kWriteCachedSql, objects, conn);
+}
+
+void WriteVitalConfigInstances(const ObjectList& objects, const ConnectionPtr& conn) {
+  WriteContextConfigInstances(kWriteVitalSql, objects, conn);
+}
+
+void WriteAutoConfConfigInstances(const ObjectList& objects, const ConnectionPtr& conn) {
+  WriteContextConfigInstances(kWriteAutoConfSql, objects, conn);
+}
+
+void WriteCompleteConfigInstances(const std::unordered_map<SetvaultObjectId, ColumnValues>& columns,
+                                  const ObjectList& objects, const SchemaPtr& schema,
+                                  const ConnectionPtr& conn, const RevisionMap* history) {
+  const bool unconfirmed = GetUpgradeCtx() == kUnconfirmedUpgradeCtx &&
+                           !(schema && schema->IsConfirmedDuringUpgrade());
+  const int success = unconfirmed ? 0 : 1;
+  static const ColumnValues kNoColumns;
+  for (const ObjectPtr& object : objects) {
+    const SetvaultObjectId& id = object->GetSetvaultObjectId();
+    auto found = columns.find(id);
+    const ColumnValues& values = found == columns.end() ? kNoColumns : found->second;
+    const std::string version = object->GetVersion();
+    const std::optional<std::string> texts[] = {
+        ColumnText(values, kAutoConfValueColumn), ColumnText(values, kUserValueColumn),
+        ColumnText(values, kVitalValueColumn), ColumnText(values, kCachedValueColumn)};
+    std::optional<std::string> creation_time;
+    int revision_base = 0;
+    if (history != nullptr) {
+      auto previous = history->find(id.instanceId);
+      if (previous != history->end()) {
+        revision_base = previous->second.first;
+        creation_time = previous->second.second;
+      }
+    }
+    DBStore::StmtPtr stmt =
+        DBStore::internal::Prepare(conn, kWriteCompleteSql, DBStore::kBusyTimeoutMs);
+    int index = 1;
+    bool bound = stmt && BindKeyAndVersion(conn, stmt, index, id, version) &&
+                 DBStore::internal::Bind(conn, stmt, index, success) == 0;
+    for (const auto& text : texts) {
+      bound = bound && DBStore::internal::Bind(conn, stmt, index, Nullable(text)) == 0;
+    }
+    bound = bound && DBStore::internal::Bind(conn, stmt, index, Nullable(creation_time)) == 0 &&
+            DBStore::internal::Bind(conn, stmt, index, revision_base) == 0;
+    if (!bound || !Execute(conn, stmt)) Fail("WriteComplete failed");
+  }
+}
+
+void SetInternal(const ObjectPtr& object, const SchemaPtr& schema, const USERDATA_CONTEXT& context,
+                 const ConnectionPtr& conn) {
+  const SetvaultObjectId& id = object->GetSetvaultObjectId();
+  const StoreRow stored = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
+  std::unordered_map<SetvaultObjectId, ColumnValues> columns;
+  columns.emplace(id, ColumnsOf(object, schema, context, stored));
+  WriteCompleteConfigInstances(columns, {object}, schema, conn, nullptr);
+}
+
+void SetInstancesInternal(const ObjectList& objects, const USERDATA_CONTEXT& context,
+                          const SchemaPtr& schema, const ConnectionPtr& conn,
+                          const RevisionMap* history) {
+  if (objects.empty()) return;
+  // One read of the type's stored rows supplies every carried-over column.
+  const StoreRows rows = ReadStoreRows(objects.front()->GetSetvaultObjectId(), conn, GET_INSTANCES);
+  std::unordered_map<std::string, const StoreRow*> stored_by_id;
+  for (const auto& row : *rows) {
+    auto id = row->find(kIdentifierColumn);
+    stored_by_id.emplace(id == row->end() ? std::string() : id->second, row.get());
+  }
+  static const StoreRow kNothingStored;
+  std::unordered_map<SetvaultObjectId, ColumnValues> columns;
+  columns.reserve(objects.size());
+  for (const ObjectPtr& object : objects) {
+    const SetvaultObjectId& id = object->GetSetvaultObjectId();
+    auto stored = stored_by_id.find(id.instanceId);
+    columns[id] = ColumnsOf(object, schema, context,
+                            stored == stored_by_id.end() ? kNothingStored : *stored->second);
+  }
+  WriteCompleteConfigInstances(columns, objects, schema, conn, history);
+}
+
+void UpdateByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, UPDATE_CONTEXT kind,
+                             const ConnectionPtr& conn) {
+  const char* sql = kind == kUpdateUser        ? kUpdateUserSql
+                    : kind == kUpdateAutoConfig ? kUpdateAutoConfSql
+                                                : kUpdateNonUserSql;
+  const SetvaultObjectId& id = object->GetSetvaultObjectId();
+  const SplitParts parts = SplitObjectData(object->GetImpl()->Root(), schema->GetSchemaJson());
+  DBStore::StmtPtr stmt = DBStore::internal::Prepare(conn, sql, DBStore::kBusyTimeoutMs);
+  int index = 1;
+  const bool bound = stmt && DBStore::internal::Bind(conn, stmt, index, Nullable(parts.user)) == 0 &&
+                     DBStore::internal::Bind(conn, stmt, index, Nullable(parts.vital)) == 0 &&
+                     DBStore::internal::Bind(conn, stmt, index, Nullable(parts.cached)) == 0 &&
+                     BindWhereKey(conn, stmt, index, id);
+  if (!bound || !Execute(conn, stmt)) {
+    Fail("Database call to update configuration by context failed for: " + id.toString());
+  }
+}
+
+void SetByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, UPDATE_CONTEXT kind,
+                          const ConnectionPtr& conn) {
+  const char* sql = kind == kUpdateUser        ? kSetUserByContextSql
+                    : kind == kUpdateAutoConfig ? kSetAutoConfByContextSql
+                                                : kSetNonUserByContextSql;
+  const SetvaultObjectId& id = object->GetSetvaultObjectId();
+  const std::string version = object->GetVersion();
+  const SplitParts parts = SplitObjectData(object->GetImpl()->Root(), schema->GetSchemaJson());
+  DBStore::StmtPtr stmt = DBStore::internal::Prepare(conn, sql, DBStore::kBusyTimeoutMs);
+  int index = 1;
+  const bool bound = stmt && BindKeyAndVersion(conn, stmt, index, id, version) &&
+                     DBStore::internal::Bind(conn, stmt, index, Nullable(parts.user)) == 0 &&
+                     DBStore::internal::Bind(conn, stmt, index, Nullable(parts.vital)) == 0 &&
+                     DBStore::internal::Bind(conn, stmt, index, Nullable(parts.cached)) == 0;
+  if (!bound || !Execute(conn, stmt)) {
+    Fail("Database call to update configuration by context failed for: " + id.toString());
+  }
+}
+
+void DeleteInternal(const SetvaultObjectId& id, const ConnectionPtr& conn) {
+  DBStore::StmtPtr stmt = kDeleteSql.PrepareAndBind(conn, id.key, id.group, id.component,
+                                                    id.instanceId);
+  if (!Execute(conn, stmt)) Fail("Delete failed: " + id.toString());
+}
+
+void DeleteInstancesInternal(const SetvaultObjectId& id, const ConnectionPtr& conn) {
+  DBStore::StmtPtr stmt = kDeleteInstancesSql.PrepareAndBind(conn, id.key, id.group, id.component);
+  if (!Execute(conn, stmt)) Fail("Delete instances failed: " + id.toString());
+}
+
+void DeleteUserConfigInstances(const SetvaultObjectId& id, const ConnectionPtr& conn) {
+  ClearColumn(kClearUserSql, id, conn);
+}
+void DeleteVitalConfigInstances(const SetvaultObjectId& id, const ConnectionPtr& conn) {
+  ClearColumn(kClearVitalSql, id, conn);
+}
+void DeleteCachedConfigInstances(const SetvaultObjectId& id, const ConnectionPtr& conn) {
+  ClearColumn(kClearCachedSql, id, conn);
+}
+void DeleteAutoConfConfigInstances(const SetvaultObjectId& id, const ConnectionPtr& conn) {
+  ClearColumn(kClearAutoConfSql, id, conn);
+}
+
+RevisionMap ReadRevisionMap(const SetvaultObjectId& id, const ConnectionPtr& conn) {
+  StoreRows rows;
+  try {
+    rows = ReadStoreRows(id, conn, kRevisionMapSql);
+  } catch (const SetvaultException&) {
+    Fail("Failed to read revision from setvault.");
+  }
+  RevisionMap revisions;
+  for (const auto& row : *rows) {
+    auto identifier = row->find(kIdentifierColumn);
+    auto revision = row->find(kRevisionColumn);
+    auto created = row->find(kCreationTimeColumn);
+    revisions[identifier == row->end() ? "" : identifier->second] = {
+        revision == row->end() ? 0 : std::atoi(revision->second.c_str()),
+        created == row->end() ? "" : created->second};
+  }
+  return revisions;
+}
+
+}  // namespace KorvoSetvault

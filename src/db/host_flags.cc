@@ -1,0 +1,40 @@
+#include "db/host_flags.h"
+
+#include <string>
+
+#include "platform/db_store.h"
+#include "setvault/exceptions.h"
+#include "setvault/host_setup.h"
+
+namespace KorvoSetvault {
+namespace {
+
+const char kIsBootKey[] = "IS_BOOT";
+const char kNotifyKey[] = "NOTIFY_NEXD";
+const char kTrue[] = "true";
+
+std::shared_ptr<DBStore::StoreConnection> OwnConnection() {
+  auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+  if (!conn) ThrowException<SetvaultException, const char*>(SV_ERR_DB_FILE, GetStorePath().c_str());
+  return conn;
+}
+
+}  // namespace
+
+bool IsBoot() {
+  std::string value;
+  if (DBStore::ReadKeyValue(kIsBootKey, &value, OwnConnection()) != 0) {
+    throw SetvaultException(SV_ERR_GENERIC, "Failed to read value from database.");
+  }
+  return value == kTrue;
+}
+
+bool IsNexdNotificationEnabled() {
+  auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+  if (!conn) return false;
+  std::string value;
+  if (DBStore::ReadKeyValue(kNotifyKey, &value, conn) != 0) return false;
+  return value == kTrue;
+}
+
+}  // namespace KorvoSetvault

@@ -1,0 +1,45 @@
+// Change notification: tells the host management daemon that a
+// configuration object of an allowlisted type changed.
+#ifndef SETVAULT_SRC_NOTIFY_NOTIFIER_H_
+#define SETVAULT_SRC_NOTIFY_NOTIFIER_H_
+
+#include <string>
+#include <unordered_set>
+
+#include "setvault/object_id.h"
+
+namespace KorvoSetvault {
+
+// The allowlist file and the daemon's socket name.
+extern const char kNotifyAllowlistPath[];
+extern const char kNotifyEndpoint[];
+
+// Reads the allowlist file: a JSON array of "component.group.key" and
+// "component.group.*" strings. Throws SetvaultException 2000 "Notification
+// allowlist <path> missing." when the file does not exist, 1081 when it is
+// not JSON and 1082 when it is not an array of strings.
+std::unordered_set<std::string> ReadNotifyAllowlist();
+
+// The process's allowlist, read on first use; a failed read is not kept and
+// is retried at the next call. Thread-safe.
+const std::unordered_set<std::string>& GetNotifyAllowlist();
+
+// When notification is enabled on the host and the id's type is allowlisted
+// (by full name or by its group's wildcard), sends the daemon one notify
+// request. Failures are logged, never thrown: the write that caused the
+// notification stands.
+void NotifyIfAllowlisted(const SetvaultObjectId& id);
+
+// The HTTP request NotifyIfAllowlisted sends for `id` from process `pid`.
+std::string BuildNotifyRequest(const SetvaultObjectId& id, long pid);
+
+// Test hooks: where the allowlist is read from and the directory the
+// daemon's socket lives in (the current directory by default), and dropping
+// the cached allowlist.
+void SetNotifyAllowlistPathForTesting(const std::string& path);
+void SetNotifySocketDirectoryForTesting(const std::string& directory);
+void ResetNotifyAllowlistForTesting();
+
+}  // namespace KorvoSetvault
+
+#endif  // SETVAULT_SRC_NOTIFY_NOTIFIER_H_

@@ -1,0 +1,79 @@
+// The store facade: creation, connection and transactions.
+#include "store/setvault_impl.h"
+
+#include "setvault/exceptions.h"
+#include "setvault/logger.h"
+
+namespace KorvoSetvault {
+
+const std::string sGlobalNamespace;
+
+NextBootStore::~NextBootStore() = default;
+Setvault::~Setvault() = default;
+
+std::shared_ptr<DBStore::StoreConnection> GetDBStore(DBStore::Type type, bool mustConnect) {
+  auto connection = DBStore::GetConnection(type, true);
+  if (!connection && mustConnect) {
+    throw SetvaultException(SV_ERR_GENERIC, "Failed to connect to database");
+  }
+  return connection;
+}
+
+std::shared_ptr<KorvoSchemaStore::SchemaObject> LookUpSchemaOf(const SetvaultObjectId& id) {
+  auto schema_store = KorvoSchemaStore::SchemaStore::GetStore(false);
+  return schema_store->GetSchemaObject(id.component, id.group, id.key);
+}
+
+std::shared_ptr<Setvault> Setvault::GetStore(const std::string& nameSpace) {
+  if (nameSpace != sGlobalNamespace) {
+    throw InvalidArgumentException(SV_ERR_GENERIC, "Invalid value for namespace.");
+  }
+  return std::make_shared<SetvaultImpl>(GetDBStore(DBStore::kConfigStore, true));
+}
+
+SetvaultImpl::SetvaultImpl(std::shared_ptr<DBStore::StoreConnection> connection)
+    : connection_(std::move(connection)) {}
+
+SetvaultImpl::~SetvaultImpl() = default;
+
+int SetvaultImpl::BeginTransaction() { return DBStore::BeginTransaction(connection_); }
+
+int SetvaultImpl::CommitTransaction() {
+  if (DBStore::CommitTransaction(connection_) != 0) {
+    throw SetvaultException(SV_ERR_GENERIC, "Commit transaction failed.");
+  }
+  return 0;
+}
+
+int SetvaultImpl::CancelTransaction() noexcept {
+  const int result = DBStore::CancelTransaction(connection_);
+  // Cancelling a nested level cannot undo only that level: it is a
+  // programming error, and this operation may not throw, so the process ends.
+  if (result == 1) throw SetvaultException(SV_ERR_GENERIC, "Failed to cancel nested transaction");
+  return result;
+}
+
+SetvaultTransaction::SetvaultTransaction(std::shared_ptr<Setvault>& store)
+    : store_(store), active_(true) {
+  if (!store_) throw SetvaultException(SV_ERR_GENERIC, "Failed to use NULL as the store");
+  if (store_->BeginTransaction() != 0) {
+    throw SetvaultException(SV_ERR_GENERIC, "Failed to start a transaction.");
+  }
+}
+
+SetvaultTransaction::~SetvaultTransaction() {
+  if (active_) store_->CancelTransaction();
+}
+
+int SetvaultTransaction::Commit() {
+  const int result = store_->CommitTransaction();
+  active_ = false;
+  return result;
+}
+
+int SetvaultTransaction::Cancel() {
+  active_ = false;
+  return store_->CancelTransaction();
+}
+
+}  // namespace KorvoSetvault

@@ -1,0 +1,69 @@
+// SetvaultImpl: the store behind the Setvault interface. It holds nothing
+// but its share of the database connection; every operation checks its
+// arguments, looks the type's schema up, validates and calls one persistence
+// function with the connection.
+#ifndef SETVAULT_SRC_STORE_SETVAULT_IMPL_H_
+#define SETVAULT_SRC_STORE_SETVAULT_IMPL_H_
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/db_store.h"
+#include "platform/schema_store.h"
+#include "setvault/setvault_store.h"
+
+namespace KorvoSetvault {
+
+// The calling thread's connection (type 0). When none can be opened, throws
+// SetvaultException 2000 "Failed to connect to database" if `mustConnect`,
+// and returns an empty pointer otherwise.
+std::shared_ptr<DBStore::StoreConnection> GetDBStore(DBStore::Type type, bool mustConnect);
+
+// The schema of the type `id` names (empty when none); the schema store's
+// handle is released at once.
+std::shared_ptr<KorvoSchemaStore::SchemaObject> LookUpSchemaOf(const SetvaultObjectId& id);
+
+class SetvaultImpl : public Setvault {
+ public:
+  explicit SetvaultImpl(std::shared_ptr<DBStore::StoreConnection> connection);
+  ~SetvaultImpl() override;
+
+  std::shared_ptr<NextBootStore> GetNextBootStore() override;
+  std::shared_ptr<SetvaultObject> Get(const SetvaultObjectId& id) override;
+  std::shared_ptr<SetvaultObject> GetDefaultConfig(const SetvaultObjectId& id) override;
+  std::vector<std::shared_ptr<SetvaultObject>> GetDefaultConfigInstances(
+      const std::shared_ptr<FilterSpecObject>& filter) override;
+  std::vector<std::string> GetInstanceIds(const SetvaultObjectId& id) override;
+  void Set(std::shared_ptr<SetvaultObject> object, const USERDATA_CONTEXT& context) override;
+  void SetUserData(std::shared_ptr<SetvaultObject> object, const USERDATA_CONTEXT& context) override;
+  void SetVitalData(std::shared_ptr<SetvaultObject> object) override;
+  void SetCachedData(std::shared_ptr<SetvaultObject> object) override;
+  void Update(std::shared_ptr<SetvaultObject> object, const USERDATA_CONTEXT& context) override;
+  void Delete(const SetvaultObjectId& id) override;
+  void DeleteInstances(const std::shared_ptr<FilterSpecObject>& filter) override;
+  std::vector<std::shared_ptr<SetvaultObject>> GetInstances(
+      const std::shared_ptr<FilterSpecObject>& filter) override;
+  void SetInstances(std::vector<std::shared_ptr<SetvaultObject>> objects,
+                    const USERDATA_CONTEXT& context) override;
+  void SetUserDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects,
+                            const USERDATA_CONTEXT& context) override;
+  void SetCachedDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects) override;
+  void SetVitalDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects) override;
+  int GetRevision(const SetvaultObjectId& id) override;
+  std::vector<std::pair<std::string, int>> GetInstancesRevision(const SetvaultObjectId& id) override;
+  int BeginTransaction() override;
+  int CommitTransaction() override;
+  int CancelTransaction() noexcept override;
+  std::vector<ErrorInfo> Validate(std::shared_ptr<SetvaultObject> object) override;
+
+  const std::shared_ptr<DBStore::StoreConnection>& connection() const { return connection_; }
+
+ private:
+  std::shared_ptr<DBStore::StoreConnection> connection_;
+};
+
+}  // namespace KorvoSetvault
+
+#endif  // SETVAULT_SRC_STORE_SETVAULT_IMPL_H_

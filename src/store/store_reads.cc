@@ -1,0 +1,147 @@
+// The read operations of the store.
+#include <cstdlib>
+
+#include "db/config_reads.h"
+#include "db/host_flags.h"
+#include "platform/upgrade_ctx.h"
+#include "store/api_log.h"
+#include "store/setvault_impl.h"
+#include "validation/guards.h"
+#include "validation/schema_validation.h"
+
+namespace KorvoSetvault {
+namespace {
+
+const KeyStatement4 kRevisionOfInstanceSql(
+    "SELECT Identifier, Revision FROM Config WHERE Name = ? AND ConfigGroup = ? AND "
+    "Component = ? AND Identifier = ?");
+const KeyStatement3 kRevisionsOfTypeSql(
+    "SELECT Identifier, Revision FROM Config WHERE Name = ? AND ConfigGroup = ? AND "
+    "Component = ?");
+const KeyStatement3 kInstanceIdsSql(
+    "SELECT Identifier FROM Config WHERE Name = ? AND ConfigGroup = ? AND Component = ?");
+
+// Row callbacks of the revision and instance-id queries.
+int StoreRevision(void* context, int count, char** texts, char** names) {
+  for (int i = 0; i < count; ++i) {
+    if (std::string_view(names[i]) == "Revision" && texts[i] != nullptr) {
+      *static_cast<int*>(context) = static_cast<int>(std::strtol(texts[i], nullptr, 10));
+    }
+  }
+  return 0;
+}
+
+int AppendRevision(void* context, int count, char** texts, char** names) {
+  std::pair<std::string, int> entry("", 0);
+  for (int i = 0; i < count; ++i) {
+    if (texts[i] == nullptr) continue;
+    const std::string_view name(names[i]);
+    if (name == "Identifier") entry.first = texts[i];
+    if (name == "Revision") entry.second = static_cast<int>(std::strtol(texts[i], nullptr, 10));
+  }
+  static_cast<std::vector<std::pair<std::string, int>>*>(context)->push_back(std::move(entry));
+  return 0;
+}
+
+int AppendFirstColumn(void* context, int count, char** texts, char** /*names*/) {
+  if (count > 0) {
+    static_cast<std::vector<std::string>*>(context)->emplace_back(texts[0] ? texts[0] : "");
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::shared_ptr<SetvaultObject> SetvaultImpl::Get(const SetvaultObjectId& id) {
+  LogApiCall(kReadCallPriority, "Get", id, 1);
+  auto schema = LookUpSchemaOf(id);
+  ValidateSvoId(id, schema);
+  return GetInternal(id, connection_, schema);
+}
+
+std::shared_ptr<SetvaultObject> SetvaultImpl::GetDefaultConfig(const SetvaultObjectId& id) {
+  LogApiCall(kReadCallPriority, "GetDefaultConfig", id, 1);
+  auto schema = LookUpSchemaOf(id);
+  ValidateSvoId(id, schema);
+  return GetDefaultConfigInternal(id, connection_, schema);
+}
+
+std::vector<std::shared_ptr<SetvaultObject>> SetvaultImpl::GetDefaultConfigInstances(
+    const std::shared_ptr<FilterSpecObject>& filter) {
+  if (IsNull(filter, "GetDefaultConfigInstances")) return {};
+  LogApiCall(kReadCallPriority, "GetDefaultConfigInstances", filter->GetSetvaultObjectId(), 1);
+  auto schema = LookUpSchemaOf(filter->GetSetvaultObjectId());
+  ValidateSvoIdInstances(filter, schema);
+  return GetDefaultConfigInstancesInternal(filter, connection_, schema);
+}
+
+std::vector<std::shared_ptr<SetvaultObject>> SetvaultImpl::GetInstances(
+    const std::shared_ptr<FilterSpecObject>& filter) {
+  if (IsNull(filter, "GetInstances")) return {};
+  LogApiCall(kReadCallPriority, "GetInstances", filter->GetSetvaultObjectId(), 1);
+  auto schema = LookUpSchemaOf(filter->GetSetvaultObjectId());
+  ValidateSvoIdInstances(filter, schema);
+  return GetConfigInstancesInternal(filter, connection_, schema);
+}
+
+std::vector<std::string> SetvaultImpl::GetInstanceIds(const SetvaultObjectId& id) {
+  LogApiCall(kReadCallPriority, "GetInstanceIds", id, 1);
+  ValidateSvoIdInstances(id, LookUpSchemaOf(id));
+  std::vector<std::string> ids;
+  DBStore::StmtPtr stmt = kInstanceIdsSql.PrepareAndBind(connection_, id.key, id.group, id.component);
+  if (DBStore::ExecuteStmt(connection_, stmt, AppendFirstColumn, &ids, DBStore::kBusyTimeoutMs) ==
+      1) {
+    throw SetvaultException(SV_ERR_GENERIC, "GetInstanceIds failed");
+  }
+  return ids;
+}
+
+int SetvaultImpl::GetRevision(const SetvaultObjectId& id) {
+  LogApiCall(kReadCallPriority, "GetRevision", id, 1);
+  ValidateSvoId(id, LookUpSchemaOf(id));
+  int revision = -1;
+  DBStore::StmtPtr stmt = kRevisionOfInstanceSql.PrepareAndBind(connection_, id.key, id.group,
+                                                                id.component, id.instanceId);
+  if (DBStore::ExecuteStmt(connection_, stmt, StoreRevision, &revision, DBStore::kBusyTimeoutMs) ==
+      1) {
+    throw SetvaultException(SV_ERR_GENERIC, "GetRevision command failed");
+  }
+  return revision;
+}
+
+std::vector<std::pair<std::string, int>> SetvaultImpl::GetInstancesRevision(
+    const SetvaultObjectId& id) {
+  LogApiCall(kReadCallPriority, "GetInstancesRevision", id, 1);
+  ValidateSvoIdInstances(id, LookUpSchemaOf(id));
+  std::vector<std::pair<std::string, int>> revisions;
+  DBStore::StmtPtr stmt =
+      id.instanceId.empty()
+          ? kRevisionsOfTypeSql.PrepareAndBind(connection_, id.key, id.group, id.component)
+          : kRevisionOfInstanceSql.PrepareAndBind(connection_, id.key, id.group, id.component,
+                                                  id.instanceId);
+  if (DBStore::ExecuteStmt(connection_, stmt, AppendRevision, &revisions,
+                           DBStore::kBusyTimeoutMs) == 1) {
+    throw SetvaultException(SV_ERR_GENERIC, "GetRevision command failed");
+  }
+  return revisions;
+}
+
+std::vector<ErrorInfo> SetvaultImpl::Validate(std::shared_ptr<SetvaultObject> object) {
+  std::vector<ErrorInfo> errors;
+  if (IsNull(object, "Validate")) return errors;
+  LogApiCall(kWriteCallPriority, "Validate", object->GetSetvaultObjectId(), 1);
+  ValidateSVO(LookUpSchemaOf(object->GetSetvaultObjectId()), object, errors);
+  return errors;
+}
+
+std::shared_ptr<NextBootStore> SetvaultImpl::GetNextBootStore() {
+  if (GetUpgradeCtx() != 0 || IsBoot()) {
+    throw ValidationException(SV_ERR_GENERIC,
+                              "NextBootStore is not supported during the upgrade or boot phase");
+  }
+  // The next-boot store's operations are not available yet; the handle is
+  // the interface alone.
+  return std::make_shared<NextBootStore>();
+}
+
+}  // namespace KorvoSetvault
