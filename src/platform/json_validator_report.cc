@@ -1,6 +1,7 @@
 // Findings: JSON Pointers, message texts and the result document.
 #include "platform/json_validator_report.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -34,6 +35,10 @@ bool StartsWith(const std::string& text, const char* prefix) {
 // The shortest text that reads back as `number` ("9216", "0.5", "1e+300").
 std::string FormatNumber(double number) {
   char buffer[32];
+  if (number > -1e15 && number < 1e15 && number == std::trunc(number)) {
+    std::snprintf(buffer, sizeof(buffer), "%lld", static_cast<long long>(number));
+    return buffer;
+  }
   for (int precision = 1; precision <= 17; ++precision) {
     std::snprintf(buffer, sizeof(buffer), "%.*g", precision, number);
     if (std::strtod(buffer, nullptr) == number) break;
