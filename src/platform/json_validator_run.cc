@@ -116,8 +116,26 @@ class MemberWalker {
   std::vector<std::string> path_;
 };
 
+// True when some string in `value` is longer than `limit` bytes.
+bool HasStringLongerThan(const JsonValue& value, size_t limit) {
+  std::vector<const JsonValue*> pending{&value};
+  while (!pending.empty()) {
+    const JsonValue* current = pending.back();
+    pending.pop_back();
+    if (current->IsString()) {
+      if (current->GetStringLength() > limit) return true;
+    } else if (current->IsObject()) {
+      for (const auto& member : current->GetObject()) pending.push_back(&member.value);
+    } else if (current->IsArray()) {
+      for (const auto& element : current->GetArray()) pending.push_back(&element);
+    }
+  }
+  return false;
+}
+
 // Reports strings too long for the pattern engine; true when there are any.
 bool ReportOverlongStrings(const JsonValue& instance, Findings& findings) {
+  if (!HasStringLongerThan(instance, kMaxPatternCheckedLength)) return false;
   bool found = false;
   std::vector<std::pair<const JsonValue*, std::vector<std::string>>> pending{{&instance, {}}};
   while (!pending.empty()) {
