@@ -16,10 +16,9 @@ void Validate(const KorvoSetvault::JsonValue& schema, const KorvoSetvault::JsonV
   auto compiled = CompiledSchemaCache::Instance().Get(schema, mask, name);
   internal::Findings findings;
   // Both passes recurse along the instance; refuse what could exhaust the stack.
-  if (internal::NestingDepth(instance, internal::kMaxInstanceDepth) >
-      internal::kMaxInstanceDepth) {
-    findings.Add("/", "value is nested deeper than " +
-                          std::to_string(internal::kMaxInstanceDepth) + " levels");
+  if (internal::NestingDepth(instance, internal::kMaxInstanceDepth) > internal::kMaxInstanceDepth) {
+    findings.Add("/", "value is nested deeper than " + std::to_string(internal::kMaxInstanceDepth) +
+                          " levels");
   } else {
     internal::RunMemberRules(*compiled, instance, findings);
     if (mask & internal::kValueChecks) internal::RunValueChecks(*compiled, instance, findings);

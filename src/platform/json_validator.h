@@ -30,7 +30,22 @@
 //     member by member. A member tagged vital (under 5) or cached (under 9)
 //     accepts everything below it.
 //   - "sv_generated_id" is accepted (as a string) in every object, and the id
-//     member of an instance array element is always allowed.
+//     member of an instance array element is always allowed. An instance
+//     array is an array schema with "instanceIdProperty" (the id member) or
+//     "generatedInstanceId": true (ids in "sv_generated_id", checked under 8
+//     only where present, since they are filled in after validation).
+//   - Findings of the member rules (options 1, 3, 4, 5, 8, 9) come first, in
+//     instance order, then those of the value checks. A member reported by a
+//     member rule gets no further value finding at the same pointer.
+//   - Local references ("#/definitions/x") are followed; members described in
+//     "allOf", "anyOf" or "oneOf" branches count as described. A definition
+//     reached through "$ref" is prepared for the value checks where it is
+//     defined, so tags of the places that refer to it do not change which of
+//     its members keep their value checks.
+//   - Strings longer than 8192 bytes are reported instead of checked when the
+//     schema has patterns (the pattern engine recurses per character), and an
+//     instance nested deeper than 128 levels gives the single finding
+//     {"/", "value is nested deeper than 128 levels"}.
 //   - An object schema without "properties" (or with "additionalProperties"
 //     true or a schema) accepts undescribed members under option 1.
 //

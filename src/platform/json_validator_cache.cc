@@ -84,8 +84,8 @@ std::shared_ptr<const CompiledSchema> CompiledSchemaCache::Get(const JsonValue& 
                                                                const std::string& name) {
   char address[2 * sizeof(void*) + 4];
   std::snprintf(address, sizeof(address), "%p", static_cast<const void*>(&schema));
-  std::string key = (name.empty() ? std::string("@") + address : "=" + name) + "#" +
-                    std::to_string(mask);
+  std::string key =
+      (name.empty() ? std::string("@") + address : "=" + name) + "#" + std::to_string(mask);
   auto cached = Find(key);
   // The schema at an address (or under a name) may have been reloaded.
   if (cached && cached->Matches(schema)) return cached;

@@ -65,8 +65,8 @@ class CompiledSchemaCache {
   // The compiled form of `schema` under `mask`. A cached entry is used only
   // when its schema still has the same content; otherwise it is compiled
   // again and replaced. Throws as CompiledSchema does.
-  std::shared_ptr<const CompiledSchema> Get(const KorvoSetvault::JsonValue& schema,
-                                            OptionMask mask, const std::string& name);
+  std::shared_ptr<const CompiledSchema> Get(const KorvoSetvault::JsonValue& schema, OptionMask mask,
+                                            const std::string& name);
 
   size_t CompileCount() const { return compiles_.load(); }
   size_t Size() const;

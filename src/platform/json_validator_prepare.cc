@@ -13,8 +13,14 @@ namespace {
 
 // Keywords whose value is one schema, an array of schemas, or an object whose
 // member values are schemas.
-constexpr const char* kSchemaKeywords[] = {"additionalProperties", "additionalItems", "contains",
-                                           "propertyNames", "not", "if", "then", "else"};
+constexpr const char* kSchemaKeywords[] = {"additionalProperties",
+                                           "additionalItems",
+                                           "contains",
+                                           "propertyNames",
+                                           "not",
+                                           "if",
+                                           "then",
+                                           "else"};
 constexpr const char* kSchemaListKeywords[] = {"allOf", "anyOf", "oneOf", "items"};
 constexpr const char* kSchemaMapKeywords[] = {"patternProperties", "dependencies"};
 constexpr const char* kDefinitionKeywords[] = {"definitions", "$defs"};
@@ -113,8 +119,8 @@ class Preparer {
     if (value && copy) Prepare(*value, *copy, here, std::string());
   }
 
-  void PrepareList(const JsonValue& original, JsonValue& prepared, const char* keyword,
-                   TagSet here, const std::string& id_member) {
+  void PrepareList(const JsonValue& original, JsonValue& prepared, const char* keyword, TagSet here,
+                   const std::string& id_member) {
     const JsonValue* list = Find(original, keyword);
     JsonValue* copy = FindMutable(prepared, keyword);
     if (list == nullptr || copy == nullptr || !list->IsArray() || !copy->IsArray()) return;

@@ -78,10 +78,12 @@ const JsonValue* ResolveContext(const std::vector<std::string>& context, const J
     if (current && current->IsArray()) {
       step.is_index = true;
       step.index = std::strtoul(step.token.c_str(), nullptr, 10);
-      current = step.index < current->Size() ? &(*current)[static_cast<rapidjson::SizeType>(step.index)]
-                                             : nullptr;
+      current = step.index < current->Size()
+                    ? &(*current)[static_cast<rapidjson::SizeType>(step.index)]
+                    : nullptr;
     } else if (current && current->IsObject()) {
-      auto it = current->FindMember(JsonValue(rapidjson::StringRef(step.token.c_str(), step.token.size())));
+      auto it = current->FindMember(
+          JsonValue(rapidjson::StringRef(step.token.c_str(), step.token.size())));
       current = it == current->MemberEnd() ? nullptr : &it->value;
     } else {
       current = nullptr;
@@ -102,7 +104,8 @@ const JsonValue* Dereference(const JsonValue& root, const JsonValue* node) {
   for (int hop = 0; node && hop < kMaxReferenceHops; ++hop) {
     const JsonValue* ref = Member(node, "$ref");
     if (ref == nullptr) return node;
-    if (!ref->IsString() || ref->GetStringLength() == 0 || ref->GetString()[0] != '#') return nullptr;
+    if (!ref->IsString() || ref->GetStringLength() == 0 || ref->GetString()[0] != '#')
+      return nullptr;
     rapidjson::GenericPointer<JsonValue> pointer(ref->GetString(), ref->GetStringLength());
     node = pointer.IsValid() ? pointer.Get(root) : nullptr;
   }

@@ -86,7 +86,8 @@ int NestingDepth(const JsonValue& value, int limit) {
     if (depth > deepest) deepest = depth;
     if (deepest > limit) return deepest;
     if (current->IsObject()) {
-      for (const auto& member : current->GetObject()) pending.emplace_back(&member.value, depth + 1);
+      for (const auto& member : current->GetObject())
+        pending.emplace_back(&member.value, depth + 1);
     } else if (current->IsArray()) {
       for (const auto& element : current->GetArray()) pending.emplace_back(&element, depth + 1);
     }
@@ -183,11 +184,13 @@ class RuleTree::Builder {
   void Fill(RuleNode& node, const JsonValue& schema, const std::string& where, int depth) {
     node.tags = ReadTags(schema, where);
     if (const JsonValue* properties = FindMember(schema, "properties")) {
-      if (!properties->IsObject()) ThrowInvalidSchema("\"properties\" at " + where + " is not an object");
+      if (!properties->IsObject())
+        ThrowInvalidSchema("\"properties\" at " + where + " is not an object");
       node.open = false;
       for (const auto& member : properties->GetObject()) {
         std::string name(member.name.GetString(), member.name.GetStringLength());
-        node.properties.emplace(name, Build(member.value, where + "/properties/" + name, depth + 1));
+        node.properties.emplace(name,
+                                Build(member.value, where + "/properties/" + name, depth + 1));
       }
     }
     if (const JsonValue* additional = FindMember(schema, "additionalProperties")) {
@@ -200,7 +203,8 @@ class RuleTree::Builder {
     }
     if (FindMember(schema, "patternProperties")) node.open = true;
     if (const JsonValue* items = FindMember(schema, "items")) {
-      if (items->IsObject() || items->IsBool()) node.items = Build(*items, where + "/items", depth + 1);
+      if (items->IsObject() || items->IsBool())
+        node.items = Build(*items, where + "/items", depth + 1);
     }
     FillInstanceIds(node, schema, where);
     MergeCombinators(node, schema, where, depth);
@@ -214,7 +218,8 @@ class RuleTree::Builder {
 
   static void FillInstanceIds(RuleNode& node, const JsonValue& schema, const std::string& where) {
     if (const JsonValue* id = FindMember(schema, "instanceIdProperty")) {
-      if (!id->IsString()) ThrowInvalidSchema("\"instanceIdProperty\" at " + where + " is not a string");
+      if (!id->IsString())
+        ThrowInvalidSchema("\"instanceIdProperty\" at " + where + " is not a string");
       node.instance_id.assign(id->GetString(), id->GetStringLength());
     }
     if (const JsonValue* generated = FindMember(schema, "generatedInstanceId")) {
@@ -232,7 +237,8 @@ class RuleTree::Builder {
     for (const char* keyword : {"allOf", "anyOf", "oneOf"}) {
       const JsonValue* branches = FindMember(schema, keyword);
       if (branches == nullptr) continue;
-      if (!branches->IsArray()) ThrowInvalidSchema(std::string("\"") + keyword + "\" at " + where + " is not an array");
+      if (!branches->IsArray())
+        ThrowInvalidSchema(std::string("\"") + keyword + "\" at " + where + " is not an array");
       for (rapidjson::SizeType i = 0; i < branches->Size(); ++i) {
         const RuleNode* branch =
             Build((*branches)[i], where + "/" + keyword + "/" + std::to_string(i), depth + 1);

@@ -46,9 +46,9 @@ constexpr int kMaxInstanceDepth = 128;
 
 // What the tag options of a mask allow.
 struct TagPolicy {
-  TagSet forbidden = 0;         // a member carrying one of these is an error
+  TagSet forbidden = 0;           // a member carrying one of these is an error
   const char* forbidden_in = "";  // "user data", "an apply file"
-  TagSet needed = 0;            // when not 0, a member must carry one of these
+  TagSet needed = 0;              // when not 0, a member must carry one of these
   const char* needed_kind = "";   // "vital data", "cached data"
 };
 TagPolicy PolicyOfMask(OptionMask mask);

@@ -166,14 +166,12 @@ bool ReportOverlongStrings(const JsonValue& instance, Findings& findings) {
 
 }  // namespace
 
-void RunMemberRules(const CompiledSchema& compiled, const JsonValue& instance,
-                    Findings& findings) {
+void RunMemberRules(const CompiledSchema& compiled, const JsonValue& instance, Findings& findings) {
   const RuleNode& root = compiled.Rules().Root();
   MemberWalker(compiled, findings).Walk(instance, root, root.tags, std::string());
 }
 
-void RunValueChecks(const CompiledSchema& compiled, const JsonValue& instance,
-                    Findings& findings) {
+void RunValueChecks(const CompiledSchema& compiled, const JsonValue& instance, Findings& findings) {
   if (compiled.HasPatterns() && ReportOverlongStrings(instance, findings)) return;
   valijson::ValidationResults results;
   auto checker = compiled.TakeChecker();

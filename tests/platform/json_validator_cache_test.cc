@@ -52,7 +52,8 @@ TEST_F(JsonValidatorCache, SchemaChangedAtTheSameAddressIsRecompiled) {
   EXPECT_EQ(JsonValidator::CompileCountForTesting(), 2u);
   // A reload with the same content keeps the compiled form.
   KorvoSetvault::JsonDocument& document = schema->GetDocument();
-  document.Parse(R"({"type": "object", "properties": {"mtu": {"type": "integer", "maximum": 10000}}})");
+  document.Parse(
+      R"({"type": "object", "properties": {"mtu": {"type": "integer", "maximum": 10000}}})");
   EXPECT_THAT(CheckValues(document, *instance->GetJsonValuePtr(), {0, 1}), IsEmpty());
   EXPECT_EQ(JsonValidator::CompileCountForTesting(), 2u);
 }
@@ -103,8 +104,7 @@ TEST_F(JsonValidatorCache, ThreadsShareCompiledSchemasWithConsistentResults) {
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < 200; ++i) {
-        auto got = CheckValues(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(),
-                               {0, 1, 8});
+        auto got = CheckValues(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(), {0, 1, 8});
         if (got != expected) ++mismatches[t];
       }
     });

@@ -25,13 +25,13 @@ TEST(JsonValidatorFindings, MemberNamesAreEscapedInPointers) {
       "m~n": {"type": "object", "properties": {"x/~y": {"type": "integer"}}},
       "list": {"type": "array", "items": {"type": "object",
                "properties": {"a/b": {"type": "integer"}}}}}})";
-  EXPECT_THAT(Check(schema, R"({"a/b": "s", "m~n": {"x/~y": "s"}, "list": [{}, {}, {"a/b": "s"}]})",
-                    {0, 1}),
-              UnorderedElementsAre(
-                  Found{"/a~1b", "value of type string is not allowed here (expected integer)"},
-                  Found{"/m~0n/x~1~0y", "value of type string is not allowed here (expected integer)"},
-                  Found{"/list/2/a~1b",
-                        "value of type string is not allowed here (expected integer)"}));
+  EXPECT_THAT(
+      Check(schema, R"({"a/b": "s", "m~n": {"x/~y": "s"}, "list": [{}, {}, {"a/b": "s"}]})",
+            {0, 1}),
+      UnorderedElementsAre(
+          Found{"/a~1b", "value of type string is not allowed here (expected integer)"},
+          Found{"/m~0n/x~1~0y", "value of type string is not allowed here (expected integer)"},
+          Found{"/list/2/a~1b", "value of type string is not allowed here (expected integer)"}));
   EXPECT_THAT(Check(schema, R"({"m~n": {"~/": 1}})", {0, 1}),
               ElementsAre(Found{"/m~0n/~0~1", "member '~/' is not described in the schema"}));
 }
@@ -40,11 +40,11 @@ TEST(JsonValidatorFindings, NumericMemberNamesAndIndexesAreTellApart) {
   const std::string schema = R"({"type": "object", "properties": {
       "list": {"type": "array", "items": {"type": "object", "properties": {
           "0": {"type": "integer"}, "[1]": {"type": "integer"}}}}}})";
-  EXPECT_THAT(Check(schema, R"({"list": [{"0": 1}, {"0": "x", "[1]": "y"}]})", {0, 1}),
-              UnorderedElementsAre(
-                  Found{"/list/1/0", "value of type string is not allowed here (expected integer)"},
-                  Found{"/list/1/[1]",
-                        "value of type string is not allowed here (expected integer)"}));
+  EXPECT_THAT(
+      Check(schema, R"({"list": [{"0": 1}, {"0": "x", "[1]": "y"}]})", {0, 1}),
+      UnorderedElementsAre(
+          Found{"/list/1/0", "value of type string is not allowed here (expected integer)"},
+          Found{"/list/1/[1]", "value of type string is not allowed here (expected integer)"}));
 }
 
 TEST(JsonValidatorFindings, EveryViolationIsReported) {
@@ -69,18 +69,17 @@ TEST(JsonValidatorFindings, BoundsAndLengthMessagesNameValueAndLimit) {
   auto findings = Check(schema, R"({"low": 0.25, "high": 10, "step": 6, "short": "ab",
       "long": "abc", "few": [1], "many": [1, 2], "fixed": "off", "word": "A1"})",
                         {0});
-  EXPECT_THAT(
-      findings,
-      UnorderedElementsAre(
-          Found{"/low", "value 0.25 is below minimum 0.5"},
-          Found{"/high", "value 10 is not below the exclusive maximum 10"},
-          Found{"/step", "value 6 is not a multiple of 4"},
-          Found{"/short", "string of 2 bytes is shorter than the minimum length 3"},
-          Found{"/long", "string of 3 bytes is longer than the maximum length 2"},
-          Found{"/few", "array of 1 element has fewer than the minimum of 2"},
-          Found{"/many", "array of 2 elements has more than the maximum of 1"},
-          Found{"/fixed", "value \"off\" is not the required value \"on\""},
-          Found{"/word", "value \"A1\" does not match the pattern \"^[a-z]+$\""}));
+  EXPECT_THAT(findings,
+              UnorderedElementsAre(
+                  Found{"/low", "value 0.25 is below minimum 0.5"},
+                  Found{"/high", "value 10 is not below the exclusive maximum 10"},
+                  Found{"/step", "value 6 is not a multiple of 4"},
+                  Found{"/short", "string of 2 bytes is shorter than the minimum length 3"},
+                  Found{"/long", "string of 3 bytes is longer than the maximum length 2"},
+                  Found{"/few", "array of 1 element has fewer than the minimum of 2"},
+                  Found{"/many", "array of 2 elements has more than the maximum of 1"},
+                  Found{"/fixed", "value \"off\" is not the required value \"on\""},
+                  Found{"/word", "value \"A1\" does not match the pattern \"^[a-z]+$\""}));
 }
 
 TEST(JsonValidatorFindings, LongValuesAreCutInMessages) {
@@ -99,12 +98,13 @@ TEST(JsonValidatorFindings, ReferencedDefinitionsAreFollowed) {
           "items": {"allOf": [{"$ref": "#/definitions/port"},
                               {"properties": {"n": {"type": "string"}}}]}}}})";
   EXPECT_THAT(Check(schema, R"({"ports": [{"n": "a", "speed": 1}]})", {0, 1, 3, 7, 8}), IsEmpty());
-  EXPECT_THAT(Check(schema, R"({"ports": [{"n": "a", "speed": 101, "lock": 1, "odd": 1}]})",
-                    {0, 1, 3, 7, 8}),
-              UnorderedElementsAre(
-                  Found{"/ports/0/odd", "member 'odd' is not described in the schema"},
-                  Found{"/ports/0/lock", "member 'lock' is not allowed in user data (it is vital data)"},
-                  Found{"/ports/0/speed", "value 101 exceeds maximum 100"}));
+  EXPECT_THAT(
+      Check(schema, R"({"ports": [{"n": "a", "speed": 101, "lock": 1, "odd": 1}]})",
+            {0, 1, 3, 7, 8}),
+      UnorderedElementsAre(
+          Found{"/ports/0/odd", "member 'odd' is not described in the schema"},
+          Found{"/ports/0/lock", "member 'lock' is not allowed in user data (it is vital data)"},
+          Found{"/ports/0/speed", "value 101 exceeds maximum 100"}));
 }
 
 TEST(JsonValidatorFindings, RecursiveSchemasReportDeepPaths) {
@@ -122,8 +122,8 @@ TEST(JsonValidatorFindings, ResultDocumentIsReplaced) {
   auto instance = KorvoSetvault::CreateDocumentFromString("{}");
   KorvoSetvault::JsonDocument result;
   result.Parse(R"({"stale": true})");
-  JsonValidator::Validate(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(), result,
-                          {0, 1}, "");
+  JsonValidator::Validate(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(), result, {0, 1},
+                          "");
   ASSERT_TRUE(result.IsArray());
   EXPECT_EQ(result.Size(), 0u);
 }

@@ -18,9 +18,7 @@ namespace setvault_test {
 struct Found {
   std::string field;
   std::string error;
-  bool operator==(const Found& other) const {
-    return field == other.field && error == other.error;
-  }
+  bool operator==(const Found& other) const { return field == other.field && error == other.error; }
 };
 
 inline std::ostream& operator<<(std::ostream& out, const Found& found) {

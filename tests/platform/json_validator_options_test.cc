@@ -38,7 +38,8 @@ constexpr char kSwitchSchema[] = R"({
   "required": ["name"]
 })";
 
-std::vector<Found> CheckSwitch(const std::string& instance, const std::unordered_set<int>& options) {
+std::vector<Found> CheckSwitch(const std::string& instance,
+                               const std::unordered_set<int>& options) {
   return Check(kSwitchSchema, instance, options);
 }
 
@@ -47,7 +48,8 @@ TEST(JsonValidatorOptions, ValueChecksOnlyWithOptionZero) {
   EXPECT_THAT(CheckSwitch(instance, {1}), IsEmpty());
   EXPECT_THAT(CheckSwitch(instance, {0, 1}),
               UnorderedElementsAre(Found{"/mtu", "value 7000000 exceeds maximum 9216"},
-                          Found{"/mode", "value \"eco\" is not one of the allowed values "
+                                   Found{"/mode",
+                                         "value \"eco\" is not one of the allowed values "
                                          "(allowed: \"fast\", \"slow\")"}));
 }
 
@@ -55,9 +57,10 @@ TEST(JsonValidatorOptions, ValueChecksReachNestedSchemasAndArrayElements) {
   const std::string instance =
       R"({"name": "sw1", "hw": {"label": 5}, "uplinks": [{"port": "p1", "speed": "x"}]})";
   EXPECT_THAT(CheckSwitch(instance, {0, 1}),
-              UnorderedElementsAre(Found{"/hw/label", "value of type integer is not allowed here (expected string)"},
-                          Found{"/uplinks/0/speed",
-                                "value of type string is not allowed here (expected integer)"}));
+              UnorderedElementsAre(
+                  Found{"/hw/label", "value of type integer is not allowed here (expected string)"},
+                  Found{"/uplinks/0/speed",
+                        "value of type string is not allowed here (expected integer)"}));
 }
 
 TEST(JsonValidatorOptions, UndescribedMembersAreErrorsAtEveryLevelWithOptionOne) {
@@ -86,15 +89,13 @@ TEST(JsonValidatorOptions, UserDataRejectsTaggedMembersWithOptionThree) {
   EXPECT_THAT(CheckSwitch(instance, {0, 1}), IsEmpty());
   EXPECT_THAT(
       CheckSwitch(instance, {0, 1, 3}),
-      ElementsAre(Found{"/secret", "member 'secret' is not allowed in user data (it is vital data)"},
-                  Found{"/owner",
-                        "member 'owner' is not allowed in user data (it is solutionUser data)"},
-                  // Reported once, at the tagged member, not for what it holds.
-                  Found{"/stats", "member 'stats' is not allowed in user data (it is cached data)"},
-                  Found{"/hw/serial",
-                        "member 'serial' is not allowed in user data (it is vital data)"},
-                  Found{"/uplinks/0/key",
-                        "member 'key' is not allowed in user data (it is vital data)"}));
+      ElementsAre(
+          Found{"/secret", "member 'secret' is not allowed in user data (it is vital data)"},
+          Found{"/owner", "member 'owner' is not allowed in user data (it is solutionUser data)"},
+          // Reported once, at the tagged member, not for what it holds.
+          Found{"/stats", "member 'stats' is not allowed in user data (it is cached data)"},
+          Found{"/hw/serial", "member 'serial' is not allowed in user data (it is vital data)"},
+          Found{"/uplinks/0/key", "member 'key' is not allowed in user data (it is vital data)"}));
 }
 
 TEST(JsonValidatorOptions, TaggedMembersLoseTheirValueChecksWhenRejected) {
@@ -108,12 +109,14 @@ TEST(JsonValidatorOptions, ApplyFileAllowsSolutionUserButNotVitalOrCachedWithOpt
   EXPECT_THAT(CheckSwitch(R"({"name": "a", "owner": "o"})", {0, 1, 4}), IsEmpty());
   EXPECT_THAT(Fields(CheckSwitch(R"({"name": "a", "owner": "o"})", {0, 1, 3})),
               ElementsAre("/owner"));
-  EXPECT_THAT(CheckSwitch(R"({"name": "a", "secret": "s", "uplinks": [{"port": "p", "hits": 1}]})",
-                          {0, 1, 4}),
-              ElementsAre(Found{"/secret",
-                                "member 'secret' is not allowed in an apply file (it is vital data)"},
-                          Found{"/uplinks/0/hits", "member 'hits' is not allowed in an apply file "
-                                                   "(it is cached data)"}));
+  EXPECT_THAT(
+      CheckSwitch(R"({"name": "a", "secret": "s", "uplinks": [{"port": "p", "hits": 1}]})",
+                  {0, 1, 4}),
+      ElementsAre(
+          Found{"/secret", "member 'secret' is not allowed in an apply file (it is vital data)"},
+          Found{"/uplinks/0/hits",
+                "member 'hits' is not allowed in an apply file "
+                "(it is cached data)"}));
 }
 
 TEST(JsonValidatorOptions, VitalDataAllowsOnlyVitalMembersWithOptionFive) {
@@ -169,22 +172,24 @@ TEST(JsonValidatorOptions, InstanceIdsAreCheckedWithOptionEight) {
   EXPECT_THAT(CheckSwitch(instance, {1}), IsEmpty());
   EXPECT_THAT(
       CheckSwitch(instance, {1, 8}),
-      ElementsAre(Found{"/uplinks/0/port", "missing instance id member 'port'"},
-                  Found{"/uplinks/2/port", "duplicate instance id \"a\" (also at element 1)"},
-                  Found{"/uplinks/3/port", "instance id member 'port' must be a string, not integer"},
-                  Found{"/uplinks/4", "instance of type string cannot carry its id member 'port'"}));
+      ElementsAre(
+          Found{"/uplinks/0/port", "missing instance id member 'port'"},
+          Found{"/uplinks/2/port", "duplicate instance id \"a\" (also at element 1)"},
+          Found{"/uplinks/3/port", "instance id member 'port' must be a string, not integer"},
+          Found{"/uplinks/4", "instance of type string cannot carry its id member 'port'"}));
 }
 
 TEST(JsonValidatorOptions, InstanceIdFindingReplacesTheValueFindingAtTheSameMember) {
   auto findings = CheckSwitch(R"({"uplinks": [{"port": 7}]})", {0, 1, 8});
-  EXPECT_THAT(findings, ElementsAre(Found{"/uplinks/0/port",
-                                          "instance id member 'port' must be a string, not integer"}));
+  EXPECT_THAT(findings,
+              ElementsAre(Found{"/uplinks/0/port",
+                                "instance id member 'port' must be a string, not integer"}));
 }
 
 TEST(JsonValidatorOptions, CachedDataAllowsOnlyCachedMembersWithOptionNine) {
-  EXPECT_THAT(CheckSwitch(R"({"stats": {"rx": 1}, "uplinks": [{"port": "p", "hits": 2}]})",
-                          {0, 1, 9}),
-              IsEmpty());
+  EXPECT_THAT(
+      CheckSwitch(R"({"stats": {"rx": 1}, "uplinks": [{"port": "p", "hits": 2}]})", {0, 1, 9}),
+      IsEmpty());
   EXPECT_THAT(CheckSwitch(R"({"stats": {"rx": 1}, "secret": "s", "name": "n"})", {0, 1, 9}),
               ElementsAre(Found{"/secret", "member 'secret' is not cached data"},
                           Found{"/name", "member 'name' is not cached data"}));
@@ -196,8 +201,9 @@ TEST(JsonValidatorOptions, TypeTaggedAtTheTopAppliesToAllItsMembers) {
       "properties": {"a": {"type": "integer"}, "b": {"type": "object"}}})";
   EXPECT_THAT(Check(cached_type, R"({"a": 1, "b": {"x": 1}})", {0, 1, 9}), IsEmpty());
   EXPECT_THAT(Fields(Check(cached_type, R"({"a": 1})", {0, 1, 5})), ElementsAre("/a"));
-  EXPECT_THAT(Check(cached_type, R"({"a": 1})", {0, 1, 3}),
-              ElementsAre(Found{"/a", "member 'a' is not allowed in user data (it is cached data)"}));
+  EXPECT_THAT(
+      Check(cached_type, R"({"a": 1})", {0, 1, 3}),
+      ElementsAre(Found{"/a", "member 'a' is not allowed in user data (it is cached data)"}));
 }
 
 TEST(JsonValidatorOptions, GeneratedIdMemberIsReservedEverywhere) {

@@ -81,8 +81,9 @@ TEST(JsonValidatorRobustness, HugeStringUnderAPatternIsReportedNotMatched) {
       R"({"type": "object", "properties": {"s": {"type": "string", "pattern": "^(a|b)*$"}}})";
   EXPECT_THAT(Check(schema, R"({"s": ")" + std::string(1000, 'a') + R"("})", {0, 1}), IsEmpty());
   EXPECT_THAT(Check(schema, R"({"s": ")" + std::string(200000, 'a') + R"("})", {0, 1}),
-              ElementsAre(Found{"/s", "string of 200000 bytes is too long to check (at most 8192 "
-                                      "bytes)"}));
+              ElementsAre(Found{"/s",
+                                "string of 200000 bytes is too long to check (at most 8192 "
+                                "bytes)"}));
 }
 
 TEST(JsonValidatorRobustness, LargeInstanceArrayIsCheckedCompletely) {
@@ -93,8 +94,9 @@ TEST(JsonValidatorRobustness, LargeInstanceArrayIsCheckedCompletely) {
   const std::string schema = R"({"type": "object", "properties": {"list": {"type": "array",
       "instanceIdProperty": "id", "items": {"type": "object",
       "properties": {"id": {"type": "string"}}}}}})";
-  EXPECT_THAT(Check(schema, R"({"list": [)" + elements + "]}", {0, 1, 8}),
-              ElementsAre(Found{"/list/9999/id", "duplicate instance id \"0\" (also at element 0)"}));
+  EXPECT_THAT(
+      Check(schema, R"({"list": [)" + elements + "]}", {0, 1, 8}),
+      ElementsAre(Found{"/list/9999/id", "duplicate instance id \"0\" (also at element 0)"}));
 }
 
 TEST(JsonValidatorRobustness, NonObjectInstancesAreValidatedAsValues) {
