@@ -180,6 +180,12 @@ void RunValueChecks(const CompiledSchema& compiled, const JsonValue& instance, F
                       &results);
   } catch (const std::regex_error& e) {
     ThrowInvalidSchema(std::string("a pattern does not compile: ") + e.what());
+  } catch (const KorvoSetvault::SetvaultException&) {
+    throw;
+  } catch (const std::exception& e) {
+    throw KorvoSetvault::SetvaultException(
+        KorvoSetvault::SV_ERR_GENERIC,
+        (std::string("JSON validation failed: ") + e.what()).c_str());
   }
   compiled.ReturnChecker(std::move(checker));
   for (const auto& error : results) {

@@ -79,7 +79,7 @@ TEST(JsonValidatorRobustness, DepthJustInsideTheLimitIsValidated) {
 TEST(JsonValidatorRobustness, HugeStringUnderAPatternIsReportedNotMatched) {
   const std::string schema =
       R"({"type": "object", "properties": {"s": {"type": "string", "pattern": "^(a|b)*$"}}})";
-  EXPECT_THAT(Check(schema, R"({"s": ")" + std::string(1000, 'a') + R"("})", {0, 1}), IsEmpty());
+  EXPECT_THAT(Check(schema, R"({"s": ")" + std::string(8192, 'a') + R"("})", {0, 1}), IsEmpty());
   EXPECT_THAT(Check(schema, R"({"s": ")" + std::string(200000, 'a') + R"("})", {0, 1}),
               ElementsAre(Found{"/s",
                                 "string of 200000 bytes is too long to check (at most 8192 "
