@@ -1,0 +1,98 @@
+// Validation cost: a cached compiled schema against compiling per call, and
+// a large instance array.
+#include <benchmark/benchmark.h>
+
+#include <string>
+#include <unordered_set>
+
+#include "platform/json_validator.h"
+#include "setvault/json_doc.h"
+
+namespace {
+
+const std::unordered_set<int> kUserOptions = {0, 1, 3, 7, 8};
+
+constexpr char kSchema[] = R"({
+  "type": "object",
+  "properties": {
+    "name": {"type": "string", "maxLength": 32, "pattern": "^[a-z][a-z0-9-]*$"},
+    "mtu": {"type": "integer", "minimum": 68, "maximum": 9216},
+    "mode": {"enum": ["fast", "slow", "auto"]},
+    "enabled": {"type": "boolean"},
+    "description": {"type": "string", "maxLength": 128},
+    "secret": {"type": "string", "vital": true},
+    "stats": {"type": "object", "cached": true, "properties": {"rx": {"type": "integer"}}},
+    "hw": {"type": "object", "properties": {"label": {"type": "string"},
+                                            "slot": {"type": "integer", "minimum": 0}}},
+    "uplinks": {"type": "array", "instanceIdProperty": "port",
+                "items": {"type": "object",
+                          "properties": {"port": {"type": "string"},
+                                         "speed": {"type": "integer", "minimum": 0},
+                                         "lacp": {"type": "boolean"}},
+                          "required": ["port"]}}
+  },
+  "required": ["name"]
+})";
+
+// About 500 bytes of valid user data.
+constexpr char kInstance[] = R"({
+  "name": "vswitch-main", "mtu": 9000, "mode": "auto", "enabled": true,
+  "description": "Main virtual switch carrying management and storage traffic for this host",
+  "hw": {"label": "pci-0000:3b:00.0", "slot": 3},
+  "uplinks": [
+    {"port": "vmnic0", "speed": 25000, "lacp": true},
+    {"port": "vmnic1", "speed": 25000, "lacp": true},
+    {"port": "vmnic2", "speed": 10000, "lacp": false},
+    {"port": "vmnic3", "speed": 10000, "lacp": false},
+    {"port": "vmnic4", "speed": 1000, "lacp": false}
+  ]
+})";
+
+void BM_ValidateCachedSchema(benchmark::State& state) {
+  auto schema = KorvoSetvault::CreateDocumentFromString(kSchema);
+  auto instance = KorvoSetvault::CreateDocumentFromString(kInstance);
+  for (auto _ : state) {
+    KorvoSetvault::JsonDocument result;
+    JsonValidator::Validate(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(), result,
+                            kUserOptions, "");
+    benchmark::DoNotOptimize(result.Size());
+  }
+  state.SetBytesProcessed(state.iterations() * (sizeof(kInstance) - 1));
+}
+BENCHMARK(BM_ValidateCachedSchema);
+
+void BM_ValidateCompilingEachTime(benchmark::State& state) {
+  auto schema = KorvoSetvault::CreateDocumentFromString(kSchema);
+  auto instance = KorvoSetvault::CreateDocumentFromString(kInstance);
+  for (auto _ : state) {
+    JsonValidator::ResetCacheForTesting();
+    KorvoSetvault::JsonDocument result;
+    JsonValidator::Validate(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(), result,
+                            kUserOptions, "");
+    benchmark::DoNotOptimize(result.Size());
+  }
+  state.SetBytesProcessed(state.iterations() * (sizeof(kInstance) - 1));
+}
+BENCHMARK(BM_ValidateCompilingEachTime);
+
+void BM_ValidateInstanceArray(benchmark::State& state) {
+  auto schema = KorvoSetvault::CreateDocumentFromString(kSchema);
+  std::string text = R"({"name": "big", "uplinks": [)";
+  for (int64_t i = 0; i < state.range(0); ++i) {
+    text += (i ? "," : "") + std::string(R"({"port": "vmnic)") + std::to_string(i) +
+            R"(", "speed": 10000, "lacp": false})";
+  }
+  text += "]}";
+  auto instance = KorvoSetvault::CreateDocumentFromString(text);
+  for (auto _ : state) {
+    KorvoSetvault::JsonDocument result;
+    JsonValidator::Validate(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(), result,
+                            kUserOptions, "");
+    if (result.Size() != 0) state.SkipWithError("unexpected findings");
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+  state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
+}
+BENCHMARK(BM_ValidateInstanceArray)->Arg(10000)->Unit(benchmark::kMillisecond);
+
+}  // namespace

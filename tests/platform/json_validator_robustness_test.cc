@@ -1,0 +1,110 @@
+// Malformed schemas give a clear exception; hostile instances give findings.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "json_validator_fixture.h"
+#include "setvault/exceptions.h"
+
+namespace setvault_test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+// Expects Validate to throw SetvaultException 2000 naming `detail`.
+void ExpectInvalidSchema(const std::string& schema, const std::string& detail) {
+  SCOPED_TRACE(schema);
+  try {
+    Check(schema, R"({"a": "x"})", {0, 1, 3, 7, 8});
+    ADD_FAILURE() << "no exception";
+  } catch (const KorvoSetvault::SetvaultException& e) {
+    EXPECT_EQ(e.GetErrorCode(), KorvoSetvault::SV_ERR_GENERIC);
+    EXPECT_THAT(e.what(), HasSubstr("Invalid JSON schema"));
+    EXPECT_THAT(e.what(), HasSubstr(detail));
+  }
+}
+
+TEST(JsonValidatorRobustness, MalformedSchemasThrowAClearError) {
+  ExpectInvalidSchema("[]", "not a JSON object");
+  ExpectInvalidSchema(R"("object")", "not a JSON object");
+  ExpectInvalidSchema(R"({"properties": 5})", "\"properties\" at # is not an object");
+  ExpectInvalidSchema(R"({"properties": {"a": 5}})", "#/properties/a is not an object");
+  ExpectInvalidSchema(R"({"properties": {"a": {"vital": "yes"}}})",
+                      "\"vital\" at #/properties/a is not a boolean");
+  ExpectInvalidSchema(R"({"type": "array", "instanceIdProperty": 1, "items": {}})",
+                      "\"instanceIdProperty\" at # is not a string");
+  ExpectInvalidSchema(R"({"properties": {"a": {"$ref": "#/nowhere"}}})", "unresolved");
+  ExpectInvalidSchema(R"({"properties": {"a": {"$ref": "http://example.com/s.json"}}})",
+                      "only local references");
+  ExpectInvalidSchema(R"({"$ref": "#"})", "circular");
+  ExpectInvalidSchema(R"({"properties": {"a": {"type": 5}}})", "");
+  ExpectInvalidSchema(R"({"properties": {"a": {"maxLength": "long"}}})", "");
+  ExpectInvalidSchema(R"({"properties": {"a": {"pattern": "(["}}})", "pattern");
+}
+
+TEST(JsonValidatorRobustness, OverlyDeepSchemaIsRefused) {
+  std::string schema = R"({"type": "object"})";
+  for (int i = 0; i < 200; ++i) schema = R"({"properties": {"a": )" + schema + "}}";
+  ExpectInvalidSchema(schema, "nested deeper");
+}
+
+TEST(JsonValidatorRobustness, DeepInstanceGivesOneFindingInsteadOfACrash) {
+  // Built in place: parsing text this deep would itself recurse too far.
+  KorvoSetvault::JsonDocument instance;
+  KorvoSetvault::JsonValue* current = &instance;
+  current->SetArray();
+  for (int i = 0; i < 100000; ++i) {
+    current->PushBack(KorvoSetvault::JsonValue(rapidjson::kArrayType), instance.GetAllocator());
+    current = &(*current)[0];
+  }
+  auto schema = KorvoSetvault::CreateDocumentFromString(R"({"items": {"$ref": "#"}})");
+  EXPECT_THAT(CheckValues(*schema->GetJsonValuePtr(), instance, {0, 1}),
+              ElementsAre(Found{"/", "value is nested deeper than 128 levels"}));
+}
+
+TEST(JsonValidatorRobustness, DepthJustInsideTheLimitIsValidated) {
+  std::string instance = R"({"v": "x"})";
+  for (int i = 0; i < 100; ++i) instance = R"({"child": )" + instance + "}";
+  const std::string schema = R"({"type": "object", "properties": {
+      "child": {"$ref": "#"}, "v": {"type": "integer"}}})";
+  auto findings = Check(schema, instance, {0, 1});
+  ASSERT_THAT(findings, SizeIs(1));
+  EXPECT_EQ(findings[0].field.size(), std::string("/child").size() * 100 + 2);
+}
+
+TEST(JsonValidatorRobustness, HugeStringUnderAPatternIsReportedNotMatched) {
+  const std::string schema =
+      R"({"type": "object", "properties": {"s": {"type": "string", "pattern": "^(a|b)*$"}}})";
+  EXPECT_THAT(Check(schema, R"({"s": ")" + std::string(8192, 'a') + R"("})", {0, 1}), IsEmpty());
+  EXPECT_THAT(Check(schema, R"({"s": ")" + std::string(200000, 'a') + R"("})", {0, 1}),
+              ElementsAre(Found{"/s",
+                                "string of 200000 bytes is too long to check (at most 8192 "
+                                "bytes)"}));
+}
+
+TEST(JsonValidatorRobustness, LargeInstanceArrayIsCheckedCompletely) {
+  std::string elements;
+  for (int i = 0; i < 10000; ++i) {
+    elements += (i ? "," : "") + std::string(R"({"id": ")") + std::to_string(i % 9999) + "\"}";
+  }
+  const std::string schema = R"({"type": "object", "properties": {"list": {"type": "array",
+      "instanceIdProperty": "id", "items": {"type": "object",
+      "properties": {"id": {"type": "string"}}}}}})";
+  EXPECT_THAT(
+      Check(schema, R"({"list": [)" + elements + "]}", {0, 1, 8}),
+      ElementsAre(Found{"/list/9999/id", "duplicate instance id \"0\" (also at element 0)"}));
+}
+
+TEST(JsonValidatorRobustness, NonObjectInstancesAreValidatedAsValues) {
+  const std::string schema = R"({"type": "object", "properties": {"a": {"type": "integer"}}})";
+  EXPECT_THAT(Check(schema, "null", {0, 1, 3, 5, 8}),
+              ElementsAre(Found{"/", "value of type null is not allowed here (expected object)"}));
+  EXPECT_THAT(Check(schema, "\"text\"", {1, 3}), IsEmpty());
+}
+
+}  // namespace
+}  // namespace setvault_test
