@@ -1,0 +1,220 @@
+// The write operations of the store.
+#include "db/config_reads.h"
+#include "db/config_writes.h"
+#include "model/update_merge.h"
+#include "notify/notifier.h"
+#include "store/api_log.h"
+#include "store/setvault_impl.h"
+#include "store/transaction_scope.h"
+#include "store/write_guards.h"
+#include "validation/cleanup.h"
+#include "validation/guards.h"
+#include "validation/schema_validation.h"
+
+namespace KorvoSetvault {
+namespace {
+
+using ObjectVector = std::vector<std::shared_ptr<SetvaultObject>>;
+
+// The update kind: auto-configuration for the auto-configuration context,
+// otherwise by whether the object is user configuration.
+UPDATE_CONTEXT UpdateKindOf(const USERDATA_CONTEXT& context, bool user_type) {
+  if (context.kind == kAutoConfigContext) return kUpdateAutoConfig;
+  return user_type ? kUpdateUser : kUpdateNonUser;
+}
+
+// The schema of an instances call's type, after the list checks every such
+// call shares. Logs the call.
+std::shared_ptr<KorvoSchemaStore::SchemaObject> CheckInstancesCall(const char* operation,
+                                                                   const ObjectVector& objects,
+                                                                   const USERDATA_CONTEXT& context) {
+  const SetvaultObjectId& id = objects.front()->GetSetvaultObjectId();
+  LogApiCall(kWriteCallPriority, operation, id, ContextValue(context));
+  auto schema = LookUpSchemaOf(id);
+  ValidateSvoIdInstances(id, schema);
+  return schema;
+}
+
+// Checks every object of a one-column instances write, writes them all in one
+// transaction and notifies.
+template <typename Validate, typename Write>
+void SetDataInstancesInternal(const std::shared_ptr<DBStore::StoreConnection>& connection,
+                              const ObjectVector& objects,
+                              const std::shared_ptr<KorvoSchemaStore::SchemaObject>& schema,
+                              Validate validate, Write write) {
+  RequireOneType(objects);
+  for (const auto& object : objects) {
+    validateInstanceId(object->GetSetvaultObjectId());
+    validate(schema, object);
+  }
+  RunUnderTransaction(connection, "SetDataInstancesInternal", [&] { write(objects, connection); });
+  NotifyIfAllowlisted(objects.front()->GetSetvaultObjectId());
+}
+
+}  // namespace
+
+void SetvaultImpl::Set(std::shared_ptr<SetvaultObject> object, const USERDATA_CONTEXT& context) {
+  if (IsNull(object, "Set")) return;
+  const SetvaultObjectId& id = object->GetSetvaultObjectId();
+  LogApiCall(kWriteCallPriority, "Set", id, ContextValue(context));
+  auto schema = LookUpSchemaOf(id);
+  ValidateSvoId(object, schema);
+  ValidateSet(schema, object);
+  BootGuard(object, schema, context);
+  SetInternal(object, schema, context, connection_);
+  NotifyIfAllowlisted(id);
+}
+
+void SetvaultImpl::SetUserData(std::shared_ptr<SetvaultObject> object,
+                               const USERDATA_CONTEXT& context) {
+  if (IsNull(object, "SetUserData")) return;
+  const SetvaultObjectId& id = object->GetSetvaultObjectId();
+  LogApiCall(kWriteCallPriority, "SetUserData", id, ContextValue(context));
+  auto schema = LookUpSchemaOf(id);
+  ValidateSvoId(object, schema);
+  BootGuard(object, schema, context);
+  ValidateUserConfig(schema, object);
+  // The daemon is told before the row is written, as it always has been.
+  NotifyIfAllowlisted(id);
+  if (context.kind != kExternalContext) {
+    WriteAutoConfConfigInstances({object}, connection_);
+  } else {
+    WriteUserConfigInstances({object}, connection_, schema->IsConfirmedDuringUpgrade());
+  }
+}
+
+void SetvaultImpl::SetVitalData(std::shared_ptr<SetvaultObject> object) {
+  if (IsNull(object, "SetVitalData")) return;
+  const SetvaultObjectId& id = object->GetSetvaultObjectId();
+  LogApiCall(kWriteCallPriority, "SetVitalData", id, 1);
+  auto schema = LookUpSchemaOf(id);
+  ValidateSvoId(object, schema);
+  ValidateVitalConfig(schema, object);
+  WriteVitalConfigInstances({object}, connection_);
+  NotifyIfAllowlisted(id);
+}
+
+void SetvaultImpl::SetCachedData(std::shared_ptr<SetvaultObject> object) {
+  if (IsNull(object, "SetCachedData")) return;
+  const SetvaultObjectId& id = object->GetSetvaultObjectId();
+  LogApiCall(kWriteCallPriority, "SetCachedData", id, 1);
+  auto schema = LookUpSchemaOf(id);
+  ValidateSvoId(object, schema);
+  ValidateCachedConfig(schema, object);
+  WriteCachedConfigInstances({object}, connection_);
+  NotifyIfAllowlisted(id);
+}
+
+void SetvaultImpl::Update(std::shared_ptr<SetvaultObject> object, const USERDATA_CONTEXT& context) {
+  if (IsNull(object, "Update")) return;
+  const SetvaultObjectId& id = object->GetSetvaultObjectId();
+  LogApiCall(kWriteCallPriority, "Update", id, ContextValue(context));
+  auto schema = LookUpSchemaOf(id);
+  ValidateSvoId(object, schema);
+  ValidateUpdate(schema, object);
+  const bool user_type = isUserType(object, schema);
+  BootGuard(object, schema, context);
+  if (object->IsEmpty()) {
+    SVLogger::Log(1, "Update called with empty object for %s, deletes are not supported",
+                  id.toString().c_str());
+    return;
+  }
+  const UPDATE_CONTEXT kind = UpdateKindOf(context, user_type);
+  RunUnderTransaction(connection_, "Update", [&] {
+    // The stored value of the part this context writes, with vital and
+    // cached data: the update merges into it and writes those columns back.
+    auto stored = GetConfigByBootAndContext(id, connection_, context, schema);
+    if (stored) {
+      UpdateConfigInternal(object, stored);
+      ValidateSet(schema, stored);
+      CleanupObject(stored, schema);
+      UpdateByContextInternal(stored, schema, kind, connection_);
+    } else {
+      ValidateSet(schema, object);
+      SetByContextInternal(object, schema, kind, connection_);
+    }
+  });
+  NotifyIfAllowlisted(id);
+}
+
+void SetvaultImpl::Delete(const SetvaultObjectId& id) {
+  LogApiCall(kWriteCallPriority, "Delete", id, 1);
+  ValidateSvoId(id, LookUpSchemaOf(id));
+  DeleteInternal(id, connection_);
+  NotifyIfAllowlisted(id);
+}
+
+void SetvaultImpl::DeleteInstances(const std::shared_ptr<FilterSpecObject>& filter) {
+  if (IsNull(filter, "DeleteInstances")) return;
+  const SetvaultObjectId& id = filter->GetSetvaultObjectId();
+  LogApiCall(kWriteCallPriority, "DeleteInstances", id, 1);
+  auto schema = LookUpSchemaOf(id);
+  ValidateSvoIdInstances(filter, schema);
+  if (filter->IsEmpty()) {
+    if (!id.instanceId.empty()) {
+      DeleteInternal(id, connection_);
+    } else {
+      DeleteInstancesInternal(id, connection_);
+    }
+  } else {
+    RunUnderTransaction(connection_, "DeleteInstances", [&] {
+      for (const auto& instance : GetConfigInstancesInternal(filter, connection_, schema)) {
+        DeleteInternal(instance->GetSetvaultObjectId(), connection_);
+      }
+    });
+  }
+  NotifyIfAllowlisted(id);
+}
+
+void SetvaultImpl::SetInstances(std::vector<std::shared_ptr<SetvaultObject>> objects,
+                                const USERDATA_CONTEXT& context) {
+  objects = WithoutEmptyPointers(std::move(objects));
+  auto schema = CheckInstancesCall("SetInstances", objects, context);
+  RequireOneType(objects);
+  for (const auto& object : objects) {
+    validateInstanceId(object->GetSetvaultObjectId());
+    ValidateSet(schema, object);
+    BootGuard(object, schema, context);
+  }
+  const SetvaultObjectId& id = objects.front()->GetSetvaultObjectId();
+  RunUnderTransaction(connection_, "SetInstances", [&] {
+    const RevisionMap revisions = ReadRevisionMap(id, connection_);
+    SetInstancesInternal(objects, context, schema, connection_, &revisions);
+  });
+  NotifyIfAllowlisted(id);
+}
+
+void SetvaultImpl::SetUserDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects,
+                                        const USERDATA_CONTEXT& context) {
+  objects = WithoutEmptyPointers(std::move(objects));
+  auto schema = CheckInstancesCall("SetUserDataInstances", objects, context);
+  SetDataInstancesInternal(
+      connection_, objects, schema,
+      [&context](const auto& type_schema, const auto& object) {
+        BootGuard(object, type_schema, context);
+        ValidateUserConfig(type_schema, object);
+      },
+      [&context, &schema](const ObjectVector& list, const auto& conn) {
+        if (context.kind != kExternalContext) {
+          WriteAutoConfConfigInstances(list, conn);
+        } else {
+          WriteUserConfigInstances(list, conn, schema->IsConfirmedDuringUpgrade());
+        }
+      });
+}
+
+void SetvaultImpl::SetCachedDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects) {
+  objects = WithoutEmptyPointers(std::move(objects));
+  auto schema = CheckInstancesCall("SetCachedDataInstances", objects, USERDATA_CONTEXT{});
+  SetDataInstancesInternal(connection_, objects, schema, ValidateCachedConfig,
+                           WriteCachedConfigInstances);
+}
+
+void SetvaultImpl::SetVitalDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects) {
+  objects = WithoutEmptyPointers(std::move(objects));
+  auto schema = CheckInstancesCall("SetVitalDataInstances", objects, USERDATA_CONTEXT{});
+  SetDataInstancesInternal(connection_, objects, schema, ValidateVitalConfig,
+                           WriteVitalConfigInstances);
+}
+
+}  // namespace KorvoSetvault
