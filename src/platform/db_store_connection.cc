@@ -49,6 +49,7 @@ void LogSqliteError(sqlite3* db, int code, const char* what, std::string_view sq
 
 int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql) {
   StmtPtr stmt = Prepare(conn, sql, kBusyTimeoutMs);
+  conn->UseBusyTimeout(kBusyTimeoutMs);
   if (!stmt) return sqlite3_errcode(conn->db()) != SQLITE_OK ? sqlite3_errcode(conn->db())
                                                             : SQLITE_ERROR;
   int rc;
