@@ -98,6 +98,10 @@ class StoreConnection {
 
 namespace internal {
 
+// The statements of the key-value table.
+extern const char kReadKeyValueSql[];
+extern const char kWriteKeyValueSql[];
+
 // Prepares (through the cache) and steps `sql`, which takes no parameters and whose rows
 // are ignored. Returns the SQLite result code (SQLITE_OK when it ran to the end).
 int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql);

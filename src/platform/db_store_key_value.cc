@@ -6,10 +6,14 @@
 #include "platform/db_store_connection.h"
 
 namespace DBStore {
-namespace {
+namespace internal {
 
-constexpr std::string_view kReadSql = "SELECT Value FROM KeyValue WHERE Key = ?1";
-constexpr std::string_view kWriteSql = "INSERT OR REPLACE INTO KeyValue (Key, Value) VALUES (?1, ?2)";
+const char kReadKeyValueSql[] = "SELECT Value FROM KeyValue WHERE Key = ?1";
+const char kWriteKeyValueSql[] = "INSERT OR REPLACE INTO KeyValue (Key, Value) VALUES (?1, ?2)";
+
+}  // namespace internal
+
+namespace {
 
 int ReadDataVersion(const std::shared_ptr<StoreConnection>& conn, int64_t* version) {
   StmtPtr stmt = internal::Prepare(conn, "PRAGMA data_version", kBusyTimeoutMs);
@@ -58,7 +62,7 @@ int ReadKeyValue(const std::string& key, std::string* out,
     *out = found->second;
     return 0;
   }
-  StmtPtr stmt = internal::Prepare(conn, kReadSql, kBusyTimeoutMs);
+  StmtPtr stmt = internal::Prepare(conn, internal::kReadKeyValueSql, kBusyTimeoutMs);
   int index = 1;
   if (!stmt || internal::Bind(conn, stmt, index, key, false) != 0) return 1;
   if (ExecuteStmt(conn, stmt, CollectValue, out, kBusyTimeoutMs) != 0) {
@@ -72,7 +76,7 @@ int ReadKeyValue(const std::string& key, std::string* out,
 int WriteKeyValue(const std::string& key, const std::string& value,
                   const std::shared_ptr<StoreConnection>& conn) {
   if (!conn) return 1;
-  StmtPtr stmt = internal::Prepare(conn, kWriteSql, kBusyTimeoutMs);
+  StmtPtr stmt = internal::Prepare(conn, internal::kWriteKeyValueSql, kBusyTimeoutMs);
   int index = 1;
   if (!stmt || internal::Bind(conn, stmt, index, key, false) != 0 ||
       internal::Bind(conn, stmt, index, value, false) != 0) {
