@@ -43,12 +43,14 @@ class StoreConnection;
 
 namespace internal {
 class StatementCache;
+struct CachedText;
 }  // namespace internal
 
 // Owner policy of a prepared statement: gives the statement back to its connection's cache
 // (reset, bindings cleared) while that connection lives, and finalizes it otherwise.
 struct SqliteStmtDeleter {
   std::weak_ptr<internal::StatementCache> cache;
+  internal::CachedText* text = nullptr;  // the cache entry of the statement's SQL, if any
   void operator()(sqlite3_stmt* stmt) const noexcept;
 };
 

@@ -21,7 +21,7 @@ using KorvoSetvault::SVLogger;
 StoreConnection::StoreConnection(sqlite3* db, std::string path)
     : db_(db),
       path_(std::move(path)),
-      cache_(std::make_shared<internal::StatementCache>(db)) {}
+      cache_(std::make_shared<internal::StatementCache>()) {}
 
 StoreConnection::~StoreConnection() {
   sqlite3_rollback_hook(db_, nullptr, nullptr);

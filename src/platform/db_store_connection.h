@@ -17,21 +17,30 @@
 namespace DBStore {
 namespace internal {
 
+// One SQL text of a statement cache and its idle statements.
+struct CachedText {
+  std::string sql;
+  std::vector<sqlite3_stmt*> idle;
+};
+
 // Idle prepared statements of one connection, keyed by SQL text. Statements handed out
-// are owned by their StmtPtr; the deleter gives them back here.
+// are owned by their StmtPtr; the deleter gives them back to their CachedText.
 class StatementCache {
  public:
-  explicit StatementCache(sqlite3* db) : db_(db) {}
+  StatementCache() = default;
   ~StatementCache();
   StatementCache(const StatementCache&) = delete;
   StatementCache& operator=(const StatementCache&) = delete;
 
-  // An idle statement for `sql`, or null when none is cached.
-  sqlite3_stmt* Take(std::string_view sql);
-  // Keeps `stmt` (already reset and unbound) for reuse, or finalizes it when the cache is
-  // full.
-  void Give(sqlite3_stmt* stmt);
-  // Finalizes every idle statement.
+  // The entry of `sql` (already a Key()), or null.
+  CachedText* Find(std::string_view sql);
+  // The entry of `sql`, created when missing; null when the cache holds its maximum of
+  // distinct texts.
+  CachedText* FindOrAdd(std::string_view sql);
+  // Keeps `stmt` (already reset and unbound) in `text` for reuse, or finalizes it when
+  // `text` is null or holds enough idle statements.
+  void Give(CachedText* text, sqlite3_stmt* stmt);
+  // Finalizes every idle statement. The texts stay: statements handed out point at them.
   void Clear();
 
   size_t IdleCount() const;
@@ -40,16 +49,23 @@ class StatementCache {
   static std::string_view Key(std::string_view sql);
 
  private:
-  struct Entry {
-    std::string sql;
-    std::vector<sqlite3_stmt*> idle;
-  };
   static constexpr size_t kMaxTexts = 256;      // distinct SQL texts kept
   static constexpr size_t kMaxIdlePerText = 4;  // idle copies of one text
+  static constexpr size_t kRecentSlots = 32;
 
-  sqlite3* db_;
+  // Most texts are literals passed again and again from the same address: a small table
+  // by address finds them without hashing the whole text (the text is still compared).
+  struct Recent {
+    const char* data = nullptr;
+    CachedText* text = nullptr;
+  };
+  static size_t Slot(const char* data) {
+    return (reinterpret_cast<uintptr_t>(data) >> 3) % kRecentSlots;
+  }
+
+  Recent recent_[kRecentSlots];
   // Keys view the text owned by their entry.
-  std::unordered_map<std::string_view, std::unique_ptr<Entry>> entries_;
+  std::unordered_map<std::string_view, std::unique_ptr<CachedText>> entries_;
 };
 
 // Cached key-value texts, valid while the database is unchanged.

@@ -1,5 +1,7 @@
 // Statement preparation through the per-connection cache, and parameter binding.
 #include <cctype>
+#include <cstring>
+#include <new>
 
 #include "platform/db_store_connection.h"
 #include "setvault/logger.h"
@@ -16,41 +18,42 @@ std::string_view StatementCache::Key(std::string_view sql) {
   return sql;
 }
 
-sqlite3_stmt* StatementCache::Take(std::string_view sql) {
-  auto found = entries_.find(Key(sql));
-  if (found == entries_.end() || found->second->idle.empty()) return nullptr;
-  sqlite3_stmt* stmt = found->second->idle.back();
-  found->second->idle.pop_back();
-  return stmt;
+CachedText* StatementCache::Find(std::string_view sql) {
+  Recent& recent = recent_[Slot(sql.data())];
+  if (recent.data == sql.data() && recent.text->sql.size() == sql.size() &&
+      std::memcmp(recent.text->sql.data(), sql.data(), sql.size()) == 0) {
+    return recent.text;
+  }
+  auto found = entries_.find(sql);
+  if (found == entries_.end()) return nullptr;
+  recent = Recent{sql.data(), found->second.get()};
+  return found->second.get();
 }
 
-void StatementCache::Give(sqlite3_stmt* stmt) {
-  // SQLite keeps the prepared text up to the end of the statement, which is the lookup key
-  // of that text (Prepare accepts nothing else after the statement).
-  std::string_view sql = Key(sqlite3_sql(stmt));
-  auto found = entries_.find(sql);
-  if (found == entries_.end()) {
-    if (entries_.size() >= kMaxTexts) {
-      sqlite3_finalize(stmt);
-      return;
-    }
-    auto entry = std::make_unique<Entry>();
-    entry->sql.assign(sql.data(), sql.size());
-    std::string_view key = entry->sql;
-    found = entries_.emplace(key, std::move(entry)).first;
-  }
-  if (found->second->idle.size() >= kMaxIdlePerText) {
+CachedText* StatementCache::FindOrAdd(std::string_view sql) {
+  if (CachedText* text = Find(sql)) return text;
+  if (entries_.size() >= kMaxTexts) return nullptr;
+  auto text = std::make_unique<CachedText>();
+  text->sql.assign(sql.data(), sql.size());
+  std::string_view key = text->sql;
+  CachedText* added = entries_.emplace(key, std::move(text)).first->second.get();
+  recent_[Slot(sql.data())] = Recent{sql.data(), added};
+  return added;
+}
+
+void StatementCache::Give(CachedText* text, sqlite3_stmt* stmt) {
+  if (text == nullptr || text->idle.size() >= kMaxIdlePerText) {
     sqlite3_finalize(stmt);
     return;
   }
-  found->second->idle.push_back(stmt);
+  text->idle.push_back(stmt);
 }
 
 void StatementCache::Clear() {
   for (auto& entry : entries_) {
     for (sqlite3_stmt* stmt : entry.second->idle) sqlite3_finalize(stmt);
+    entry.second->idle.clear();
   }
-  entries_.clear();
 }
 
 size_t StatementCache::IdleCount() const {
@@ -78,7 +81,13 @@ StmtPtr Prepare(const std::shared_ptr<StoreConnection>& conn, std::string_view s
     return StmtPtr();
   }
   const std::shared_ptr<StatementCache>& cache = conn->cache();
-  if (sqlite3_stmt* cached = cache->Take(sql)) return StmtPtr(cached, SqliteStmtDeleter{cache});
+  std::string_view key = StatementCache::Key(sql);
+  CachedText* text = cache->Find(key);
+  if (text != nullptr && !text->idle.empty()) {
+    sqlite3_stmt* cached = text->idle.back();
+    text->idle.pop_back();
+    return StmtPtr(cached, SqliteStmtDeleter{cache, text});
+  }
 
   conn->UseBusyTimeout(busy_timeout_ms);
   sqlite3_stmt* stmt = nullptr;
@@ -97,7 +106,13 @@ StmtPtr Prepare(const std::shared_ptr<StoreConnection>& conn, std::string_view s
     sqlite3_finalize(stmt);
     return StmtPtr();
   }
-  return StmtPtr(stmt, SqliteStmtDeleter{cache});
+  if (text == nullptr) {
+    try {
+      text = cache->FindOrAdd(key);
+    } catch (const std::bad_alloc&) {  // not cached: finalized when released
+    }
+  }
+  return StmtPtr(stmt, SqliteStmtDeleter{cache, text});
 }
 
 namespace {
@@ -152,8 +167,8 @@ void SqliteStmtDeleter::operator()(sqlite3_stmt* stmt) const noexcept {
   sqlite3_reset(stmt);
   sqlite3_clear_bindings(stmt);
   try {
-    owner->Give(stmt);
-  } catch (...) {  // no memory for the cache entry: just drop the statement
+    owner->Give(text, stmt);
+  } catch (...) {  // no memory to keep it: just drop the statement
     sqlite3_finalize(stmt);
   }
 }

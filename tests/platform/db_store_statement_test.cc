@@ -142,8 +142,9 @@ TEST_F(StatementTest, CacheKeepsABoundedNumberOfIdleStatements) {
   for (int i = 0; i < 300; ++i) {
     DBStore::internal::Prepare(conn_, "SELECT " + std::to_string(i + 10), 3000);
   }
-  EXPECT_LE(cache->IdleCount(), 260u);
-  EXPECT_GE(cache->IdleCount(), 250u);
+  // At most 256 distinct texts are kept; the rest are finalized when released.
+  EXPECT_LE(cache->IdleCount(), 256u + 3u);
+  EXPECT_GE(cache->IdleCount(), 200u);
 }
 
 }  // namespace
