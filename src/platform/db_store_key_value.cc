@@ -2,7 +2,9 @@
 //
 // Host flags are read on hot paths (once per row of some reads). A cached text stays valid
 // while PRAGMA data_version (commits of other connections), the rows changed by this
-// connection and the rollbacks seen by it are all unchanged.
+// connection and the rollbacks seen by it are all unchanged. Inside this connection's own
+// write transaction no other connection can commit, so once checked there the pragma is
+// skipped until the transaction ends.
 #include "platform/db_store_connection.h"
 
 namespace DBStore {
@@ -30,17 +32,26 @@ int ReadDataVersion(const std::shared_ptr<StoreConnection>& conn, int64_t* versi
 // Empties the cache when the database may have changed since it was filled.
 int RefreshCache(const std::shared_ptr<StoreConnection>& conn) {
   internal::KeyValueCache& cache = conn->key_values();
+  uint64_t transaction =
+      conn->depth > 0 && !sqlite3_get_autocommit(conn->db()) ? conn->transaction_serial : 0;
+  if (transaction != 0 && cache.valid && cache.transaction == transaction &&
+      cache.total_changes == sqlite3_total_changes64(conn->db()) &&
+      cache.rollbacks == conn->rollbacks) {
+    return 0;
+  }
   int64_t data_version = 0;
   if (ReadDataVersion(conn, &data_version) != 0) return 1;
   int64_t total_changes = sqlite3_total_changes64(conn->db());
   if (cache.valid && cache.data_version == data_version &&
       cache.total_changes == total_changes && cache.rollbacks == conn->rollbacks) {
+    cache.transaction = transaction;
     return 0;
   }
   cache.values.clear();
   cache.data_version = data_version;
   cache.total_changes = total_changes;
   cache.rollbacks = conn->rollbacks;
+  cache.transaction = transaction;
   cache.valid = true;
   return 0;
 }

@@ -43,6 +43,7 @@ int BeginTransaction(const std::shared_ptr<StoreConnection>& conn) {
   if (internal::RunSql(conn, "BEGIN IMMEDIATE") != SQLITE_OK) return 1;
   conn->depth = 1;
   conn->doomed = false;
+  ++conn->transaction_serial;
   return 0;
 }
 

@@ -49,6 +49,17 @@ TEST_F(KeyValueStoreTest, CachedValuesFollowEveryKindOfChange) {
   EXPECT_EQ(Read(conn_, "flag"), "4");
   ASSERT_EQ(DBStore::CancelTransaction(conn_), 0);
   EXPECT_EQ(Read(conn_, "flag"), "3");
+  // Cached before a transaction, changed elsewhere, then read inside the transaction.
+  EXPECT_EQ(Read(conn_, "flag"), "3");
+  ASSERT_EQ(DBStore::WriteKeyValue("flag", "5", other), 0);
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  EXPECT_EQ(Read(conn_, "flag"), "5");
+  EXPECT_EQ(Read(conn_, "flag"), "5");
+  ASSERT_EQ(DBStore::WriteKeyValue("flag", "6", conn_), 0);
+  EXPECT_EQ(Read(conn_, "flag"), "6");
+  ASSERT_EQ(DBStore::CommitTransaction(conn_), 0);
+  ASSERT_EQ(DBStore::WriteKeyValue("flag", "7", other), 0);
+  EXPECT_EQ(Read(conn_, "flag"), "7");
   // A key that was absent and then appears elsewhere.
   EXPECT_EQ(Read(conn_, "late"), "");
   ASSERT_EQ(DBStore::WriteKeyValue("late", "here", other), 0);
