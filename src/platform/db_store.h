@@ -116,8 +116,9 @@ int WriteKeyValue(const std::string& key, const std::string& value,
 // Attachments nest: each attach needs one detach. Returns 0 on success, 1 when the file is
 // missing or cannot be attached.
 int AttachSchemaStore(const std::shared_ptr<StoreConnection>& conn);
-// Undoes one AttachSchemaStore; the last one detaches. Returns 0 on success, 1 when nothing
-// is attached or the detach fails.
+// Undoes one AttachSchemaStore; the last one detaches, or, inside a transaction (where SQLite
+// refuses to detach a database the transaction read), detaches when the transaction ends.
+// Returns 0 on success, 1 when nothing is attached or the detach fails.
 int DetachSchemaStore(const std::shared_ptr<StoreConnection>& conn);
 
 namespace internal {

@@ -9,7 +9,8 @@ namespace DBStore {
 
 int AttachSchemaStore(const std::shared_ptr<StoreConnection>& conn) {
   if (!conn) return 1;
-  if (conn->schema_attachments > 0) {
+  if (conn->schema_attachments > 0 || conn->schema_detach_pending) {
+    conn->schema_detach_pending = false;  // still attached: keep it
     ++conn->schema_attachments;
     return 0;
   }
@@ -36,10 +37,25 @@ int DetachSchemaStore(const std::shared_ptr<StoreConnection>& conn) {
     --conn->schema_attachments;
     return 0;
   }
+  if (!sqlite3_get_autocommit(conn->db())) {
+    conn->schema_attachments = 0;
+    conn->schema_detach_pending = true;
+    return 0;
+  }
   StmtPtr stmt = internal::Prepare(conn, "DETACH DATABASE ss", kBusyTimeoutMs);
   if (!stmt || ExecuteStmt(conn, stmt, nullptr, nullptr, kBusyTimeoutMs) != 0) return 1;
   conn->schema_attachments = 0;
   return 0;
 }
+
+namespace internal {
+
+void FinishDeferredDetach(const std::shared_ptr<StoreConnection>& conn) {
+  if (!conn->schema_detach_pending || !sqlite3_get_autocommit(conn->db())) return;
+  conn->schema_detach_pending = false;
+  RunSql(conn, "DETACH DATABASE ss");
+}
+
+}  // namespace internal
 
 }  // namespace DBStore

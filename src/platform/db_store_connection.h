@@ -105,6 +105,9 @@ class StoreConnection {
   uint64_t rollbacks = 0;
   // Nested attachments of the schema database.
   int schema_attachments = 0;
+  // The last detach came inside a transaction that may have read "ss" (SQLite refuses that
+  // detach): it happens when the transaction ends.
+  bool schema_detach_pending = false;
 
  private:
   sqlite3* db_;
@@ -126,6 +129,9 @@ int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql);
 
 // Logs a failed SQLite call: what failed, SQLite's extended code and message.
 void LogSqliteError(sqlite3* db, int code, const char* what, std::string_view sql);
+
+// Runs the detach of the schema database that waited for the transaction to end.
+void FinishDeferredDetach(const std::shared_ptr<StoreConnection>& conn);
 
 // Creates the tables, index, trigger and key-value table of a new store, or checks the
 // schema version of an existing one. Returns SQLITE_OK or the failing code.

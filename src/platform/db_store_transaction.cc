@@ -23,8 +23,10 @@ bool StillOpen(const std::shared_ptr<StoreConnection>& conn) {
 int RollBackAll(const std::shared_ptr<StoreConnection>& conn) {
   conn->depth = 0;
   conn->doomed = false;
-  if (!StillOpen(conn)) return 0;
-  return internal::RunSql(conn, "ROLLBACK") == SQLITE_OK ? 0 : kNoTransaction;
+  int result = 0;
+  if (StillOpen(conn) && internal::RunSql(conn, "ROLLBACK") != SQLITE_OK) result = kNoTransaction;
+  internal::FinishDeferredDetach(conn);
+  return result;
 }
 
 }  // namespace
@@ -65,11 +67,15 @@ int CommitTransaction(const std::shared_ptr<StoreConnection>& conn) {
   int rc = internal::RunSql(conn, "COMMIT");
   if (rc == SQLITE_OK) {
     conn->depth = 0;
+    internal::FinishDeferredDetach(conn);
     return 0;
   }
   // A commit that failed but left the transaction open (busy readers, for example) stays
   // open so that the caller can cancel it; one the engine rolled back is gone.
-  if (!StillOpen(conn)) conn->depth = 0;
+  if (!StillOpen(conn)) {
+    conn->depth = 0;
+    internal::FinishDeferredDetach(conn);
+  }
   return 1;
 }
 

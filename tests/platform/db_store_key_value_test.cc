@@ -131,6 +131,16 @@ TEST_F(KeyValueStoreTest, SchemaStoreAttachesAsSsAndNests) {
   ASSERT_EQ(DBStore::DetachSchemaStore(conn_), 0);
   EXPECT_EQ(QueryText(Db(conn_), "SELECT Name FROM ss.SmartnicSchema").rfind("<error", 0), 0u);
   EXPECT_EQ(DBStore::DetachSchemaStore(conn_), 1);
+
+  // Inside a transaction that read it, the detach waits for the transaction's end.
+  ASSERT_EQ(DBStore::AttachSchemaStore(conn_), 0);
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  EXPECT_EQ(QueryText(Db(conn_), "SELECT Name FROM ss.SmartnicSchema"), "k");
+  EXPECT_EQ(DBStore::DetachSchemaStore(conn_), 0);
+  EXPECT_EQ(DBStore::CommitTransaction(conn_), 0);
+  EXPECT_EQ(QueryText(Db(conn_), "SELECT Name FROM ss.SmartnicSchema").rfind("<error", 0), 0u);
+  EXPECT_EQ(DBStore::AttachSchemaStore(conn_), 0);
+  EXPECT_EQ(DBStore::DetachSchemaStore(conn_), 0);
 }
 
 }  // namespace
