@@ -11,9 +11,9 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <vector>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "db/row_callbacks.h"
 #include "db/statements.h"
@@ -65,9 +65,10 @@ struct BenchStore {
     sqlite3* db = DBStore::GetSqliteHandle(*conn);
     sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
     for (int i = 0; i < kRows; ++i) {
-      std::string sql = "INSERT INTO Config (Name, ConfigGroup, Component, Identifier, Version, "
-                        "UserValue, VitalValue) VALUES ('vswitch', 'net', 'korvo', '" +
-                        Id(i) + "', '1.0', '" + kValue + "', '{\"mtu\":1500}')";
+      std::string sql =
+          "INSERT INTO Config (Name, ConfigGroup, Component, Identifier, Version, "
+          "UserValue, VitalValue) VALUES ('vswitch', 'net', 'korvo', '" +
+          Id(i) + "', '1.0', '" + kValue + "', '{\"mtu\":1500}')";
       sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr);
     }
     sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
@@ -123,8 +124,8 @@ void BM_PointRead_Hand(benchmark::State& state) {
   sqlite3* db = Store().hand;
   sqlite3_stmt* stmt = nullptr;
   std::string_view sql = KorvoSetvault::READ_TABLE_CONFIG.sql();
-  sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT,
-                     &stmt, nullptr);
+  sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &stmt,
+                     nullptr);
   std::string ids[16];
   for (int i = 0; i < 16; ++i) ids[i] = Id(i * 61);
   size_t total = 0;
@@ -139,8 +140,8 @@ void BM_PointRead_Hand(benchmark::State& state) {
     while (sqlite3_step(stmt) == SQLITE_ROW) {
       for (int c = 0; c < count; ++c) {
         const unsigned char* text = sqlite3_column_text(stmt, c);
-        if (text != nullptr) total += std::char_traits<char>::length(
-                                 reinterpret_cast<const char*>(text));
+        if (text != nullptr)
+          total += std::char_traits<char>::length(reinterpret_cast<const char*>(text));
       }
     }
     sqlite3_reset(stmt);
@@ -156,8 +157,8 @@ void BM_PointRead_DBStoreIntoStoreRow(benchmark::State& state) {
   std::string id = Id(7);
   for (auto _ : state) {
     KorvoSetvault::StoreRow row;
-    auto stmt = KorvoSetvault::READ_TABLE_CONFIG.PrepareAndBind(conn, "vswitch", "net", "korvo",
-                                                                id);
+    auto stmt =
+        KorvoSetvault::READ_TABLE_CONFIG.PrepareAndBind(conn, "vswitch", "net", "korvo", id);
     DBStore::ExecuteStmt(conn, stmt, KorvoSetvault::RowIntoMapCallback, &row,
                          DBStore::kBusyTimeoutMs);
     benchmark::DoNotOptimize(row);
@@ -245,8 +246,8 @@ BENCHMARK(BM_ReadKeyValue_CachedInTransaction)->ComputeStatistics("min", Min);
 void BM_ReadKeyValue_Hand(benchmark::State& state) {
   sqlite3* db = Store().hand;
   sqlite3_stmt* stmt = nullptr;
-  sqlite3_prepare_v3(db, "SELECT Value FROM KeyValue WHERE Key = ?1", -1,
-                     SQLITE_PREPARE_PERSISTENT, &stmt, nullptr);
+  sqlite3_prepare_v3(db, "SELECT Value FROM KeyValue WHERE Key = ?1", -1, SQLITE_PREPARE_PERSISTENT,
+                     &stmt, nullptr);
   std::string value;
   for (auto _ : state) {
     sqlite3_bind_text(stmt, 1, "UPGRADE_CTX", 11, SQLITE_STATIC);

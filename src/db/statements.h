@@ -15,8 +15,8 @@ namespace KorvoSetvault {
 // Bound as Name, ConfigGroup, Component.
 using KeyStatement3 = DBStore::SqlStatement<std::string_view, std::string_view, std::string_view>;
 // Bound as Name, ConfigGroup, Component, Identifier.
-using KeyStatement4 = DBStore::SqlStatement<std::string_view, std::string_view, std::string_view,
-                                            std::string_view>;
+using KeyStatement4 =
+    DBStore::SqlStatement<std::string_view, std::string_view, std::string_view, std::string_view>;
 
 // Every instance row of a type, all columns a read needs.
 extern const KeyStatement3 GET_INSTANCES;

@@ -67,7 +67,8 @@ using RowCallback = int (*)(void* context, int count, char** texts, char** names
 // The calling thread's connection to the configured store (KorvoSetvault::GetStorePath()),
 // opened on first use and reopened when the configured path changes. `type` must be
 // kConfigStore. `create` lets a missing file and its directory be created (owner-only);
-// the tables are created whenever the file has none. Returns an empty pointer, after logging why, when the store cannot be opened.
+// the tables are created whenever the file has none. Returns an empty pointer, after logging why,
+// when the store cannot be opened.
 std::shared_ptr<StoreConnection> GetConnection(Type type, bool create);
 
 // Opens a new connection to the store at `path`, not cached and not shared with the
@@ -139,8 +140,7 @@ int Bind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int&
 int Bind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int& index,
          NullableSV text);
 // Integer.
-int Bind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int& index,
-         int value);
+int Bind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int& index, int value);
 
 }  // namespace internal
 
@@ -159,13 +159,11 @@ class SqlStatement {
 
   // Prepares the text and binds every argument in order as text in place. Returns an empty
   // statement when preparation or any bind fails. The arguments must outlive execution.
-  StmtPtr PrepareAndBind(const std::shared_ptr<StoreConnection>& conn,
-                         const Args&... args) const {
+  StmtPtr PrepareAndBind(const std::shared_ptr<StoreConnection>& conn, const Args&... args) const {
     StmtPtr stmt = internal::Prepare(conn, sql_, kBusyTimeoutMs);
     if (!stmt) return stmt;
     int index = 1;
-    bool bound =
-        (... && (internal::Bind(conn, stmt, index, std::string_view(args), false) == 0));
+    bool bound = (... && (internal::Bind(conn, stmt, index, std::string_view(args), false) == 0));
     if (!bound) stmt.reset();
     return stmt;
   }

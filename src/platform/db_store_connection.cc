@@ -19,9 +19,7 @@ namespace DBStore {
 using KorvoSetvault::SVLogger;
 
 StoreConnection::StoreConnection(sqlite3* db, std::string path)
-    : db_(db),
-      path_(std::move(path)),
-      cache_(std::make_shared<internal::StatementCache>()) {}
+    : db_(db), path_(std::move(path)), cache_(std::make_shared<internal::StatementCache>()) {}
 
 StoreConnection::~StoreConnection() {
   sqlite3_rollback_hook(db_, nullptr, nullptr);
@@ -43,15 +41,15 @@ namespace internal {
 
 void LogSqliteError(sqlite3* db, int code, const char* what, std::string_view sql) {
   const char* message = db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(code);
-  SVLogger::Log(0, "%s failed: SQLite error %d (%s): %s [%.*s]", what, code,
-                sqlite3_errstr(code), message, static_cast<int>(sql.size()), sql.data());
+  SVLogger::Log(0, "%s failed: SQLite error %d (%s): %s [%.*s]", what, code, sqlite3_errstr(code),
+                message, static_cast<int>(sql.size()), sql.data());
 }
 
 int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql) {
   StmtPtr stmt = Prepare(conn, sql, kBusyTimeoutMs);
   conn->UseBusyTimeout(kBusyTimeoutMs);
-  if (!stmt) return sqlite3_errcode(conn->db()) != SQLITE_OK ? sqlite3_errcode(conn->db())
-                                                            : SQLITE_ERROR;
+  if (!stmt)
+    return sqlite3_errcode(conn->db()) != SQLITE_OK ? sqlite3_errcode(conn->db()) : SQLITE_ERROR;
   int rc;
   while ((rc = sqlite3_step(stmt.get())) == SQLITE_ROW) {
   }
@@ -160,8 +158,7 @@ std::shared_ptr<StoreConnection> OpenStoreConnection(const std::string& path, bo
   }
   if (!PrepareStoreFile(path, create)) return nullptr;
   sqlite3* db = nullptr;
-  int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
-                           nullptr);
+  int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   if (rc != SQLITE_OK) {
     internal::LogSqliteError(db, rc, "Opening the store database", path);
     sqlite3_close_v2(db);

@@ -71,10 +71,10 @@ class StatementCache {
 // Cached key-value texts, valid while the database is unchanged.
 struct KeyValueCache {
   bool valid = false;
-  int64_t data_version = -1;    // PRAGMA data_version: commits of other connections
-  int64_t total_changes = -1;   // rows changed by this connection
-  uint64_t rollbacks = 0;       // rollbacks on this connection when the cache was filled
-  uint64_t transaction = 0;     // the write transaction it was last checked in, 0 for none
+  int64_t data_version = -1;   // PRAGMA data_version: commits of other connections
+  int64_t total_changes = -1;  // rows changed by this connection
+  uint64_t rollbacks = 0;      // rollbacks on this connection when the cache was filled
+  uint64_t transaction = 0;    // the write transaction it was last checked in, 0 for none
   std::unordered_map<std::string, std::string> values;  // absent key: empty text
 };
 
@@ -100,7 +100,7 @@ class StoreConnection {
   // Transaction nesting.
   int depth = 0;
   uint64_t transaction_serial = 0;  // raised by every outermost begin
-  bool doomed = false;  // an inner level was cancelled: the outer commit rolls back
+  bool doomed = false;              // an inner level was cancelled: the outer commit rolls back
   // Rollbacks seen on this connection (explicit or by the engine after an error).
   uint64_t rollbacks = 0;
   // Nested attachments of the schema database.

@@ -42,8 +42,8 @@ int RefreshCache(const std::shared_ptr<StoreConnection>& conn) {
   int64_t data_version = 0;
   if (ReadDataVersion(conn, &data_version) != 0) return 1;
   int64_t total_changes = sqlite3_total_changes64(conn->db());
-  if (cache.valid && cache.data_version == data_version &&
-      cache.total_changes == total_changes && cache.rollbacks == conn->rollbacks) {
+  if (cache.valid && cache.data_version == data_version && cache.total_changes == total_changes &&
+      cache.rollbacks == conn->rollbacks) {
     cache.transaction = transaction;
     return 0;
   }

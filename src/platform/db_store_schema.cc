@@ -89,9 +89,10 @@ int CreateTables(const std::shared_ptr<StoreConnection>& conn) {
 
 int CheckVersion(const std::shared_ptr<StoreConnection>& conn, int version) {
   if (version == kStoreSchemaVersion) return SQLITE_OK;
-  KorvoSetvault::SVLogger::Log(0, "Store database %s has schema version %d; this library "
-                               "knows version %d", conn->path().c_str(), version,
-                               kStoreSchemaVersion);
+  KorvoSetvault::SVLogger::Log(0,
+                               "Store database %s has schema version %d; this library "
+                               "knows version %d",
+                               conn->path().c_str(), version, kStoreSchemaVersion);
   return SQLITE_ERROR;
 }
 

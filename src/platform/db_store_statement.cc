@@ -117,15 +117,15 @@ StmtPtr Prepare(const std::shared_ptr<StoreConnection>& conn, std::string_view s
 
 namespace {
 
-int CheckBind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int index,
-              int rc, int& next) {
+int CheckBind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int index, int rc,
+              int& next) {
   if (rc == SQLITE_OK) {
     next = index + 1;
     return 0;
   }
   (void)conn;
-  KorvoSetvault::SVLogger::Log(0, "Bind of parameter %d failed: SQLite error %d (%s) [%s]",
-                               index, rc, sqlite3_errstr(rc),
+  KorvoSetvault::SVLogger::Log(0, "Bind of parameter %d failed: SQLite error %d (%s) [%s]", index,
+                               rc, sqlite3_errstr(rc),
                                stmt ? sqlite3_sql(stmt.get()) : "no statement");
   return 1;
 }
@@ -149,8 +149,7 @@ int Bind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int&
   return Bind(conn, stmt, index, *text, false);
 }
 
-int Bind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int& index,
-         int value) {
+int Bind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int& index, int value) {
   if (!stmt) return CheckBind(conn, stmt, index, SQLITE_MISUSE, index);
   return CheckBind(conn, stmt, index, sqlite3_bind_int(stmt.get(), index, value), index);
 }

@@ -59,8 +59,9 @@ int CommitTransaction(const std::shared_ptr<StoreConnection>& conn) {
     return conn->doomed ? 1 : 0;
   }
   if (conn->doomed || !StillOpen(conn)) {
-    SVLogger::Log(0, "Commit refused: the transaction was cancelled at an inner level or "
-                     "rolled back by the database; rolling back");
+    SVLogger::Log(0,
+                  "Commit refused: the transaction was cancelled at an inner level or "
+                  "rolled back by the database; rolling back");
     RollBackAll(conn);
     return 1;
   }

@@ -17,8 +17,7 @@ int ParseContext(const std::string& text) {
   errno = 0;
   char* end = nullptr;
   long value = std::strtol(text.c_str(), &end, 10);
-  if (errno != 0 || end == text.c_str() || *end != '\0' || value < INT32_MIN ||
-      value > INT32_MAX) {
+  if (errno != 0 || end == text.c_str() || *end != '\0' || value < INT32_MIN || value > INT32_MAX) {
     SVLogger::Log(1, "UPGRADE_CTX holds \"%s\", not an integer; taken as 0", text.c_str());
     return 0;
   }

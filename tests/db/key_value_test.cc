@@ -24,8 +24,9 @@ class KeyValueTest : public StoreTest {
  protected:
   // Makes every write to the key-value table fail.
   void RefuseWrites() {
-    ASSERT_EQ(RunSql(Db(Conn()), "CREATE TRIGGER NoWrites BEFORE INSERT ON KeyValue "
-                                 "BEGIN SELECT RAISE(ABORT, 'refused'); END"),
+    ASSERT_EQ(RunSql(Db(Conn()),
+                     "CREATE TRIGGER NoWrites BEFORE INSERT ON KeyValue "
+                     "BEGIN SELECT RAISE(ABORT, 'refused'); END"),
               SQLITE_OK);
   }
   // Makes every read of the key-value table fail.

@@ -70,8 +70,8 @@ TEST_F(StatementsTest, PlanCheckRejectsATableScan) {
 
 TEST_F(StatementsTest, StatementObjectsSearchTheKeyIndex) {
   EXPECT_TRUE(UsesIndex(db_, std::string(KorvoSetvault::GET_INSTANCES.sql()), kThreeKeys));
-  EXPECT_TRUE(UsesIndex(db_, std::string(KorvoSetvault::READ_TABLE_USER_AUTO_CONFIG.sql()),
-                        kFourKeys));
+  EXPECT_TRUE(
+      UsesIndex(db_, std::string(KorvoSetvault::READ_TABLE_USER_AUTO_CONFIG.sql()), kFourKeys));
   EXPECT_TRUE(UsesIndex(db_, std::string(KorvoSetvault::GET_DEFAULT_INSTANCE.sql()), kFourKeys));
   EXPECT_TRUE(UsesIndex(db_, std::string(KorvoSetvault::READ_TABLE_CONFIG.sql()), kFourKeys));
 }
@@ -112,27 +112,38 @@ TEST_F(StatementsTest, WritersAndOtherReadersSearchTheKeyIndex) {
   }
   EXPECT_EQ(searches, 7);
 
-  EXPECT_TRUE(UsesIndex(db_, "DELETE FROM Config WHERE Name = ? AND ConfigGroup = ? AND "
-                             "Component = ?", kThreeKeys));
-  EXPECT_TRUE(UsesIndex(db_, "DELETE FROM 'Config' WHERE Name=? and ConfigGroup=? and "
-                             "Component=? and Identifier=?", kFourKeys));
-  EXPECT_TRUE(UsesIndex(db_, "UPDATE Config SET UserValue = NULL WHERE Name = ? AND "
-                             "ConfigGroup = ? AND Component = ?", kThreeKeys));
-  EXPECT_TRUE(UsesIndex(db_, "SELECT Version, Identifier, Value as UserValue, VitalValue, "
-                             "CachedValue FROM DesiredUserConfig WHERE BootAction = 'SET' AND "
-                             "Name = ? AND ConfigGroup = ? AND Component = ?", kThreeKeys));
-  EXPECT_TRUE(UsesIndex(db_, "SELECT Value, Identifier, Version FROM DefaultConfig WHERE "
-                             "Name = ? AND ConfigGroup = ? AND Component = ?", kThreeKeys));
+  EXPECT_TRUE(UsesIndex(db_,
+                        "DELETE FROM Config WHERE Name = ? AND ConfigGroup = ? AND "
+                        "Component = ?",
+                        kThreeKeys));
+  EXPECT_TRUE(UsesIndex(db_,
+                        "DELETE FROM 'Config' WHERE Name=? and ConfigGroup=? and "
+                        "Component=? and Identifier=?",
+                        kFourKeys));
+  EXPECT_TRUE(UsesIndex(db_,
+                        "UPDATE Config SET UserValue = NULL WHERE Name = ? AND "
+                        "ConfigGroup = ? AND Component = ?",
+                        kThreeKeys));
+  EXPECT_TRUE(UsesIndex(db_,
+                        "SELECT Version, Identifier, Value as UserValue, VitalValue, "
+                        "CachedValue FROM DesiredUserConfig WHERE BootAction = 'SET' AND "
+                        "Name = ? AND ConfigGroup = ? AND Component = ?",
+                        kThreeKeys));
+  EXPECT_TRUE(UsesIndex(db_,
+                        "SELECT Value, Identifier, Version FROM DefaultConfig WHERE "
+                        "Name = ? AND ConfigGroup = ? AND Component = ?",
+                        kThreeKeys));
 }
 
 TEST_F(StatementsTest, StatementObjectsReadTheRowsOfTheirKey) {
-  ASSERT_EQ(RunSql(db_, "INSERT INTO Config (Name, ConfigGroup, Component, Identifier, Version, "
-                        "UserValue, AutoConfValue) VALUES "
-                        "('k', 'g', 'c', 'a', '1.0', '{\"u\":1}', NULL),"
-                        "('k', 'g', 'c', 'b', '1.0', NULL, '{\"a\":2}'),"
-                        "('k', 'g', 'other', 'a', '1.0', '{}', NULL);"
-                        "INSERT INTO DefaultConfig (Name, ConfigGroup, Component, Identifier, "
-                        "Version, Value) VALUES ('k', 'g', 'c', 'a', '0.9', '{\"d\":3}')"),
+  ASSERT_EQ(RunSql(db_,
+                   "INSERT INTO Config (Name, ConfigGroup, Component, Identifier, Version, "
+                   "UserValue, AutoConfValue) VALUES "
+                   "('k', 'g', 'c', 'a', '1.0', '{\"u\":1}', NULL),"
+                   "('k', 'g', 'c', 'b', '1.0', NULL, '{\"a\":2}'),"
+                   "('k', 'g', 'other', 'a', '1.0', '{}', NULL);"
+                   "INSERT INTO DefaultConfig (Name, ConfigGroup, Component, Identifier, "
+                   "Version, Value) VALUES ('k', 'g', 'c', 'a', '0.9', '{\"d\":3}')"),
             SQLITE_OK);
   StoreRows rows = std::make_shared<std::vector<std::shared_ptr<StoreRow>>>();
   auto all = KorvoSetvault::GET_INSTANCES.PrepareAndBind(conn_, "k", "g", "c");
@@ -145,8 +156,7 @@ TEST_F(StatementsTest, StatementObjectsReadTheRowsOfTheirKey) {
 
   StoreRow one;
   auto config = KorvoSetvault::READ_TABLE_CONFIG.PrepareAndBind(conn_, "k", "g", "c", "b");
-  ASSERT_EQ(DBStore::ExecuteStmt(conn_, config, KorvoSetvault::RowIntoMapCallback, &one, 3000),
-            0);
+  ASSERT_EQ(DBStore::ExecuteStmt(conn_, config, KorvoSetvault::RowIntoMapCallback, &one, 3000), 0);
   EXPECT_EQ(one.at("AutoConfValue"), "{\"a\":2}");
   EXPECT_EQ(one.count("UserValue"), 0u);
   EXPECT_EQ(one.at("Success"), "1");
@@ -154,17 +164,15 @@ TEST_F(StatementsTest, StatementObjectsReadTheRowsOfTheirKey) {
   StoreRow user;
   auto user_auto =
       KorvoSetvault::READ_TABLE_USER_AUTO_CONFIG.PrepareAndBind(conn_, "k", "g", "c", "a");
-  ASSERT_EQ(DBStore::ExecuteStmt(conn_, user_auto, KorvoSetvault::RowIntoMapCallback, &user,
-                                 3000),
+  ASSERT_EQ(DBStore::ExecuteStmt(conn_, user_auto, KorvoSetvault::RowIntoMapCallback, &user, 3000),
             0);
   EXPECT_EQ(user.at("UserValue"), "{\"u\":1}");
   EXPECT_EQ(user.count("VitalValue"), 0u);  // not selected
 
   StoreRow defaults;
   auto shipped = KorvoSetvault::GET_DEFAULT_INSTANCE.PrepareAndBind(conn_, "k", "g", "c", "a");
-  ASSERT_EQ(DBStore::ExecuteStmt(conn_, shipped, KorvoSetvault::RowIntoMapCallback, &defaults,
-                                 3000),
-            0);
+  ASSERT_EQ(
+      DBStore::ExecuteStmt(conn_, shipped, KorvoSetvault::RowIntoMapCallback, &defaults, 3000), 0);
   EXPECT_EQ(defaults.at("Value"), "{\"d\":3}");
   EXPECT_EQ(defaults.at("Version"), "0.9");
 }

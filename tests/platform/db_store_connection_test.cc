@@ -39,32 +39,37 @@ TEST_F(ConnectionTest, NewStoreUsesWalFullSyncAndRecordsSchemaVersion) {
 
 TEST_F(ConnectionTest, ConfigRowGetsDefaultsAndUniqueKey) {
   sqlite3* db = Db(Conn());
-  ASSERT_EQ(RunSql(db, "INSERT INTO Config (Name, ConfigGroup, Component, Identifier) "
-                       "VALUES ('k', 'g', 'c', '')"),
+  ASSERT_EQ(RunSql(db,
+                   "INSERT INTO Config (Name, ConfigGroup, Component, Identifier) "
+                   "VALUES ('k', 'g', 'c', '')"),
             SQLITE_OK);
   EXPECT_EQ(QueryText(db, "SELECT Success FROM Config"), "1");
   EXPECT_EQ(QueryText(db, "SELECT Revision FROM Config"), "1");
   EXPECT_EQ(QueryText(db, "SELECT DesiredValue FROM Config"), "<null>");
   // Both times in the DATETIME(CURRENT_TIMESTAMP) form, taken now.
-  EXPECT_EQ(QueryText(db, "SELECT CreationTime = DATETIME(CreationTime) AND "
-                          "ABS(STRFTIME('%s', CreationTime) - STRFTIME('%s', 'now')) < 5 "
-                          "FROM Config"),
+  EXPECT_EQ(QueryText(db,
+                      "SELECT CreationTime = DATETIME(CreationTime) AND "
+                      "ABS(STRFTIME('%s', CreationTime) - STRFTIME('%s', 'now')) < 5 "
+                      "FROM Config"),
             "1");
   EXPECT_EQ(QueryText(db, "SELECT ModifiedTime = CreationTime FROM Config"), "1");
   // The same four key columns again violate the uniqueness constraint.
-  EXPECT_EQ(RunSql(db, "INSERT INTO Config (Name, ConfigGroup, Component, Identifier) "
-                       "VALUES ('k', 'g', 'c', '')"),
+  EXPECT_EQ(RunSql(db,
+                   "INSERT INTO Config (Name, ConfigGroup, Component, Identifier) "
+                   "VALUES ('k', 'g', 'c', '')"),
             SQLITE_CONSTRAINT);
-  EXPECT_EQ(RunSql(db, "INSERT INTO Config (Name, ConfigGroup, Component, Identifier) "
-                       "VALUES ('k', 'g', 'c', 'i1')"),
+  EXPECT_EQ(RunSql(db,
+                   "INSERT INTO Config (Name, ConfigGroup, Component, Identifier) "
+                   "VALUES ('k', 'g', 'c', 'i1')"),
             SQLITE_OK);
 }
 
 TEST_F(ConnectionTest, UpdateRefreshesModifiedTimeButNotCreationTime) {
   sqlite3* db = Db(Conn());
-  ASSERT_EQ(RunSql(db, "INSERT INTO Config (Name, ConfigGroup, Component, CreationTime, "
-                       "ModifiedTime) VALUES ('k', 'g', 'c', '2001-01-01 00:00:00', "
-                       "'2001-01-01 00:00:00')"),
+  ASSERT_EQ(RunSql(db,
+                   "INSERT INTO Config (Name, ConfigGroup, Component, CreationTime, "
+                   "ModifiedTime) VALUES ('k', 'g', 'c', '2001-01-01 00:00:00', "
+                   "'2001-01-01 00:00:00')"),
             SQLITE_OK);
   ASSERT_EQ(RunSql(db, "UPDATE Config SET UserValue = '{}'"), SQLITE_OK);
   EXPECT_EQ(QueryText(db, "SELECT ModifiedTime > '2020' FROM Config"), "1");
@@ -76,19 +81,23 @@ TEST_F(ConnectionTest, UpdateRefreshesModifiedTimeButNotCreationTime) {
 
 TEST_F(ConnectionTest, OtherTablesExistWithTheirConstraints) {
   sqlite3* db = Db(Conn());
-  EXPECT_EQ(RunSql(db, "INSERT INTO DefaultConfig (Name, ConfigGroup, Component, Identifier, "
-                       "Version, Value, VitalValue, CachedValue) "
-                       "VALUES ('k', 'g', 'c', '', '1.0', '{}', NULL, NULL)"),
+  EXPECT_EQ(RunSql(db,
+                   "INSERT INTO DefaultConfig (Name, ConfigGroup, Component, Identifier, "
+                   "Version, Value, VitalValue, CachedValue) "
+                   "VALUES ('k', 'g', 'c', '', '1.0', '{}', NULL, NULL)"),
             SQLITE_OK);
-  EXPECT_EQ(RunSql(db, "INSERT INTO DesiredUserConfig (Name, ConfigGroup, Component, "
-                       "Identifier, Version, Value, VitalValue, CachedValue, BootAction) "
-                       "VALUES ('k', 'g', 'c', '', '1.0', '{}', NULL, NULL, 'SET')"),
+  EXPECT_EQ(RunSql(db,
+                   "INSERT INTO DesiredUserConfig (Name, ConfigGroup, Component, "
+                   "Identifier, Version, Value, VitalValue, CachedValue, BootAction) "
+                   "VALUES ('k', 'g', 'c', '', '1.0', '{}', NULL, NULL, 'SET')"),
             SQLITE_OK);
-  EXPECT_EQ(RunSql(db, "INSERT INTO DesiredUserConfig (Name, ConfigGroup, Component, "
-                       "Identifier, BootAction) VALUES ('k', 'g', 'c', 'x', 'REBOOT')"),
+  EXPECT_EQ(RunSql(db,
+                   "INSERT INTO DesiredUserConfig (Name, ConfigGroup, Component, "
+                   "Identifier, BootAction) VALUES ('k', 'g', 'c', 'x', 'REBOOT')"),
             SQLITE_CONSTRAINT);
-  EXPECT_EQ(RunSql(db, "INSERT INTO Config (Name, ConfigGroup, Component, Success) "
-                       "VALUES ('k', 'g', 'c', 7)"),
+  EXPECT_EQ(RunSql(db,
+                   "INSERT INTO Config (Name, ConfigGroup, Component, Success) "
+                   "VALUES ('k', 'g', 'c', 7)"),
             SQLITE_CONSTRAINT);
 }
 
@@ -97,8 +106,7 @@ TEST_F(ConnectionTest, ThreadSharesOneConnectionAndOtherThreadsGetTheirOwn) {
   auto second = Conn();
   EXPECT_EQ(first.get(), second.get());
   std::shared_ptr<DBStore::StoreConnection> from_thread;
-  std::thread([&] { from_thread = DBStore::GetConnection(DBStore::kConfigStore, true); })
-      .join();
+  std::thread([&] { from_thread = DBStore::GetConnection(DBStore::kConfigStore, true); }).join();
   ASSERT_TRUE(from_thread);
   EXPECT_NE(from_thread.get(), first.get());
   // The other thread's connection reaches the same file.

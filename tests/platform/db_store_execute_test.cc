@@ -73,11 +73,25 @@ class FailingVfs {
     g_failing_vfs.zName = "failing-writes";
     g_failing_vfs.szOsFile = static_cast<int>(sizeof(ShimFile)) + g_real_vfs->szOsFile;
     g_failing_vfs.xOpen = ShimOpen;
-    g_failing_methods = sqlite3_io_methods{3,           ShimClose,     ShimRead,       ShimWrite,
-                                           ShimTruncate, ShimSync,     ShimFileSize,   ShimLock,
-                                           ShimUnlock,  ShimCheckReserved, ShimFileControl,
-                                           ShimSectorSize, ShimDevice, ShimShmMap,     ShimShmLock,
-                                           ShimShmBarrier, ShimShmUnmap, ShimFetch,    ShimUnfetch};
+    g_failing_methods = sqlite3_io_methods{3,
+                                           ShimClose,
+                                           ShimRead,
+                                           ShimWrite,
+                                           ShimTruncate,
+                                           ShimSync,
+                                           ShimFileSize,
+                                           ShimLock,
+                                           ShimUnlock,
+                                           ShimCheckReserved,
+                                           ShimFileControl,
+                                           ShimSectorSize,
+                                           ShimDevice,
+                                           ShimShmMap,
+                                           ShimShmLock,
+                                           ShimShmBarrier,
+                                           ShimShmUnmap,
+                                           ShimFetch,
+                                           ShimUnfetch};
     sqlite3_vfs_register(&g_failing_vfs, 1);
   }
   ~FailingVfs() {
@@ -111,8 +125,9 @@ int AbortOnSecondRow(void* context, int, char**, char**) {
 }
 
 TEST_F(ExecuteTest, CallbackReceivesEveryRowWithNamesAndNulls) {
-  ASSERT_EQ(Run(conn_, "INSERT INTO Config (Name, ConfigGroup, Component, Identifier, UserValue)"
-                       " VALUES ('k', 'g', 'c', 'a', '{\"x\":1}'), ('k', 'g', 'c', 'b', NULL)"),
+  ASSERT_EQ(Run(conn_,
+                "INSERT INTO Config (Name, ConfigGroup, Component, Identifier, UserValue)"
+                " VALUES ('k', 'g', 'c', 'a', '{\"x\":1}'), ('k', 'g', 'c', 'b', NULL)"),
             0);
   auto stmt = DBStore::internal::Prepare(
       conn_, "SELECT Identifier, UserValue AS Value FROM Config WHERE Name = 'k'", 3000);
@@ -144,12 +159,14 @@ TEST_F(ExecuteTest, CallbackAbortStopsTheStatementAndAnswersOne) {
 TEST_F(ExecuteTest, ConstraintViolationsAnswerOneAndLogTheCode) {
   LogCapture log(0);
   // NOT NULL.
-  EXPECT_EQ(Run(conn_, "INSERT INTO Config (Name, ConfigGroup, Component) "
-                       "VALUES (NULL, 'g', 'c')"),
+  EXPECT_EQ(Run(conn_,
+                "INSERT INTO Config (Name, ConfigGroup, Component) "
+                "VALUES (NULL, 'g', 'c')"),
             1);
   // CHECK.
-  EXPECT_EQ(Run(conn_, "INSERT INTO Config (Name, ConfigGroup, Component, Success) "
-                       "VALUES ('k', 'g', 'c', 5)"),
+  EXPECT_EQ(Run(conn_,
+                "INSERT INTO Config (Name, ConfigGroup, Component, Success) "
+                "VALUES ('k', 'g', 'c', 5)"),
             1);
   // UNIQUE, with a plain INSERT.
   ASSERT_EQ(Run(conn_, "INSERT INTO Config (Name, ConfigGroup, Component) VALUES ('k', 'g', 'c')"),

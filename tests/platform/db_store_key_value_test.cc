@@ -69,8 +69,9 @@ TEST_F(KeyValueStoreTest, CachedValuesFollowEveryKindOfChange) {
 TEST_F(KeyValueStoreTest, FailedReadsAndWritesAnswerOne) {
   LogCapture log(0);
   // Writes refused by the database.
-  ASSERT_EQ(RunSql(Db(conn_), "CREATE TRIGGER NoWrites BEFORE INSERT ON KeyValue "
-                              "BEGIN SELECT RAISE(ABORT, 'writes refused'); END"),
+  ASSERT_EQ(RunSql(Db(conn_),
+                   "CREATE TRIGGER NoWrites BEFORE INSERT ON KeyValue "
+                   "BEGIN SELECT RAISE(ABORT, 'writes refused'); END"),
             SQLITE_OK);
   EXPECT_EQ(DBStore::WriteKeyValue("k", "v", conn_), 1);
   // The table is gone.
@@ -111,15 +112,16 @@ TEST_F(KeyValueStoreTest, UpgradeContextWithoutStoreThrows1002) {
 TEST_F(KeyValueStoreTest, SchemaStoreAttachesAsSsAndNests) {
   LogCapture log(0);
   KorvoSetvault::SetSchemaStorePath(dir_.File("schema.db"));
-  EXPECT_EQ(DBStore::AttachSchemaStore(conn_), 1);  // missing file
+  EXPECT_EQ(DBStore::AttachSchemaStore(conn_), 1);             // missing file
   EXPECT_NE(access(dir_.File("schema.db").c_str(), F_OK), 0);  // and not created
   {
     sqlite3* schema = nullptr;
     ASSERT_EQ(sqlite3_open(dir_.File("schema.db").c_str(), &schema), SQLITE_OK);
-    ASSERT_EQ(RunSql(schema, "CREATE TABLE SmartnicSchema (Component, ConfigGroup, Name, "
-                             "ValueType, Version, Definition);"
-                             "INSERT INTO SmartnicSchema VALUES ('c', 'g', 'k', 'korvo-shared', "
-                             "'1.0', '{}')"),
+    ASSERT_EQ(RunSql(schema,
+                     "CREATE TABLE SmartnicSchema (Component, ConfigGroup, Name, "
+                     "ValueType, Version, Definition);"
+                     "INSERT INTO SmartnicSchema VALUES ('c', 'g', 'k', 'korvo-shared', "
+                     "'1.0', '{}')"),
               SQLITE_OK);
     sqlite3_close(schema);
   }

@@ -15,8 +15,7 @@ class StatementTest : public StoreTest {
   // Runs `stmt` into one row map; fails the test when execution fails.
   StoreRow Row(const DBStore::StmtPtr& stmt) {
     StoreRow row;
-    EXPECT_EQ(DBStore::ExecuteStmt(conn_, stmt, RowIntoMapCallback, &row,
-                                   DBStore::kBusyTimeoutMs),
+    EXPECT_EQ(DBStore::ExecuteStmt(conn_, stmt, RowIntoMapCallback, &row, DBStore::kBusyTimeoutMs),
               0);
     return row;
   }
@@ -71,8 +70,9 @@ TEST_F(StatementTest, BadTextsGiveEmptyStatementAndLog) {
 
 TEST_F(StatementTest, BindFormsAdvanceTheIndexAndBindTheRightValues) {
   auto stmt = DBStore::internal::Prepare(
-      conn_, "SELECT ?1 AS text, typeof(?2) AS empty_type, ?2 AS empty, ?3 AS absent, "
-             "typeof(?4) AS number_type, ?4 AS number, ?5 AS present",
+      conn_,
+      "SELECT ?1 AS text, typeof(?2) AS empty_type, ?2 AS empty, ?3 AS absent, "
+      "typeof(?4) AS number_type, ?4 AS number, ?5 AS present",
       3000);
   ASSERT_TRUE(stmt);
   int index = 1;
