@@ -1,0 +1,177 @@
+// DBStore: the database layer below the persistence code.
+//
+// One SQLite file per store. Each thread gets its own connection to the configured store
+// (GetConnection), shared by every store handle of that thread and never by two threads.
+// Statements are prepared from SQL text through a per-connection cache, bound in parameter
+// order with a running index and stepped with a SQLite-form row callback:
+//
+//   auto conn = DBStore::GetConnection(0, true);
+//   auto stmt = DBStore::internal::Prepare(conn, "SELECT Value FROM KeyValue WHERE Key = ?1",
+//                                          DBStore::kBusyTimeoutMs);
+//   int index = 1;
+//   DBStore::internal::Bind(conn, stmt, index, key, false);
+//   DBStore::ExecuteStmt(conn, stmt, callback, &row, DBStore::kBusyTimeoutMs);
+//
+// Every status is 0 on success. ExecuteStmt answers 1 for every failure; the transaction
+// calls document their own numbers. Failures are logged with SQLite's code and message.
+#ifndef SETVAULT_SRC_PLATFORM_DB_STORE_H_
+#define SETVAULT_SRC_PLATFORM_DB_STORE_H_
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace DBStore {
+
+// Which database a connection reaches. Only kConfigStore (0) exists.
+using Type = int;
+constexpr Type kConfigStore = 0;
+
+// The busy time-out, in milliseconds, that every caller passes to Prepare and ExecuteStmt.
+constexpr int kBusyTimeoutMs = 3000;
+
+// The schema version recorded in PRAGMA user_version of a store this layer created.
+constexpr int kStoreSchemaVersion = 1;
+
+// An open connection with its transaction depth and statement cache. Defined in
+// platform/db_store_connection.h; holders outside the layer only pass it around.
+class StoreConnection;
+
+namespace internal {
+class StatementCache;
+struct CachedText;
+}  // namespace internal
+
+// Owner policy of a prepared statement: gives the statement back to its connection's cache
+// (reset, bindings cleared) while that connection lives, and finalizes it otherwise.
+struct SqliteStmtDeleter {
+  std::weak_ptr<internal::StatementCache> cache;
+  internal::CachedText* text = nullptr;  // the cache entry of the statement's SQL, if any
+  void operator()(sqlite3_stmt* stmt) const noexcept;
+};
+
+// An owned prepared statement; empty when preparation failed.
+using StmtPtr = std::unique_ptr<sqlite3_stmt, SqliteStmtDeleter>;
+
+// Text that may be absent; an absent value binds SQL NULL.
+using NullableSV = std::optional<std::string_view>;
+
+// The SQLite-form row callback: context, column count, column texts (null entry for SQL
+// NULL) and column names. Returns 0 to continue; any other value aborts the statement.
+using RowCallback = int (*)(void* context, int count, char** texts, char** names);
+
+// The calling thread's connection to the configured store (KorvoSetvault::GetStorePath()),
+// opened on first use and reopened when the configured path changes. `type` must be
+// kConfigStore. `create` lets a missing file and its directory be created (owner-only);
+// the tables are created whenever the file has none. Returns an empty pointer, after logging why,
+// when the store cannot be opened.
+std::shared_ptr<StoreConnection> GetConnection(Type type, bool create);
+
+// Opens a new connection to the store at `path`, not cached and not shared with the
+// thread's connection (tools, tests and benchmarks). Same pragmas and schema creation as
+// GetConnection. Returns an empty pointer, after logging why, on failure.
+std::shared_ptr<StoreConnection> OpenStoreConnection(const std::string& path, bool create);
+
+// The SQLite handle of `conn`, for code that runs SQL by hand (tests, benchmarks). The
+// connection keeps ownership.
+sqlite3* GetSqliteHandle(const StoreConnection& conn);
+
+// Transactions are counted per connection. The outermost BeginTransaction runs
+// BEGIN IMMEDIATE; inner levels only count. Each returns 0 on success.
+//
+// BeginTransaction: 1 when BEGIN IMMEDIATE fails (busy past the time-out, I/O) or when the
+//   open transaction is doomed by a cancelled inner level.
+// CommitTransaction: at an inner level only counts down (1 when the transaction is doomed);
+//   at the outermost level commits, or, when an inner level was cancelled or the engine
+//   rolled the transaction back, rolls back and returns 1. 2 when no transaction is open.
+// CancelTransaction: at the outermost level rolls back and returns 0. At an inner level it
+//   counts down, dooms the transaction so that the outer commit rolls back, and returns 1.
+//   2 when no transaction is open or the rollback failed.
+int BeginTransaction(const std::shared_ptr<StoreConnection>& conn);
+int CommitTransaction(const std::shared_ptr<StoreConnection>& conn);
+int CancelTransaction(const std::shared_ptr<StoreConnection>& conn);
+
+// Steps `stmt` to the end, calling `callback` (may be null) with `context` for each row.
+// `busy_timeout_ms` bounds the wait for a lock held by another connection. Returns 0 when
+// every row was delivered, 1 on every failure (busy, constraint, I/O, corruption, callback
+// abort, empty statement). The statement is left reset.
+int ExecuteStmt(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt,
+                RowCallback callback, void* context, int busy_timeout_ms);
+
+// Reads the text stored under `key` into `out` (empty when the key is absent). Host flags
+// are read on hot paths: values are cached per connection and re-read only after the
+// database changed (another connection's commit, a write or rollback on this one).
+// Returns 0 on success, 1 on failure (out is then empty).
+int ReadKeyValue(const std::string& key, std::string* out,
+                 const std::shared_ptr<StoreConnection>& conn);
+
+// Stores `value` under `key`, replacing an earlier value. Returns 0 on success, 1 otherwise.
+int WriteKeyValue(const std::string& key, const std::string& value,
+                  const std::shared_ptr<StoreConnection>& conn);
+
+// Attaches the schema database (KorvoSetvault::GetSchemaStorePath(), read-only) as "ss".
+// Attachments nest: each attach needs one detach. Returns 0 on success, 1 when the file is
+// missing or cannot be attached.
+int AttachSchemaStore(const std::shared_ptr<StoreConnection>& conn);
+// Undoes one AttachSchemaStore; the last one detaches, or, inside a transaction (where SQLite
+// refuses to detach a database the transaction read), detaches when the transaction ends.
+// Returns 0 on success, 1 when nothing is attached or the detach fails.
+int DetachSchemaStore(const std::shared_ptr<StoreConnection>& conn);
+
+namespace internal {
+
+// A prepared statement for the single statement `sql` (trailing blanks and semicolons are
+// allowed, a second statement is not), served from the connection's cache when an idle one
+// with the same text exists. Returns an empty pointer, after logging, on failure.
+StmtPtr Prepare(const std::shared_ptr<StoreConnection>& conn, std::string_view sql,
+                int busy_timeout_ms);
+
+// Binds one parameter at `index` and advances `index`; each returns 0 on success and 1 on
+// failure (the index is then not advanced).
+// Text: `copy` false binds the text in place, so it must outlive the statement's execution;
+// true lets SQLite keep its own copy.
+int Bind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int& index,
+         std::string_view text, bool copy);
+// Optional text: SQL NULL when absent, otherwise bound in place like the text form.
+int Bind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int& index,
+         NullableSV text);
+// Integer.
+int Bind(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt, int& index, int value);
+
+}  // namespace internal
+
+// The SQL text of one statement with text parameters `Args` (each convertible to
+// std::string_view), bound in order. Holds a view of a text that outlives it (a literal).
+//
+//   constexpr DBStore::SqlStatement<std::string_view, std::string_view> kByName(
+//       "SELECT Identifier FROM Config WHERE Name = ? AND ConfigGroup = ?");
+//   auto stmt = kByName.PrepareAndBind(conn, name, group);
+template <typename... Args>
+class SqlStatement {
+ public:
+  constexpr explicit SqlStatement(std::string_view sql) : sql_(sql) {}
+
+  std::string_view sql() const { return sql_; }
+
+  // Prepares the text and binds every argument in order as text in place. Returns an empty
+  // statement when preparation or any bind fails. The arguments must outlive execution.
+  StmtPtr PrepareAndBind(const std::shared_ptr<StoreConnection>& conn, const Args&... args) const {
+    StmtPtr stmt = internal::Prepare(conn, sql_, kBusyTimeoutMs);
+    if (!stmt) return stmt;
+    int index = 1;
+    bool bound = (... && (internal::Bind(conn, stmt, index, std::string_view(args), false) == 0));
+    if (!bound) stmt.reset();
+    return stmt;
+  }
+
+ private:
+  std::string_view sql_;
+};
+
+}  // namespace DBStore
+
+#endif  // SETVAULT_SRC_PLATFORM_DB_STORE_H_
