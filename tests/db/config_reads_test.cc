@@ -91,10 +91,10 @@ TEST_F(ConfigReadsTest, GetInternalMergesVitalCachedAutoConfThenUser) {
   InsertConfig(HostRow());
   ObjectPtr host = GetInternal(kHost, conn_, Schema(kHost));
   ASSERT_NE(host, nullptr);
-  EXPECT_EQ(Text(host, "systemUuid"), "u-1");    // vital only
-  EXPECT_EQ(Text(host, "cpuModel"), "cached");   // cached over vital
-  EXPECT_EQ(Text(host, "timezone"), "auto");     // auto-configuration over cached
-  EXPECT_EQ(Text(host, "hostname"), "user");     // user over everything
+  EXPECT_EQ(Text(host, "systemUuid"), "u-1");   // vital only
+  EXPECT_EQ(Text(host, "cpuModel"), "cached");  // cached over vital
+  EXPECT_EQ(Text(host, "timezone"), "auto");    // auto-configuration over cached
+  EXPECT_EQ(Text(host, "hostname"), "user");    // user over everything
   auto ntp = host->GetSubObject(SubObjectId("ntp"));
   ASSERT_NE(ntp, nullptr);  // sub-objects merge member by member
   bool enabled = false;
@@ -134,9 +134,9 @@ TEST_F(ConfigReadsTest, NoRowOrNoValueGivesAnEmptyPointer) {
   EXPECT_EQ(GetCurrentConfigInternal(kHost, conn_, Schema(kHost)), nullptr);
   // Another instance id of the same type is another row.
   InsertConfig(Vswitch("vs0", R"({"name":"vs0"})"));
-  EXPECT_EQ(GetInternal(SetvaultObjectId("vswitch", "net", "korvo", "vs1"), conn_,
-                        Schema(kVswitchType)),
-            nullptr);
+  EXPECT_EQ(
+      GetInternal(SetvaultObjectId("vswitch", "net", "korvo", "vs1"), conn_, Schema(kVswitchType)),
+      nullptr);
 }
 
 TEST_F(ConfigReadsTest, UnconfirmedUserValueIsHiddenOutsideAnUpgrade) {
@@ -168,8 +168,9 @@ TEST_F(ConfigReadsTest, CurrentConfigIsAutoConfAndConfirmedUserOnly) {
   SetFlag("UPGRADE_CTX", "1");  // the confirmed view ignores upgrades
   Sql("UPDATE Config SET DesiredValue = '{\"hostname\":\"desired\"}'");
   ObjectPtr host = GetCurrentConfigInternal(kHost, conn_, Schema(kHost));
-  EXPECT_EQ(host->GetData(),
-            R"({"timezone":"auto","ntp":{"enabled":true,"servers":["10.0.0.1"]},"hostname":"user"})");
+  EXPECT_EQ(
+      host->GetData(),
+      R"({"timezone":"auto","ntp":{"enabled":true,"servers":["10.0.0.1"]},"hostname":"user"})");
   EXPECT_EQ(host->GetRevision(), 7);
 }
 
@@ -316,8 +317,8 @@ TEST_F(ConfigReadsTest, InstancesComeBackMergedInRowOrderAndFiltered) {
   InsertConfig(Vswitch("vs3", R"({"name":"vs3","mtu":9000})"));
   auto schema = Schema(kVswitchType);
 
-  auto all = GetConfigInstancesInternal(std::make_shared<FilterSpecObject>(kVswitchType), conn_,
-                                        schema);
+  auto all =
+      GetConfigInstancesInternal(std::make_shared<FilterSpecObject>(kVswitchType), conn_, schema);
   EXPECT_THAT(Names(all), ElementsAre("vs0", "vs1", "vs2", "vs3"));
   EXPECT_EQ(all[0]->GetData(), R"({"uplinks":["vmnic0"],"name":"vs0","mtu":9000})");
   EXPECT_EQ(all[0]->GetRevision(), 3);
@@ -536,8 +537,7 @@ TEST_F(ConfigReadsTest, FailedStatementsNameTheRead) {
                 "Get failed: comp korvo grp net key vswitch id vs0");
   ExpectFailure(
       [&] {
-        GetConfigInstancesInternal(std::make_shared<FilterSpecObject>(kVswitchType), conn_,
-                                   schema);
+        GetConfigInstancesInternal(std::make_shared<FilterSpecObject>(kVswitchType), conn_, schema);
       },
       2000, "Read Instances failed for: comp korvo grp net key vswitch");
   ExpectFailure([&] { GetUserConfigContents(conn_); }, 2000, "Get store rows failed.");

@@ -110,7 +110,8 @@ TEST_F(StoreReadsTest, GetReturnsTheMergedRowWithItsMetadata) {
   InsertConfig(row);
   auto host = store_->Get(kHost);
   ASSERT_NE(host, nullptr);
-  EXPECT_EQ(host->GetData(), R"({"systemUuid":"u","memoryBytes":1024,"timezone":"CET","hostname":"u"})");
+  EXPECT_EQ(host->GetData(),
+            R"({"systemUuid":"u","memoryBytes":1024,"timezone":"CET","hostname":"u"})");
   EXPECT_EQ(host->GetVersion(), "1.2");
   EXPECT_EQ(host->GetRevision(), 12);
   EXPECT_EQ(host->GetCreationTime(), "2026-03-04 05:06:07");
@@ -193,7 +194,8 @@ TEST_F(StoreReadsTest, DefaultConfigAndDefaultInstances) {
     row.value = std::string(R"({"name":")") + name + "\"}";
     InsertDefault(row);
   }
-  EXPECT_EQ(store_->GetDefaultConfig(kHost)->GetData(), R"({"systemUuid":"x","hostname":"factory"})");
+  EXPECT_EQ(store_->GetDefaultConfig(kHost)->GetData(),
+            R"({"systemUuid":"x","hostname":"factory"})");
   auto filter = std::make_shared<FilterSpecObject>(kVswitchType);
   EXPECT_THAT(Names(store_->GetDefaultConfigInstances(filter)), ElementsAre("vs0", "vs1"));
   filter->SetValue("name", "vs1");
@@ -328,7 +330,8 @@ TEST_F(StoreReadsTest, ValidateReportsIdentityProblemsAsOneFinding) {
 
   parts.id = SetvaultObjectId("host", "system", "korvo", "h1");
   parts.schema = LookUpSchemaOf(kHost);
-  errors = store_->Validate(std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(parts)));
+  errors = store_->Validate(
+      std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(parts)));
   ASSERT_EQ(errors.size(), 1u);
   EXPECT_EQ(errors[0].message, "/korvo/system/host is a singleton object and takes no instance id");
 }

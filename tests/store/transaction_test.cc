@@ -61,7 +61,8 @@ class TransactionTest : public ConfigStoreTest {
   // Writes one row on the store's connection (inside whatever transaction is open).
   void WriteRow(const std::string& name) {
     Sql("INSERT INTO Config (Component, ConfigGroup, Name, Identifier, UserValue) VALUES "
-        "('korvo', 't', '" + name + "', '', '{}')");
+        "('korvo', 't', '" +
+        name + "', '', '{}')");
   }
   // Rows named `name` as seen by this connection and by an independent one.
   std::string Seen(const std::string& name) { return Count(Db(), name); }
@@ -78,8 +79,8 @@ class TransactionTest : public ConfigStoreTest {
   static std::string Count(sqlite3* db, const std::string& name) {
     sqlite3_stmt* stmt = nullptr;
     std::string result = "<error>";
-    if (sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM Config WHERE Name = ?1", -1, &stmt,
-                           nullptr) == SQLITE_OK) {
+    if (sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM Config WHERE Name = ?1", -1, &stmt, nullptr) ==
+        SQLITE_OK) {
       sqlite3_bind_text(stmt, 1, name.c_str(), -1, SQLITE_TRANSIENT);
       if (sqlite3_step(stmt) == SQLITE_ROW) {
         result = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
@@ -209,9 +210,9 @@ TEST_F(TransactionTest, CommitWithoutTransactionThrows) {
 TEST_F(TransactionTest, BeginReturnsTheLayersCodeWithoutThrowing) {
   // A second connection holds the write lock: begin waits out the busy
   // time-out and reports failure.
-  ASSERT_EQ(sqlite3_exec(DBStore::GetSqliteHandle(*other_), "BEGIN IMMEDIATE", nullptr, nullptr,
-                         nullptr),
-            SQLITE_OK);
+  ASSERT_EQ(
+      sqlite3_exec(DBStore::GetSqliteHandle(*other_), "BEGIN IMMEDIATE", nullptr, nullptr, nullptr),
+      SQLITE_OK);
   EXPECT_NE(store_->BeginTransaction(), 0);
   EXPECT_FALSE(InTransaction());
   sqlite3_exec(DBStore::GetSqliteHandle(*other_), "ROLLBACK", nullptr, nullptr, nullptr);
@@ -244,7 +245,8 @@ std::exception_ptr g_to_throw;
 void InsertOn(const std::shared_ptr<DBStore::StoreConnection>& conn, const std::string& name) {
   const std::string sql =
       "INSERT INTO Config (Component, ConfigGroup, Name, Identifier, UserValue) VALUES "
-      "('korvo', 't', '" + name + "', '', '{}')";
+      "('korvo', 't', '" +
+      name + "', '', '{}')";
   ASSERT_EQ(sqlite3_exec(DBStore::GetSqliteHandle(*conn), sql.c_str(), nullptr, nullptr, nullptr),
             SQLITE_OK);
 }
@@ -288,8 +290,8 @@ TEST_F(TransactionTest, OperationThatReturnsIsCommitted) {
 
 TEST_F(TransactionTest, ValidationExceptionReachesTheCallerAsTheSameObject) {
   std::vector<ErrorInfo> findings = {{"/mtu", "too small"}, {"/name", "missing"}};
-  g_to_throw = std::make_exception_ptr(ValidationException(1089, "Configuration data is invalid",
-                                                           findings));
+  g_to_throw =
+      std::make_exception_ptr(ValidationException(1089, "Configuration data is invalid", findings));
   const void* original = nullptr;
   try {
     std::rethrow_exception(g_to_throw);

@@ -113,14 +113,16 @@ class ConfigStoreTest : public ::testing::Test {
   }
 
   void InsertDefault(const ValueRow& row) {
-    Insert("DefaultConfig", "Component, ConfigGroup, Name, Identifier, Version, Value, "
+    Insert("DefaultConfig",
+           "Component, ConfigGroup, Name, Identifier, Version, Value, "
            "VitalValue, CachedValue",
            {row.component, row.group, row.name, row.identifier, row.version, row.value, row.vital,
             row.cached});
   }
 
   void InsertDesired(const ValueRow& row) {
-    Insert("DesiredUserConfig", "Component, ConfigGroup, Name, Identifier, Version, Value, "
+    Insert("DesiredUserConfig",
+           "Component, ConfigGroup, Name, Identifier, Version, Value, "
            "VitalValue, CachedValue, BootAction",
            {row.component, row.group, row.name, row.identifier, row.version, row.value, row.vital,
             row.cached, row.action});

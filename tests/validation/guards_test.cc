@@ -120,8 +120,7 @@ TEST_F(GuardsTest, ValidateSvoIdChecksTheSchemaFirst) {
   const SetvaultObjectId unknown_with_id("nothing", "here", "korvo", "x");
   ExpectNoSchema([&] { ValidateSvoId(unknown_with_id, nullptr); }, unknown_with_id);
   ExpectRefused([&] { ValidateSvoId(kHostWithId, Schema(kHost)); }, kSingleton);
-  ExpectRefused([&] { ValidateSvoId(Object(kVswitchType, "{}"), Schema(kVswitchType)); },
-                kNeedsId);
+  ExpectRefused([&] { ValidateSvoId(Object(kVswitchType, "{}"), Schema(kVswitchType)); }, kNeedsId);
   ExpectNoSchema([&] { ValidateSvoId(Object(kHost, "{}"), nullptr); }, kHost);
   ExpectNoSchema([] { CheckSchema(kVs0, nullptr); }, kVs0);
   CheckSchema(kVs0, Schema(kVswitchType));
@@ -155,8 +154,10 @@ TEST_F(GuardsTest, KernelOptionsIdIsMatchedExactly) {
   ValidateKernelOptionsSvoId(SetvaultObjectId("options", "hvcore", "korvo"));
   ValidateKernelOptionsSvoId(SetvaultObjectId("options", "hvcore", "korvo", "any"));
   for (const SetvaultObjectId& other :
-       {SetvaultObjectId("Options", "hvcore", "korvo"), SetvaultObjectId("options", "HVCORE", "korvo"),
-        SetvaultObjectId("options", "hvcore", "korvo2"), SetvaultObjectId("options ", "hvcore", "korvo"),
+       {SetvaultObjectId("Options", "hvcore", "korvo"),
+        SetvaultObjectId("options", "HVCORE", "korvo"),
+        SetvaultObjectId("options", "hvcore", "korvo2"),
+        SetvaultObjectId("options ", "hvcore", "korvo"),
         SetvaultObjectId("hvcore", "options", "korvo"), SetvaultObjectId("", "", "")}) {
     ExpectRefused([&] { ValidateKernelOptionsSvoId(other); }, kNotKernelOptions);
   }
@@ -184,8 +185,9 @@ TEST_F(GuardsTest, ObjIsEmptyWarnsForAnObjectWithoutData) {
   EXPECT_FALSE(ObjIsEmpty(full, "Set"));
   EXPECT_TRUE(log.Lines().empty());
   EXPECT_TRUE(ObjIsEmpty(empty, "SetUserData"));
-  EXPECT_TRUE(log.Contains(1, "SetUserData, Configuration object for comp korvo grp system key "
-                              "host is empty, will not be persisted in the db"));
+  EXPECT_TRUE(log.Contains(1,
+                           "SetUserData, Configuration object for comp korvo grp system key "
+                           "host is empty, will not be persisted in the db"));
 }
 
 TEST_F(GuardsTest, UserContextOutsideBootAsksNothing) {

@@ -135,7 +135,8 @@ TEST(PerOperationChecksTest, UserDataChecksCleanTheObjectFirst) {
   EXPECT_EQ(object->GetData(), R"({"n":1})");
   auto kept = MakeObject(R"({"n":1,"sub":{}})", schema);
   ValidateCachedConfig(std::make_shared<InlineSchema>(R"({"type":"object","cached":true,
-      "properties":{"n":{"type":"integer"},"sub":{"type":"object"}}})"), kept);
+      "properties":{"n":{"type":"integer"},"sub":{"type":"object"}}})"),
+                       kept);
   EXPECT_EQ(kept->GetData(), R"({"n":1,"sub":{}})");
 }
 
@@ -154,13 +155,13 @@ TEST(ValidateObjectDataTest, EarlierEntriesCountAndFindingsAreLoggedUnlessQuiet)
   LogCapture log(0);
   auto schema = std::make_shared<InlineSchema>(kSampleSchema);
   std::vector<ErrorInfo> errors = {{"/earlier", "kept"}};
-  EXPECT_FALSE(ValidateObjectData(schema, MakeObject(R"({"r":"a"})", schema), SetOptions, errors,
-                                  false));
+  EXPECT_FALSE(
+      ValidateObjectData(schema, MakeObject(R"({"r":"a"})", schema), SetOptions, errors, false));
   EXPECT_THAT(Paths(errors), ElementsAre("/earlier"));
   EXPECT_TRUE(log.Lines().empty());
   errors.clear();
-  EXPECT_TRUE(ValidateObjectData(schema, MakeObject(R"({"r":"a"})", schema), SetOptions, errors,
-                                 false));
+  EXPECT_TRUE(
+      ValidateObjectData(schema, MakeObject(R"({"r":"a"})", schema), SetOptions, errors, false));
   EXPECT_FALSE(ValidateObjectData(schema, MakeObject(R"({"r":"a","n":6})", schema), SetOptions,
                                   errors, false));
   EXPECT_TRUE(log.Contains(0, "Validation error at /n: value 6 exceeds maximum 5"));
@@ -184,7 +185,8 @@ TEST(CollectValidationResultsTest, MalformedResultsThrow1082) {
       EXPECT_EQ(e.GetErrorCode(), SV_ERR_JSON) << result;
     }
   }
-  auto good = CreateDocumentFromString(R"([{"field":"/a","error":"e1"},{"field":"/b","error":"e2"}])");
+  auto good =
+      CreateDocumentFromString(R"([{"field":"/a","error":"e1"},{"field":"/b","error":"e2"}])");
   CollectValidationResults(*good->GetJsonValuePtr(), errors, true);
   ASSERT_EQ(errors.size(), 2u);
   EXPECT_EQ(errors[1].path, "/b");
@@ -199,8 +201,8 @@ TEST(ValidateSvoTest, OptionSetFollowsTheTypesTopLevelTag) {
   // fails the other's; the whole-object options check "m", which is required.
   const char members[] = R"("required":["m"],"properties":{"n":{"type":"integer"},
       "m":{"type":"integer"}}})";
-  auto vital = std::make_shared<InlineSchema>(std::string(R"({"type":"object","vital":true,)") +
-                                              members);
+  auto vital =
+      std::make_shared<InlineSchema>(std::string(R"({"type":"object","vital":true,)") + members);
   auto cached = std::make_shared<InlineSchema>(
       std::string(R"({"type":"object","vital":false,"cached":true,)") + members);
   auto plain = std::make_shared<InlineSchema>(std::string(R"({"type":"object",)") + members);
@@ -215,7 +217,8 @@ TEST(ValidateSvoTest, OptionSetFollowsTheTypesTopLevelTag) {
   // The same data under the other tag's options does fail.
   errors.clear();
   EXPECT_FALSE(ValidateObjectData(vital, MakeObject(data, vital), CachedDataOptions, errors, true));
-  EXPECT_FALSE(ValidateObjectData(cached, MakeObject(data, cached), VitalDataOptions, errors, true));
+  EXPECT_FALSE(
+      ValidateObjectData(cached, MakeObject(data, cached), VitalDataOptions, errors, true));
   EXPECT_THAT(Paths(errors), ElementsAre("/n", "/n"));
 }
 
@@ -283,12 +286,13 @@ TEST_F(SchemaStoreValidationTest, ValidateObjectSkipsDataForNoneAndRead) {
   EXPECT_FALSE(validateObject(bad, kCreate, errors, ""));
   // User-data options: the cached member is refused (and its value not checked).
   ASSERT_THAT(Paths(errors), ElementsAre("/memoryBytes"));
-  EXPECT_EQ(errors[0].message, "member 'memoryBytes' is not allowed in user data (it is cached data)");
+  EXPECT_EQ(errors[0].message,
+            "member 'memoryBytes' is not allowed in user data (it is cached data)");
   EXPECT_TRUE(log.Contains(0, "validate completed with errors"));
   errors.clear();
-  EXPECT_TRUE(validateObject(Object(SetvaultObjectId("host", "system", "korvo"),
-                                    R"({"hostname":"h"})"),
-                             kModify, errors, ""));
+  EXPECT_TRUE(
+      validateObject(Object(SetvaultObjectId("host", "system", "korvo"), R"({"hostname":"h"})"),
+                     kModify, errors, ""));
 }
 
 TEST_F(SchemaStoreValidationTest, ValidateObjectWithoutSchemaFailsForEveryAction) {
@@ -325,9 +329,8 @@ TEST_F(SchemaStoreValidationTest, DocumentFindingsOfTheGeneratorComeFirst) {
   auto document = CreateDocumentFromString(
       R"({"korvo":{"net":{"dns":{"servers":[1]}}},"other":{"g":{"k":{}}}})");
   std::vector<ErrorInfo> errors;
-  EXPECT_FALSE(
-      ValidateImportDocument(document->GetDocument(), KorvoSchemaStore::SchemaStore::GetCache(),
-                             errors));
+  EXPECT_FALSE(ValidateImportDocument(document->GetDocument(),
+                                      KorvoSchemaStore::SchemaStore::GetCache(), errors));
   ASSERT_EQ(errors.size(), 2u);
   EXPECT_EQ(errors[0].path, "/other/g/k");
   EXPECT_EQ(errors[1].path, "/korvo/net/dns/servers/0");
@@ -353,8 +356,8 @@ TEST_F(SchemaStoreValidationTest, ValidateDocumentUsesUserDataOptions) {
   std::vector<ErrorInfo> errors;
   EXPECT_TRUE(ValidateDocument(make(R"({"korvo":{"system":{"host":{"hostname":"h"}}}})"), errors));
   // A vital member is not user data.
-  EXPECT_FALSE(ValidateDocument(make(R"({"korvo":{"system":{"host":{"systemUuid":"u"}}}})"),
-                                errors));
+  EXPECT_FALSE(
+      ValidateDocument(make(R"({"korvo":{"system":{"host":{"systemUuid":"u"}}}})"), errors));
   EXPECT_THAT(Paths(errors), ElementsAre("/korvo/system/host/systemUuid"));
   // An earlier entry makes even a valid document fail.
   EXPECT_FALSE(ValidateDocument(make(R"({"korvo":{"system":{"host":{"hostname":"h"}}}})"), errors));
