@@ -2,6 +2,7 @@
 #include "db/config_reads.h"
 
 #include "model/setvault_object_impl.h"
+#include "platform/upgrade_ctx.h"
 
 namespace KorvoSetvault {
 namespace {
@@ -49,15 +50,17 @@ ObjectList GetConfigInstancesInternal(const std::shared_ptr<FilterSpecObject>& f
                                       const ConnectionPtr& conn, const SchemaPtr& schema) {
   const SetvaultObjectId& type = filter->GetSetvaultObjectId();
   const StoreRows rows = ReadStoreRows(type, conn, GET_INSTANCES);
-  return Filtered(ObjectsOfRows(rows, type,
-                                [&schema](const StoreRow& row, const SetvaultObjectId& id) {
-                                  return MergeConfig(
-                                      RowToObject(row, kVitalValueColumn, id, schema),
-                                      RowToObject(row, kCachedValueColumn, id, schema),
-                                      RowToObject(row, kAutoConfValueColumn, id, schema),
-                                      RowToCurrentUserObject(row, id, schema));
-                                }),
-                  filter);
+  // One reading of the upgrade context serves every row of the call.
+  const int upgrade_ctx = rows->empty() ? 0 : GetUpgradeCtx();
+  return Filtered(
+      ObjectsOfRows(rows, type,
+                    [&schema, upgrade_ctx](const StoreRow& row, const SetvaultObjectId& id) {
+                      return MergeConfig(RowToObject(row, kVitalValueColumn, id, schema),
+                                         RowToObject(row, kCachedValueColumn, id, schema),
+                                         RowToObject(row, kAutoConfValueColumn, id, schema),
+                                         RowToCurrentUserObject(row, id, schema, upgrade_ctx));
+                    }),
+      filter);
 }
 
 ObjectList GetCurrentConfigInstancesInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
@@ -93,8 +96,8 @@ ObjectList GetDefaultUserConfigInstancesInternal(const SetvaultObjectId& id,
 }
 
 ObjectList GetDesiredUserConfigInstancesInternal(const SetvaultObjectId& id,
-                                                 const ConnectionPtr& conn,
-                                                 const SchemaPtr& schema, int flag) {
+                                                 const ConnectionPtr& conn, const SchemaPtr& schema,
+                                                 int flag) {
   if (flag != 1) {
     const StoreRows rows = ReadStoreRows(id, conn, kDesiredUserInstancesSql);
     return ObjectsOfRows(rows, id, [&schema](const StoreRow& row, const SetvaultObjectId& row_id) {

@@ -42,8 +42,8 @@ std::string ColumnOrEmpty(const StoreRow& row, const char* column) {
 StoreRow ReadStoreRow(const SetvaultObjectId& id, const ConnectionPtr& conn,
                       const KeyStatement4& statement) {
   StoreRow row(kRowBuckets);
-  DBStore::StmtPtr stmt = statement.PrepareAndBind(conn, id.key, id.group, id.component,
-                                                   id.instanceId);
+  DBStore::StmtPtr stmt =
+      statement.PrepareAndBind(conn, id.key, id.group, id.component, id.instanceId);
   if (DBStore::ExecuteStmt(conn, stmt, RowIntoMapCallback, &row, DBStore::kBusyTimeoutMs) == 1) {
     ThrowReadFailure("Get failed: ", id);
   }
@@ -62,8 +62,8 @@ StoreRows ReadStoreRows(const SetvaultObjectId& id, const ConnectionPtr& conn,
 
 StoreRows ReadAllRows(const ConnectionPtr& conn, const DBStore::StmtPtr& statement) {
   StoreRows rows = std::make_shared<std::vector<std::shared_ptr<StoreRow>>>();
-  if (DBStore::ExecuteStmt(conn, statement, RowAppendedCallback, &rows,
-                           DBStore::kBusyTimeoutMs) == 1) {
+  if (DBStore::ExecuteStmt(conn, statement, RowAppendedCallback, &rows, DBStore::kBusyTimeoutMs) ==
+      1) {
     throw SetvaultException(SV_ERR_GENERIC, "Get store rows failed.");
   }
   return rows;
@@ -95,7 +95,12 @@ ObjectPtr RowToConfirmedUserObject(const StoreRow& row, const SetvaultObjectId& 
 
 ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
                                  const SchemaPtr& schema) {
-  if (GetUpgradeCtx() == 0) return RowToConfirmedUserObject(row, id, schema);
+  return RowToCurrentUserObject(row, id, schema, GetUpgradeCtx());
+}
+
+ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
+                                 const SchemaPtr& schema, int upgradeCtx) {
+  if (upgradeCtx == 0) return RowToConfirmedUserObject(row, id, schema);
   const bool has_desired = row.find(kDesiredValueColumn) != row.end();
   return RowToObject(row, has_desired ? kDesiredValueColumn : kUserValueColumn, id, schema);
 }

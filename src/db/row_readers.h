@@ -57,6 +57,10 @@ ObjectPtr RowToConfirmedUserObject(const StoreRow& row, const SetvaultObjectId& 
 // stored); otherwise the confirmed user value.
 ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
                                  const SchemaPtr& schema);
+// The same with the upgrade context already read: reads of many rows read it
+// once per call instead of once per row.
+ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
+                                 const SchemaPtr& schema, int upgradeCtx);
 
 // Applies `first`, `second` and `third` onto `base` in that order with the
 // update merge and returns the result; empty parts count as empty objects.

@@ -1,5 +1,7 @@
 #include "setvault/json_doc.h"
 
+#include <algorithm>
+
 #include <cstdio>
 #include <cstring>
 
@@ -91,7 +93,8 @@ std::string JsonDoc::GetJsonPointer() const {
   std::vector<std::string> tokens;
   Resolve(&tokens);
   std::string pointer;
-  for (const std::string& token : tokens) pointer += "/" + SetvaultDocument::EscapePointerToken(token);
+  for (const std::string& token : tokens)
+    pointer += "/" + SetvaultDocument::EscapePointerToken(token);
   return pointer;
 }
 
@@ -124,18 +127,32 @@ std::shared_ptr<JsonDoc> JsonDoc::MakeView(JsonNode step) const {
   return std::make_shared<JsonDoc>(std::move(path), allocator_, document_);
 }
 
-std::shared_ptr<JsonDoc> CreateDocument() {
-  auto allocator = std::make_shared<JsonAllocator>(kJsonChunkSize);
+namespace {
+
+// A document whose memory pool grows in chunks of `chunk_size` bytes.
+std::shared_ptr<JsonDoc> CreateDocumentWithChunks(size_t chunk_size) {
+  auto allocator = std::make_shared<JsonAllocator>(chunk_size);
   // The document keeps its allocator alive: it must be destroyed first.
-  std::shared_ptr<JsonDocument> document(
-      new JsonDocument(allocator.get(), kJsonParseStackSize),
-      [allocator](JsonDocument* doc) { delete doc; });
+  std::shared_ptr<JsonDocument> document(new JsonDocument(allocator.get(), kJsonParseStackSize),
+                                         [allocator](JsonDocument* doc) { delete doc; });
   return std::make_shared<JsonDoc>(std::vector<JsonNode>(), std::move(allocator),
                                    std::move(document));
 }
 
+// The first chunk for a document parsed from `length` bytes of text: about
+// what its values take, so that reading many small stored objects does not
+// claim (and hand back to the system) a full chunk per object.
+size_t ChunkSizeForText(size_t length) {
+  constexpr size_t kSmallestChunk = 1024;
+  return std::min(kJsonChunkSize, std::max(kSmallestChunk, 2 * length));
+}
+
+}  // namespace
+
+std::shared_ptr<JsonDoc> CreateDocument() { return CreateDocumentWithChunks(kJsonChunkSize); }
+
 std::shared_ptr<JsonDoc> CreateDocumentFromString(const std::string& text) {
-  std::shared_ptr<JsonDoc> doc = CreateDocument();
+  std::shared_ptr<JsonDoc> doc = CreateDocumentWithChunks(ChunkSizeForText(text.size()));
   if (!ParseInto(text, doc->GetDocument())) {
     ThrowException<InvalidArgumentException>(SV_ERR_JSON_PARSE);
   }

@@ -150,6 +150,20 @@ int64_t SchemaDatabaseReader::DataVersion() {
   return version;
 }
 
+const char READ_JOURNAL_MODE[] = "PRAGMA journal_mode";
+
+bool SchemaDatabaseReader::UsesWriteAheadLog() {
+  sqlite3_stmt* stmt = nullptr;
+  bool wal = true;
+  if (sqlite3_prepare_v2(db_, READ_JOURNAL_MODE, -1, &stmt, nullptr) == SQLITE_OK &&
+      sqlite3_step(stmt) == SQLITE_ROW) {
+    const unsigned char* mode = sqlite3_column_text(stmt, 0);
+    wal = mode == nullptr || sqlite3_stricmp(reinterpret_cast<const char*>(mode), "wal") == 0;
+  }
+  sqlite3_finalize(stmt);
+  return wal;
+}
+
 const char HAS_SCHEMA_TABLE[] =
     "SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = 'SmartnicSchema'";
 

@@ -51,6 +51,11 @@ class SchemaDatabaseReader {
   // Returns -1 when it cannot be read.
   int64_t DataVersion();
 
+  // True when the file is in write-ahead-log mode: commits of other
+  // connections then go to the log file and leave the database file as it is.
+  // Also true when the mode cannot be read (the cautious answer).
+  bool UsesWriteAheadLog();
+
   // Every row of SmartnicSchema. A database without the table reads as no
   // rows. Throws SetvaultException 2000 on a read failure.
   std::vector<SchemaRow> ReadAll();

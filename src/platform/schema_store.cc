@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <ctime>
 #include <mutex>
 
 #include "platform/schema_database.h"
@@ -52,14 +54,23 @@ namespace {
 
 using KorvoSetvault::SVLogger;
 
-// Which file a path named at the last reading; a replaced file has another inode.
+// Which file a path named at the last reading (a replaced file has another
+// inode), and the stamps that a commit to it changes.
 struct FileIdentity {
   bool exists = false;
   dev_t device = 0;
   ino_t inode = 0;
+  off_t size = 0;
+  struct timespec modified = {0, 0};
+  struct timespec changed = {0, 0};
 
   bool operator==(const FileIdentity& other) const {
     return exists == other.exists && device == other.device && inode == other.inode;
+  }
+  bool SameStamps(const FileIdentity& other) const {
+    return size == other.size && modified.tv_sec == other.modified.tv_sec &&
+           modified.tv_nsec == other.modified.tv_nsec && changed.tv_sec == other.changed.tv_sec &&
+           changed.tv_nsec == other.changed.tv_nsec;
   }
 };
 
@@ -70,8 +81,23 @@ FileIdentity IdentityOf(const std::string& path) {
     identity.exists = true;
     identity.device = info.st_dev;
     identity.inode = info.st_ino;
+    identity.size = info.st_size;
+    identity.modified = info.st_mtim;
+    identity.changed = info.st_ctim;
   }
   return identity;
+}
+
+// File systems stamp times from a coarse clock (up to seconds on some), so
+// two commits close together can leave equal stamps. A file changed this
+// recently is asked for its data version even when its stamps look the same.
+constexpr time_t kRacyWindowSeconds = 2;
+
+bool RecentlyChanged(const FileIdentity& identity) {
+  struct timespec now;
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  const time_t latest = std::max(identity.modified.tv_sec, identity.changed.tv_sec);
+  return latest + kRacyWindowSeconds >= now.tv_sec;
 }
 
 // The process-wide reading of the schema database.
@@ -82,6 +108,7 @@ struct StoreState {
   FileIdentity identity;
   std::unique_ptr<SchemaDatabaseReader> reader;
   int64_t dataVersion = -1;
+  bool writeAheadLog = true;  // commits may leave the file's stamps unchanged
   std::shared_ptr<SchemaStore> store;
 };
 
@@ -124,6 +151,7 @@ void Reload(StoreState& state, const std::string& path, const FileIdentity& iden
       if (identity.exists) state.reader = std::make_unique<SchemaDatabaseReader>(path);
     }
     if (state.reader) {
+      state.writeAheadLog = state.reader->UsesWriteAheadLog();
       state.dataVersion = state.reader->DataVersion();
       rows = state.reader->ReadAll();
     } else {
@@ -146,7 +174,14 @@ bool NeedsReload(StoreState& state, const std::string& path, const FileIdentity&
     return true;
   }
   if (!state.store || path != state.path || !(identity == state.identity)) return true;
-  return state.reader && state.reader->DataVersion() != state.dataVersion;
+  if (!state.reader) return false;
+  // A commit to a file in rollback-journal mode rewrites the file, so equal
+  // stamps of a file not changed lately mean equal content: no query needed.
+  if (!state.writeAheadLog && identity.SameStamps(state.identity) && !RecentlyChanged(identity)) {
+    return false;
+  }
+  state.identity = identity;
+  return state.reader->DataVersion() != state.dataVersion;
 }
 
 }  // namespace
