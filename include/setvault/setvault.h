@@ -24,6 +24,8 @@
 #include "setvault/object_id.h"
 #include "setvault/schema_setup.h"
 #include "setvault/setvault_object.h"
+#include "setvault/setvault_store.h"
 #include "setvault/store_object.h"
+#include "setvault/user_context.h"
 
 #endif  // SETVAULT_SETVAULT_H_

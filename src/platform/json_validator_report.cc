@@ -253,16 +253,7 @@ std::string PointerOf(const std::vector<std::string>& tokens) {
   if (tokens.empty()) return "/";
   std::string pointer;
   for (const std::string& token : tokens) {
-    pointer += '/';
-    for (char c : token) {
-      if (c == '~') {
-        pointer += "~0";
-      } else if (c == '/') {
-        pointer += "~1";
-      } else {
-        pointer += c;
-      }
-    }
+    pointer += '/' + KorvoSetvault::SetvaultDocument::EscapePointerToken(token);
   }
   return pointer;
 }

@@ -186,9 +186,27 @@ class DefinitionChecker {
         const std::string path = where + "/properties/" + name;
         CheckInstanceArray(name, property.value, path);
         CheckNode(property.value, path);
+        RequireShape(property.value, path);
       }
     }
     if (Has(node, "items") && node["items"].IsObject()) CheckNode(node["items"], where + "/items");
+  }
+
+  // The clean-up of user data walks described members by their "type", into
+  // objects by their "properties" and into arrays by their "items": every
+  // described member says what it is, so that a write never meets a schema it
+  // cannot walk.
+  void RequireShape(const JsonValue& node, const std::string& where) const {
+    if (!Has(node, "type")) Fail("schema node " + where + ": \"type\" is missing");
+    const JsonValue& type = node["type"];
+    if (!type.IsString()) return;
+    const std::string name = type.GetString();
+    if (name == "object" && !Has(node, "properties")) {
+      Fail("schema node " + where + ": an object needs \"properties\"");
+    }
+    if (name == "array" && !Has(node, "items")) {
+      Fail("schema node " + where + ": an array needs \"items\"");
+    }
   }
 
   // "type" is one JSON type name or a list of them.

@@ -1,0 +1,106 @@
+// The setvault tool, run as a process against a store in a temporary
+// directory: JSON out, errors with their code, exit statuses.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+
+#include "support/example_schemas.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+using setvault_test::TempDir;
+
+struct Result {
+  int status = -1;
+  std::string out;
+  std::string err;
+};
+
+class SetvaultCliTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(Run("schema load " + setvault_test::ExampleSchemaDir()).status, 0);
+  }
+
+  // Runs the tool with `arguments` (shell words) on this test's store.
+  Result Run(const std::string& arguments, const std::string& input = "") {
+    const std::string err_file = dir_.File("stderr");
+    const std::string in_file = dir_.WriteFile("stdin", input);
+    const std::string command = "SETVAULT_STORE=" + dir_.File("store.db") +
+                                " SETVAULT_SCHEMA_DB=" + dir_.File("schema.db") + " " +
+                                SETVAULT_TOOL_PATH + " " + arguments + " <" + in_file + " 2>" +
+                                err_file;
+    Result result;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return result;
+    char buffer[4096];
+    size_t count;
+    while ((count = fread(buffer, 1, sizeof buffer, pipe)) > 0) result.out.append(buffer, count);
+    const int status = pclose(pipe);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    FILE* err = fopen(err_file.c_str(), "r");
+    while (err != nullptr && (count = fread(buffer, 1, sizeof buffer, err)) > 0) {
+      result.err.append(buffer, count);
+    }
+    if (err != nullptr) fclose(err);
+    return result;
+  }
+
+  TempDir dir_;
+};
+
+TEST_F(SetvaultCliTest, SetThenGetPrintsTheObjectWithItsMetadata) {
+  Result set = Run(R"(set korvo net vswitch --instance vs0 '{"mtu": 9000}')");
+  ASSERT_EQ(set.status, 0) << set.err;
+  Result get = Run("get korvo net vswitch vs0");
+  ASSERT_EQ(get.status, 0) << get.err;
+  EXPECT_NE(get.out.find(R"("instanceId":"vs0")"), std::string::npos) << get.out;
+  EXPECT_NE(get.out.find(R"("revision":1)"), std::string::npos) << get.out;
+  EXPECT_NE(get.out.find(R"("data":{"mtu":9000,"name":"vs0"})"), std::string::npos) << get.out;
+  EXPECT_EQ(Run("revision korvo net vswitch vs0").out, "1\n");
+}
+
+TEST_F(SetvaultCliTest, DataFromStandardInputAndInstances) {
+  ASSERT_EQ(Run("set-instances korvo net vswitch -", R"({"a": {"mtu": 1500}, "b": {"mtu": 9000}})")
+                .status,
+            0);
+  EXPECT_EQ(Run("instance-ids korvo net vswitch").out, "[\"a\",\"b\"]\n");
+  Result jumbo = Run(R"(instances korvo net vswitch --filter '{"mtu": 9000}')");
+  EXPECT_NE(jumbo.out.find(R"("instanceId":"b")"), std::string::npos);
+  EXPECT_EQ(jumbo.out.find(R"("instanceId":"a")"), std::string::npos);
+  EXPECT_EQ(Run(R"(delete-instances korvo net vswitch --filter '{"mtu": 1500}')").status, 0);
+  EXPECT_EQ(Run("instance-ids korvo net vswitch").out, "[\"b\"]\n");
+}
+
+TEST_F(SetvaultCliTest, ErrorsCarryTheirCodeAndFindings) {
+  Result invalid = Run(R"(set korvo net vswitch --instance vs0 '{"mtu": 99999, "speed": 1}')");
+  EXPECT_EQ(invalid.status, 1);
+  EXPECT_NE(invalid.err.find("error 1089"), std::string::npos) << invalid.err;
+  EXPECT_NE(invalid.err.find("/mtu:"), std::string::npos) << invalid.err;
+  EXPECT_NE(invalid.err.find("/speed:"), std::string::npos) << invalid.err;
+
+  Result unknown = Run("get korvo net nothing");
+  EXPECT_EQ(unknown.status, 1);
+  EXPECT_NE(unknown.err.find("error 1037"), std::string::npos) << unknown.err;
+
+  Result bad_json = Run("set korvo system host '{broken'");
+  EXPECT_EQ(bad_json.status, 1);
+  EXPECT_NE(bad_json.err.find("error 1080"), std::string::npos) << bad_json.err;
+
+  EXPECT_EQ(Run("get korvo system host").status, 3);  // nothing stored
+  EXPECT_EQ(Run("no-such-command").status, 2);
+  EXPECT_EQ(Run("get korvo").status, 2);
+}
+
+TEST_F(SetvaultCliTest, ValidatePrintsFindingsWithoutWriting) {
+  Result result = Run(R"(validate korvo system host '{"hostname": 42}')");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.out.find(R"("field":"/hostname")"), std::string::npos) << result.out;
+  EXPECT_EQ(Run(R"(validate korvo system host '{"hostname": "h"}')").out, "[]\n");
+  EXPECT_EQ(Run("get korvo system host").status, 3);
+}
+
+}  // namespace
