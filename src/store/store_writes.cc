@@ -89,7 +89,7 @@ void SetvaultImpl::SetVitalData(std::shared_ptr<SetvaultObject> object) {
   LogApiCall(kWriteCallPriority, "SetVitalData", id, 1);
   auto schema = LookUpSchemaOf(id);
   ValidateSvoId(object, schema);
-  ValidateVitalConfig(schema, object);
+  ValidateVitalConfig(schema, WithoutOwnInstanceId(object, schema));
   WriteVitalConfigInstances({object}, connection_);
   NotifyIfAllowlisted(id);
 }
@@ -100,7 +100,7 @@ void SetvaultImpl::SetCachedData(std::shared_ptr<SetvaultObject> object) {
   LogApiCall(kWriteCallPriority, "SetCachedData", id, 1);
   auto schema = LookUpSchemaOf(id);
   ValidateSvoId(object, schema);
-  ValidateCachedConfig(schema, object);
+  ValidateCachedConfig(schema, WithoutOwnInstanceId(object, schema));
   WriteCachedConfigInstances({object}, connection_);
   NotifyIfAllowlisted(id);
 }
@@ -206,15 +206,23 @@ void SetvaultImpl::SetUserDataInstances(std::vector<std::shared_ptr<SetvaultObje
 void SetvaultImpl::SetCachedDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects) {
   objects = WithoutEmptyPointers(std::move(objects));
   auto schema = CheckInstancesCall("SetCachedDataInstances", objects, USERDATA_CONTEXT{});
-  SetDataInstancesInternal(connection_, objects, schema, ValidateCachedConfig,
-                           WriteCachedConfigInstances);
+  SetDataInstancesInternal(
+      connection_, objects, schema,
+      [](const auto& type_schema, const auto& object) {
+        ValidateCachedConfig(type_schema, WithoutOwnInstanceId(object, type_schema));
+      },
+      WriteCachedConfigInstances);
 }
 
 void SetvaultImpl::SetVitalDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects) {
   objects = WithoutEmptyPointers(std::move(objects));
   auto schema = CheckInstancesCall("SetVitalDataInstances", objects, USERDATA_CONTEXT{});
-  SetDataInstancesInternal(connection_, objects, schema, ValidateVitalConfig,
-                           WriteVitalConfigInstances);
+  SetDataInstancesInternal(
+      connection_, objects, schema,
+      [](const auto& type_schema, const auto& object) {
+        ValidateVitalConfig(type_schema, WithoutOwnInstanceId(object, type_schema));
+      },
+      WriteVitalConfigInstances);
 }
 
 }  // namespace KorvoSetvault

@@ -100,7 +100,7 @@ TEST_F(StoreWriteAtomicityTest, FailingDeleteByFilterRemovesNothing) {
   EXPECT_EQ(RowCount(Vswitch("")), 3);
 }
 
-TEST_F(StoreWriteAtomicityTest, FailingWholeObjectWriteInsideCallersTransactionThrows) {
+TEST_F(StoreWriteAtomicityTest, FailingWholeObjectWriteThrowsAndWritesNothing) {
   FailInsertsOf("");
   const SetvaultObjectId host("host", "system", "korvo");
   const std::string message = ExpectThrow<KorvoSetvault::SetvaultException>(
@@ -151,7 +151,7 @@ TEST_F(StoreWriteAtomicityTest, InvalidObjectInAListIsRefusedBeforeAnythingIsWri
   auto objects = ThreeSwitches(1500);
   objects[2]->SetValue("mtu", 5);
   ExpectThrow<KorvoSetvault::ValidationException>(
-      [&] { store_->SetInstances(objects, kExternal); }, 2000);
+      [&] { store_->SetInstances(objects, kExternal); }, 1089);
   EXPECT_EQ(RowCount(Vswitch("")), 0);
 }
 
