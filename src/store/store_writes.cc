@@ -1,4 +1,6 @@
 // The write operations of the store.
+#include <sqlite3.h>
+
 #include "db/config_reads.h"
 #include "db/config_writes.h"
 #include "model/update_merge.h"
@@ -35,6 +37,21 @@ std::shared_ptr<KorvoSchemaStore::SchemaObject> CheckInstancesCall(const char* o
   return schema;
 }
 
+// Runs `body` in a transaction of its own when the caller holds none, so that reading the
+// stored row and writing the row that carries its columns over are one step: no other
+// writer can slip in between and have its value overwritten by the stale copy, and the
+// pair costs one lock and one commit. Inside a caller's transaction `body` runs as it is,
+// so that its failure leaves the caller's transaction usable.
+template <typename Body>
+void RunAtomically(const std::shared_ptr<DBStore::StoreConnection>& connection,
+                   const char* operation, Body body) {
+  if (sqlite3_get_autocommit(DBStore::GetSqliteHandle(*connection)) != 0) {
+    RunUnderTransaction(connection, operation, body);
+  } else {
+    body();
+  }
+}
+
 // Checks every object of a one-column instances write, writes them all in one
 // transaction and notifies.
 template <typename Validate, typename Write>
@@ -60,8 +77,10 @@ void SetvaultImpl::Set(std::shared_ptr<SetvaultObject> object, const USERDATA_CO
   auto schema = LookUpSchemaOf(id);
   ValidateSvoId(object, schema);
   ValidateSet(schema, object);
-  BootGuard(object, schema, context);
-  SetInternal(object, schema, context, connection_);
+  RunAtomically(connection_, "Set", [&] {
+    BootGuard(object, schema, context);
+    SetInternal(object, schema, context, connection_);
+  });
   NotifyIfAllowlisted(id);
 }
 

@@ -109,6 +109,32 @@ TEST_F(StoreWriteAtomicityTest, FailingWholeObjectWriteThrowsAndWritesNothing) {
   EXPECT_EQ(RowCount(host), 0);
 }
 
+TEST_F(StoreWriteAtomicityTest, SetOnItsOwnCommitsAndLeavesNoTransactionOpen) {
+  store_->Set(Object(Vswitch("a"), R"({"name":"a"})"), kExternal);
+  EXPECT_NE(sqlite3_get_autocommit(Db()), 0);
+  auto other = DBStore::OpenStoreConnection(KorvoSetvault::GetStorePath(), false);
+  ASSERT_TRUE(other);
+  EXPECT_EQ(QueryText(DBStore::GetSqliteHandle(*other),
+                      "SELECT UserValue FROM Config WHERE Identifier = 'a'"),
+            R"({"name":"a"})");
+  FailInsertsOf("b");
+  EXPECT_THROW(store_->Set(Object(Vswitch("b"), R"({"name":"b"})"), kExternal),
+               KorvoSetvault::SetvaultException);
+  EXPECT_NE(sqlite3_get_autocommit(Db()), 0);
+}
+
+TEST_F(StoreWriteAtomicityTest, FailingSetInsideCallersTransactionLeavesItUsable) {
+  FailInsertsOf("b");
+  ASSERT_EQ(store_->BeginTransaction(), 0);
+  store_->Set(Object(Vswitch("a"), R"({"name":"a"})"), kExternal);
+  EXPECT_THROW(store_->Set(Object(Vswitch("b"), R"({"name":"b"})"), kExternal),
+               KorvoSetvault::SetvaultException);
+  // The caller decides: the write that worked commits.
+  EXPECT_EQ(store_->CommitTransaction(), 0);
+  EXPECT_EQ(RowCount(Vswitch("")), 1);
+  EXPECT_EQ(store_->GetRevision(Vswitch("a")), 1);
+}
+
 TEST_F(StoreWriteAtomicityTest, MixedTypesAreRefusedWith1062BeforeAnythingIsWritten) {
   auto mixed = [&] {
     return std::vector<std::shared_ptr<SetvaultObject>>{
