@@ -88,12 +88,12 @@ struct Bench {
     KorvoSetvault::SVLogger::SetCallbackSink([](int, const std::string&) {});
     KorvoSetvault::SetStorePath(dir + "/store.db");
     KorvoSetvault::SetSchemaStorePath(dir + "/schema.db");
-    const auto examples = std::filesystem::path(__FILE__).parent_path().parent_path() /
-                          "examples" / "schemas";
+    const auto examples =
+        std::filesystem::path(__FILE__).parent_path().parent_path() / "examples" / "schemas";
     KorvoSetvault::LoadSchemaDefinitions(examples.string());
     store = KorvoSetvault::Setvault::GetStore("");
-    schema = KorvoSchemaStore::SchemaStore::GetStore(false)->GetSchemaObject("korvo", "net",
-                                                                             "vswitch");
+    schema =
+        KorvoSchemaStore::SchemaStore::GetStore(false)->GetSchemaObject("korvo", "net", "vswitch");
     if (!schema) std::abort();
     sqlite3_open_v2((dir + "/store.db").c_str(), &hand, SQLITE_OPEN_READWRITE, nullptr);
     sqlite3_exec(hand, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL", nullptr, nullptr,

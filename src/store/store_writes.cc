@@ -27,9 +27,8 @@ UPDATE_CONTEXT UpdateKindOf(const USERDATA_CONTEXT& context, bool user_type) {
 
 // The schema of an instances call's type, after the list checks every such
 // call shares. Logs the call.
-std::shared_ptr<KorvoSchemaStore::SchemaObject> CheckInstancesCall(const char* operation,
-                                                                   const ObjectVector& objects,
-                                                                   const USERDATA_CONTEXT& context) {
+std::shared_ptr<KorvoSchemaStore::SchemaObject> CheckInstancesCall(
+    const char* operation, const ObjectVector& objects, const USERDATA_CONTEXT& context) {
   const SetvaultObjectId& id = objects.front()->GetSetvaultObjectId();
   LogApiCall(kWriteCallPriority, operation, id, ContextValue(context));
   auto schema = LookUpSchemaOf(id);

@@ -56,8 +56,8 @@ TEST_F(ConfigWritesTest, OtherColumnWritersKeepTheSuccessFlag) {
   EXPECT_EQ(Column(kHost, "Success"), "0");
   EXPECT_EQ(Column(kHost, "Revision"), "4");
   // A new row written by them starts confirmed.
-  KorvoSetvault::WriteVitalConfigInstances(
-      {std::make_shared<SetvaultObject>(Vswitch("fresh"))}, Conn());
+  KorvoSetvault::WriteVitalConfigInstances({std::make_shared<SetvaultObject>(Vswitch("fresh"))},
+                                           Conn());
   EXPECT_EQ(Column(Vswitch("fresh"), "Success"), "1");
 }
 
@@ -95,8 +95,8 @@ TEST_F(ConfigWritesTest, WritersResetOrKeepThePendingDesiredValueAsTheirColumnsS
 TEST_F(ConfigWritesTest, ImportedHistorySeedsNewRowsButNeverOverridesStoredOnes) {
   auto conn = Conn();
   auto schema = KorvoSetvault::LookUpSchemaOf(Vswitch("a"));
-  KorvoSetvault::SetInstancesInternal({Object(Vswitch("a"), R"({"name":"a"})")}, kExternal,
-                                      schema, conn, nullptr);
+  KorvoSetvault::SetInstancesInternal({Object(Vswitch("a"), R"({"name":"a"})")}, kExternal, schema,
+                                      conn, nullptr);
   Sql("UPDATE Config SET CreationTime = '2010-01-01 00:00:00', Revision = 3");
   const RevisionMap history = {{"a", {40, "1999-09-09 09:09:09"}},
                                {"b", {7, "2000-01-01 00:00:00"}}};
@@ -200,9 +200,9 @@ TEST_F(ConfigWritesTest, ColumnClearsEmptyOneColumnOfEveryInstanceAndKeepTheRows
 }
 
 TEST_F(ConfigWritesTest, RevisionMapHoldsEveryStoredInstance) {
-  store_->SetInstances({Object(Vswitch("a"), R"({"name":"a"})"),
-                        Object(Vswitch("b"), R"({"name":"b"})")},
-                       kExternal);
+  store_->SetInstances(
+      {Object(Vswitch("a"), R"({"name":"a"})"), Object(Vswitch("b"), R"({"name":"b"})")},
+      kExternal);
   store_->Set(Object(Vswitch("b"), R"({"name":"b","mtu":2000})"), kExternal);
   Sql("UPDATE Config SET CreationTime = 'T-' || Identifier");
   const RevisionMap revisions = KorvoSetvault::ReadRevisionMap(Vswitch(""), Conn());
@@ -232,13 +232,13 @@ TEST_F(ConfigWritesTest, EveryFailedStatementThrowsItsMessage) {
   const std::string by_context =
       "Database call to update configuration by context failed for: " + kHost.toString();
   EXPECT_EQ(Failure([&] {
-              KorvoSetvault::SetByContextInternal(objects[0], schema,
-                                                  KorvoSetvault::kUpdateUser, conn);
+              KorvoSetvault::SetByContextInternal(objects[0], schema, KorvoSetvault::kUpdateUser,
+                                                  conn);
             }),
             by_context);
   EXPECT_EQ(Failure([&] {
-              KorvoSetvault::UpdateByContextInternal(objects[0], schema,
-                                                     KorvoSetvault::kUpdateUser, conn);
+              KorvoSetvault::UpdateByContextInternal(objects[0], schema, KorvoSetvault::kUpdateUser,
+                                                     conn);
             }),
             by_context);
   EXPECT_EQ(Failure([&] { KorvoSetvault::DeleteInternal(kHost, conn); }),

@@ -68,8 +68,7 @@ TEST(ObjectSplitTest, PartsWithoutMembersAreAbsentButTheUserPartIsAlwaysWritten)
 }
 
 TEST(ObjectSplitTest, SingletonSubObjectsSplitMemberByMemberAtEveryDepth) {
-  const SplitParts parts =
-      Split(R"({"limits":{"max":9,"seen":3,"inner":{"key":"k"}}})");
+  const SplitParts parts = Split(R"({"limits":{"max":9,"seen":3,"inner":{"key":"k"}}})");
   EXPECT_EQ(Text(parts.user), R"({"limits":{"max":9}})");
   EXPECT_EQ(Text(parts.cached), R"({"limits":{"seen":3}})");
   EXPECT_EQ(Text(parts.vital), R"({"limits":{"inner":{"key":"k"}}})");
@@ -82,9 +81,9 @@ TEST(ObjectSplitTest, EmptySubObjectStaysInTheUserPart) {
 }
 
 TEST(ObjectSplitTest, InstancesKeepTheirIdInEveryPartTheyAppearIn) {
-  const SplitParts parts = Split(
-      R"({"ports":[{"id":"p1","speed":10,"link":"up","mac":"m1"},{"id":"p2","speed":20},)"
-      R"({"link":"down","id":"p3"}]})");
+  const SplitParts parts =
+      Split(R"({"ports":[{"id":"p1","speed":10,"link":"up","mac":"m1"},{"id":"p2","speed":20},)"
+            R"({"link":"down","id":"p3"}]})");
   EXPECT_EQ(Text(parts.user), R"({"ports":[{"id":"p1","speed":10},{"id":"p2","speed":20},)"
                               R"({"id":"p3"}]})");
   EXPECT_EQ(Text(parts.cached), R"({"ports":[{"id":"p1","link":"up"},{"id":"p3","link":"down"}]})");

@@ -114,9 +114,7 @@ class NotifierTest : public WriteStoreTest {
   void AllowOnly(const std::string& json) {
     KorvoSetvault::SetNotifyAllowlistPathForTesting(dir_.WriteFile("allowlist.json", json));
   }
-  std::string SocketPath() const {
-    return dir_.File(KorvoSetvault::kNotifyEndpoint);
-  }
+  std::string SocketPath() const { return dir_.File(KorvoSetvault::kNotifyEndpoint); }
 };
 
 TEST_F(NotifierTest, SetSendsOneJsonRpcRequestOverHttp) {
@@ -247,9 +245,9 @@ TEST_F(NotifierTest, MissingDaemonSocketLogsOneInfoLineAndTheWriteStands) {
   LogCapture log(2);
   store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal);
   EXPECT_EQ(store_->GetRevision(kHost), 1);
-  EXPECT_TRUE(log.Contains(2, "Error while sending notification for config object '" +
-                                  kHost.toString() +
-                                  "' to NexD: Failed to connect socket: No such file or directory"));
+  EXPECT_TRUE(
+      log.Contains(2, "Error while sending notification for config object '" + kHost.toString() +
+                          "' to NexD: Failed to connect socket: No such file or directory"));
   EXPECT_EQ(log.CountStartingWith(2, "Error while sending notification"), 1);
 }
 
@@ -293,7 +291,8 @@ TEST_F(NotifierTest, FullListenQueueCostsABoundedTimeAndTheWriteSucceeds) {
 }
 
 TEST_F(NotifierTest, ContentLengthCountsBytesOfTheBody) {
-  for (const std::string& key : std::vector<std::string>{"k", std::string(200, 'x'), "s\xc3\xa9rie"}) {
+  for (const std::string& key :
+       std::vector<std::string>{"k", std::string(200, 'x'), "s\xc3\xa9rie"}) {
     const std::string request =
         KorvoSetvault::BuildNotifyRequest(SetvaultObjectId(key, "g", "c"), 1234567);
     const HttpRequest parsed = ParseHttp(request);

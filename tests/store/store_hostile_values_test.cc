@@ -105,12 +105,13 @@ TEST_F(StoreHostileValuesTest, InstanceWritesUpdatesAndDeletesKeepEveryByte) {
 TEST_F(StoreHostileValuesTest, FailureMessagesShowHostileIdsVerbatim) {
   LogCapture log(0);
   const std::string id = "%s%n%d'\"";
-  ASSERT_EQ(RunSql(Db(), "CREATE TRIGGER NoDelete BEFORE DELETE ON Config "
-                         "BEGIN SELECT RAISE(ABORT, 'refused'); END"),
+  ASSERT_EQ(RunSql(Db(),
+                   "CREATE TRIGGER NoDelete BEFORE DELETE ON Config "
+                   "BEGIN SELECT RAISE(ABORT, 'refused'); END"),
             SQLITE_OK);
   store_->Set(Store(id, "d"), kExternal);
-  const std::string message = ExpectThrow<KorvoSetvault::SetvaultException>(
-      [&] { store_->Delete(Datastore(id)); }, 2000);
+  const std::string message =
+      ExpectThrow<KorvoSetvault::SetvaultException>([&] { store_->Delete(Datastore(id)); }, 2000);
   EXPECT_EQ(message, "Delete failed: " + Datastore(id).toString());
   EXPECT_NE(message.find(id), std::string::npos);
 }

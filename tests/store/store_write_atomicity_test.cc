@@ -18,17 +18,18 @@ class StoreWriteAtomicityTest : public WriteStoreTest {
  protected:
   // Makes every insert of a row with `identifier` fail inside the database.
   void FailInsertsOf(const std::string& identifier) {
-    ASSERT_EQ(RunSql(Db(), "CREATE TRIGGER FailOne BEFORE INSERT ON Config WHEN NEW.Identifier = '" +
-                               identifier + "' BEGIN SELECT RAISE(ABORT, 'injected'); END"),
-              SQLITE_OK);
+    ASSERT_EQ(
+        RunSql(Db(), "CREATE TRIGGER FailOne BEFORE INSERT ON Config WHEN NEW.Identifier = '" +
+                         identifier + "' BEGIN SELECT RAISE(ABORT, 'injected'); END"),
+        SQLITE_OK);
   }
   void RemoveFault() { ASSERT_EQ(RunSql(Db(), "DROP TRIGGER FailOne"), SQLITE_OK); }
 
   std::vector<std::shared_ptr<SetvaultObject>> ThreeSwitches(int mtu) {
     std::vector<std::shared_ptr<SetvaultObject>> objects;
     for (const char* name : {"a", "b", "c"}) {
-      objects.push_back(Object(Vswitch(name), std::string(R"({"name":")") + name +
-                                                  R"(","mtu":)" + std::to_string(mtu) + "}"));
+      objects.push_back(Object(Vswitch(name), std::string(R"({"name":")") + name + R"(","mtu":)" +
+                                                  std::to_string(mtu) + "}"));
     }
     return objects;
   }
@@ -59,10 +60,10 @@ TEST_F(StoreWriteAtomicityTest, FailingRowOfSetInstancesLeavesStoredRowsUnchange
 }
 
 TEST_F(StoreWriteAtomicityTest, FailingRowOfOneColumnInstanceWriteLeavesNothing) {
-  store_->SetInstances({Object(Datastore("d1"), R"({"label":"d1"})"),
-                        Object(Datastore("d2"), R"({"label":"d2"})"),
-                        Object(Datastore("d3"), R"({"label":"d3"})")},
-                       kExternal);
+  store_->SetInstances(
+      {Object(Datastore("d1"), R"({"label":"d1"})"), Object(Datastore("d2"), R"({"label":"d2"})"),
+       Object(Datastore("d3"), R"({"label":"d3"})")},
+      kExternal);
   FailInsertsOf("d2");
   const std::string message = ExpectThrow<KorvoSetvault::SetvaultException>(
       [&] {
@@ -78,12 +79,12 @@ TEST_F(StoreWriteAtomicityTest, FailingRowOfOneColumnInstanceWriteLeavesNothing)
 
 TEST_F(StoreWriteAtomicityTest, FailingUpdateLeavesTheStoredObject) {
   store_->Set(Object(Vswitch("b"), R"({"name":"b","mtu":1500})"), kExternal);
-  ASSERT_EQ(RunSql(Db(), "CREATE TRIGGER FailOne BEFORE UPDATE ON Config "
-                         "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
+  ASSERT_EQ(RunSql(Db(),
+                   "CREATE TRIGGER FailOne BEFORE UPDATE ON Config "
+                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
             SQLITE_OK);
   const std::string message = ExpectThrow<KorvoSetvault::SetvaultException>(
-      [&] { store_->Update(Object(Vswitch("b"), R"({"name":"b","mtu":9000})"), kExternal); },
-      2000);
+      [&] { store_->Update(Object(Vswitch("b"), R"({"name":"b","mtu":9000})"), kExternal); }, 2000);
   EXPECT_EQ(message, "Database call to update configuration by context failed for: " +
                          Vswitch("b").toString());
   EXPECT_EQ(Column(Vswitch("b"), "UserValue"), R"({"name":"b","mtu":1500})");
@@ -91,8 +92,9 @@ TEST_F(StoreWriteAtomicityTest, FailingUpdateLeavesTheStoredObject) {
 
 TEST_F(StoreWriteAtomicityTest, FailingDeleteByFilterRemovesNothing) {
   store_->SetInstances(ThreeSwitches(9000), kExternal);
-  ASSERT_EQ(RunSql(Db(), "CREATE TRIGGER FailOne BEFORE DELETE ON Config WHEN OLD.Identifier = 'b' "
-                         "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
+  ASSERT_EQ(RunSql(Db(),
+                   "CREATE TRIGGER FailOne BEFORE DELETE ON Config WHEN OLD.Identifier = 'b' "
+                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
             SQLITE_OK);
   auto filter = std::make_shared<KorvoSetvault::FilterSpecObject>(Vswitch(""));
   filter->SetValue("mtu", 9000);
@@ -176,8 +178,8 @@ TEST_F(StoreWriteAtomicityTest, EmptyListsAreRefusedWith1061) {
 TEST_F(StoreWriteAtomicityTest, InvalidObjectInAListIsRefusedBeforeAnythingIsWritten) {
   auto objects = ThreeSwitches(1500);
   objects[2]->SetValue("mtu", 5);
-  ExpectThrow<KorvoSetvault::ValidationException>(
-      [&] { store_->SetInstances(objects, kExternal); }, 1089);
+  ExpectThrow<KorvoSetvault::ValidationException>([&] { store_->SetInstances(objects, kExternal); },
+                                                  1089);
   EXPECT_EQ(RowCount(Vswitch("")), 0);
 }
 

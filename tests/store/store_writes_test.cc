@@ -160,8 +160,7 @@ TEST_F(StoreWritesTest, OneColumnWritersRefuseMembersOfAnotherOrigin) {
 
 TEST_F(StoreWritesTest, InvalidObjectIsRefusedAndNothingIsWritten) {
   ExpectThrow<KorvoSetvault::ValidationException>(
-      [&] { store_->Set(Object(Vswitch("vs0"), R"({"name":"vs0","mtu":100})"), kExternal); },
-      1089);
+      [&] { store_->Set(Object(Vswitch("vs0"), R"({"name":"vs0","mtu":100})"), kExternal); }, 1089);
   ExpectThrow<KorvoSetvault::ValidationException>(
       [&] { store_->Set(Object(kHost, R"({"unknownMember":1})"), kExternal); }, 1089);
   EXPECT_EQ(RowCount(Vswitch("")), 0);
@@ -294,9 +293,9 @@ TEST_F(StoreWritesTest, DeleteRemovesOnlyTheNamedObject) {
 TEST_F(StoreWritesTest, DeleteInstancesByFilterRemovesExactlyTheMatches) {
   for (const auto& [name, mtu] : std::vector<std::pair<std::string, int>>{
            {"vs0", 9000}, {"vs1", 1500}, {"vs2", 9000}, {"vs3", 2000}}) {
-    store_->Set(Object(Vswitch(name), R"({"name":")" + name + R"(","mtu":)" +
-                                          std::to_string(mtu) + "}"),
-                kExternal);
+    store_->Set(
+        Object(Vswitch(name), R"({"name":")" + name + R"(","mtu":)" + std::to_string(mtu) + "}"),
+        kExternal);
   }
   auto filter = std::make_shared<FilterSpecObject>(Vswitch(""));
   filter->SetValue("mtu", 9000);
@@ -329,9 +328,9 @@ TEST_F(StoreWritesTest, SetInstancesWritesEveryObjectWithItsOwnRevision) {
   EXPECT_EQ(store_->GetRevision(Vswitch("b")), 1);
   AgeRow(Vswitch("a"));
 
-  store_->SetInstances({Object(Vswitch("a"), R"({"name":"a","mtu":1700})"),
-                        Object(Vswitch("c"), R"({"name":"c"})")},
-                       kExternal);
+  store_->SetInstances(
+      {Object(Vswitch("a"), R"({"name":"a","mtu":1700})"), Object(Vswitch("c"), R"({"name":"c"})")},
+      kExternal);
   EXPECT_EQ(store_->GetRevision(Vswitch("a")), 2);
   EXPECT_EQ(store_->GetRevision(Vswitch("b")), 1);
   EXPECT_EQ(store_->GetRevision(Vswitch("c")), 1);
