@@ -3,6 +3,9 @@
 // update merge, deletes by filter and instance writes.
 #include <gtest/gtest.h>
 
+#include <functional>
+
+#include "db/key_value.h"
 #include "store/store_fixture.h"
 #include "support/log_capture.h"
 
@@ -174,6 +177,38 @@ TEST_F(StoreWritesTest, EmptyPointersAreIgnored) {
   store_->SetCachedData(nullptr);
   store_->Update(nullptr, kExternal);
   EXPECT_EQ(QueryText(Db(), "SELECT COUNT(*) FROM Config"), "0");
+}
+
+TEST_F(StoreWritesTest, DuringBootExternalWritesOfUserConfigurationAreRefused) {
+  KorvoSetvault::SetKeyValue("IS_BOOT", "true");
+  const std::string refusal = "API cannot be invoked with EXTERNAL context during boot";
+  auto host = [] { return Object(kHost, R"({"hostname":"h"})"); };
+  const std::vector<std::function<void()>> external_writes = {
+      [&] { store_->Set(host(), kExternal); },
+      [&] { store_->SetUserData(host(), kExternal); },
+      [&] { store_->Update(host(), kExternal); },
+      [&] { store_->SetInstances({Object(Vswitch("a"), R"({"name":"a"})")}, kExternal); },
+      [&] {
+        store_->SetUserDataInstances({Object(Datastore("d"), R"({"label":"d"})")}, kExternal);
+      },
+  };
+  for (const auto& write : external_writes) {
+    EXPECT_EQ(ExpectThrow<KorvoSetvault::ValidationException>(write, 2000), refusal);
+  }
+  EXPECT_EQ(QueryText(Db(), "SELECT COUNT(*) FROM Config"), "0");
+  EXPECT_NE(sqlite3_get_autocommit(Db()), 0);
+
+  // The host's own configuration, system-managed instances and vital data are not refused.
+  store_->Set(host(), kAutoConfig);
+  store_->Set(Object(Datastore("bootbank"), R"({"label":"bootbank"})"), kExternal);
+  store_->SetVitalData(Object(kHost, R"({"systemUuid":"u"})"));
+  EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"hostname":"h"})");
+  EXPECT_EQ(RowCount(Datastore("")), 1);
+
+  // While an upgrade is in progress, external writes go through.
+  KorvoSetvault::SetKeyValue("UPGRADE_CTX", "1");
+  store_->Set(host(), kExternal);
+  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"h"})");
 }
 
 // --- Update ---------------------------------------------------------------------------
