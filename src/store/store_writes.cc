@@ -1,4 +1,6 @@
 // The write operations of the store.
+#include <sqlite3.h>
+
 #include "db/config_reads.h"
 #include "db/config_writes.h"
 #include "model/update_merge.h"
@@ -25,14 +27,28 @@ UPDATE_CONTEXT UpdateKindOf(const USERDATA_CONTEXT& context, bool user_type) {
 
 // The schema of an instances call's type, after the list checks every such
 // call shares. Logs the call.
-std::shared_ptr<KorvoSchemaStore::SchemaObject> CheckInstancesCall(const char* operation,
-                                                                   const ObjectVector& objects,
-                                                                   const USERDATA_CONTEXT& context) {
+std::shared_ptr<KorvoSchemaStore::SchemaObject> CheckInstancesCall(
+    const char* operation, const ObjectVector& objects, const USERDATA_CONTEXT& context) {
   const SetvaultObjectId& id = objects.front()->GetSetvaultObjectId();
   LogApiCall(kWriteCallPriority, operation, id, ContextValue(context));
   auto schema = LookUpSchemaOf(id);
   ValidateSvoIdInstances(id, schema);
   return schema;
+}
+
+// Runs `body` in a transaction of its own when the caller holds none, so that reading the
+// stored row and writing the row that carries its columns over are one step: no other
+// writer can slip in between and have its value overwritten by the stale copy, and the
+// pair costs one lock and one commit. Inside a caller's transaction `body` runs as it is,
+// so that its failure leaves the caller's transaction usable.
+template <typename Body>
+void RunAtomically(const std::shared_ptr<DBStore::StoreConnection>& connection,
+                   const char* operation, Body body) {
+  if (sqlite3_get_autocommit(DBStore::GetSqliteHandle(*connection)) != 0) {
+    RunUnderTransaction(connection, operation, body);
+  } else {
+    body();
+  }
 }
 
 // Checks every object of a one-column instances write, writes them all in one
@@ -60,8 +76,10 @@ void SetvaultImpl::Set(std::shared_ptr<SetvaultObject> object, const USERDATA_CO
   auto schema = LookUpSchemaOf(id);
   ValidateSvoId(object, schema);
   ValidateSet(schema, object);
-  BootGuard(object, schema, context);
-  SetInternal(object, schema, context, connection_);
+  RunAtomically(connection_, "Set", [&] {
+    BootGuard(object, schema, context);
+    SetInternal(object, schema, context, connection_);
+  });
   NotifyIfAllowlisted(id);
 }
 
@@ -89,7 +107,7 @@ void SetvaultImpl::SetVitalData(std::shared_ptr<SetvaultObject> object) {
   LogApiCall(kWriteCallPriority, "SetVitalData", id, 1);
   auto schema = LookUpSchemaOf(id);
   ValidateSvoId(object, schema);
-  ValidateVitalConfig(schema, object);
+  ValidateVitalConfig(schema, WithoutOwnInstanceId(object, schema));
   WriteVitalConfigInstances({object}, connection_);
   NotifyIfAllowlisted(id);
 }
@@ -100,7 +118,7 @@ void SetvaultImpl::SetCachedData(std::shared_ptr<SetvaultObject> object) {
   LogApiCall(kWriteCallPriority, "SetCachedData", id, 1);
   auto schema = LookUpSchemaOf(id);
   ValidateSvoId(object, schema);
-  ValidateCachedConfig(schema, object);
+  ValidateCachedConfig(schema, WithoutOwnInstanceId(object, schema));
   WriteCachedConfigInstances({object}, connection_);
   NotifyIfAllowlisted(id);
 }
@@ -206,15 +224,23 @@ void SetvaultImpl::SetUserDataInstances(std::vector<std::shared_ptr<SetvaultObje
 void SetvaultImpl::SetCachedDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects) {
   objects = WithoutEmptyPointers(std::move(objects));
   auto schema = CheckInstancesCall("SetCachedDataInstances", objects, USERDATA_CONTEXT{});
-  SetDataInstancesInternal(connection_, objects, schema, ValidateCachedConfig,
-                           WriteCachedConfigInstances);
+  SetDataInstancesInternal(
+      connection_, objects, schema,
+      [](const auto& type_schema, const auto& object) {
+        ValidateCachedConfig(type_schema, WithoutOwnInstanceId(object, type_schema));
+      },
+      WriteCachedConfigInstances);
 }
 
 void SetvaultImpl::SetVitalDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects) {
   objects = WithoutEmptyPointers(std::move(objects));
   auto schema = CheckInstancesCall("SetVitalDataInstances", objects, USERDATA_CONTEXT{});
-  SetDataInstancesInternal(connection_, objects, schema, ValidateVitalConfig,
-                           WriteVitalConfigInstances);
+  SetDataInstancesInternal(
+      connection_, objects, schema,
+      [](const auto& type_schema, const auto& object) {
+        ValidateVitalConfig(type_schema, WithoutOwnInstanceId(object, type_schema));
+      },
+      WriteVitalConfigInstances);
 }
 
 }  // namespace KorvoSetvault

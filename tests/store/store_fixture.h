@@ -1,0 +1,105 @@
+// A store on a fresh database file with the example schemas loaded, and helpers that read
+// the stored rows by hand, so that tests check what the store wrote rather than what the
+// library's own reads make of it.
+#ifndef SETVAULT_TESTS_STORE_STORE_FIXTURE_H_
+#define SETVAULT_TESTS_STORE_STORE_FIXTURE_H_
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <memory>
+#include <string>
+
+#include "platform/db_store.h"
+#include "platform/db_store_fixture.h"
+#include "setvault/host_setup.h"
+#include "setvault/setvault_object.h"
+#include "setvault/setvault_store.h"
+#include "support/example_schemas.h"
+#include "support/temp_dir.h"
+
+namespace setvault_test {
+
+using KorvoSetvault::SetvaultObject;
+using KorvoSetvault::SetvaultObjectId;
+using KorvoSetvault::USERDATA_CONTEXT;
+
+inline const USERDATA_CONTEXT kExternal{KorvoSetvault::kExternalContext};
+inline const USERDATA_CONTEXT kAutoConfig{KorvoSetvault::kAutoConfigContext};
+
+class WriteStoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    KorvoSetvault::SetStorePath(dir_.File("store.db"));
+    store_ = KorvoSetvault::Setvault::GetStore("");
+  }
+  void TearDown() override {
+    store_.reset();
+    KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath);
+  }
+
+  // The raw handle of the thread's connection (the one the store writes through).
+  sqlite3* Db() {
+    auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+    return DBStore::GetSqliteHandle(*conn);
+  }
+
+  // `column` of the Config row of `id`, as QueryText reports it ("<null>", "<none>").
+  std::string Column(const SetvaultObjectId& id, const std::string& column) {
+    sqlite3_stmt* stmt = nullptr;
+    const std::string sql = "SELECT " + column +
+                            " FROM Config WHERE Name = ?1 AND ConfigGroup = ?2 AND "
+                            "Component = ?3 AND Identifier = ?4";
+    if (sqlite3_prepare_v2(Db(), sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) return "<error>";
+    const std::string* values[] = {&id.key, &id.group, &id.component, &id.instanceId};
+    for (int i = 0; i < 4; ++i) {
+      sqlite3_bind_text(stmt, i + 1, values[i]->data(), static_cast<int>(values[i]->size()),
+                        SQLITE_TRANSIENT);
+    }
+    std::string result = "<none>";
+    if (sqlite3_step(stmt) == SQLITE_ROW) {
+      const unsigned char* text = sqlite3_column_text(stmt, 0);
+      result = text == nullptr ? "<null>"
+                               : std::string(reinterpret_cast<const char*>(text),
+                                             static_cast<size_t>(sqlite3_column_bytes(stmt, 0)));
+    }
+    sqlite3_finalize(stmt);
+    return result;
+  }
+
+  // Number of Config rows of the type `id` names.
+  int RowCount(const SetvaultObjectId& id) {
+    return std::stoi(QueryText(Db(), "SELECT COUNT(*) FROM Config WHERE Name = '" + id.key +
+                                         "' AND ConfigGroup = '" + id.group +
+                                         "' AND Component = '" + id.component + "'"));
+  }
+
+  // A new object of `id`'s type holding `json`.
+  static std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id,
+                                                const std::string& json) {
+    auto object = std::make_shared<SetvaultObject>(id);
+    object->SetData(json.c_str());
+    return object;
+  }
+
+  ExampleSchemas schemas_;
+  TempDir dir_;
+  std::shared_ptr<KorvoSetvault::Setvault> store_;
+};
+
+// Runs `call`, expecting an exception of type E with `code`; returns its message.
+template <typename E, typename Call>
+std::string ExpectThrow(Call call, int code) {
+  try {
+    call();
+  } catch (const E& e) {
+    EXPECT_EQ(e.GetErrorCode(), code) << e.what();
+    return e.what();
+  }
+  ADD_FAILURE() << "no exception, expected code " << code;
+  return "";
+}
+
+}  // namespace setvault_test
+
+#endif  // SETVAULT_TESTS_STORE_STORE_FIXTURE_H_
