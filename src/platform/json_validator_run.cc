@@ -168,7 +168,9 @@ bool ReportOverlongStrings(const JsonValue& instance, Findings& findings) {
 
 void RunMemberRules(const CompiledSchema& compiled, const JsonValue& instance, Findings& findings) {
   const RuleNode& root = compiled.Rules().Root();
-  MemberWalker(compiled, findings).Walk(instance, root, root.tags, std::string());
+  // A root that names an instance-id member (a multi-instance type's own id)
+  // accepts it like the id member of an instance.
+  MemberWalker(compiled, findings).Walk(instance, root, root.tags, root.instance_id);
 }
 
 void RunValueChecks(const CompiledSchema& compiled, const JsonValue& instance, Findings& findings) {

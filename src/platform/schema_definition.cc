@@ -307,6 +307,17 @@ std::shared_ptr<const SchemaDefinition> ParseSchemaDefinition(const std::string&
   definition->idMap = KorvoSetvault::CreateDocument();
   definition->idMap->GetDocument().SetObject();
   DefinitionChecker(origin, *definition).Check(document);
+  // The schema of a multi-instance type names the member that holds the
+  // object's own instance id, so that checks of the data accept it wherever
+  // they only accept tagged members.
+  KorvoSetvault::JsonValue& schema = document["schema"];
+  if (!definition->instanceIdProperty.empty() &&
+      !KorvoSetvault::SetvaultDocument::ValueExists(schema, "instanceIdProperty")) {
+    auto& allocator = document.GetAllocator();
+    schema.AddMember("instanceIdProperty",
+                     KorvoSetvault::JsonValue(definition->instanceIdProperty.c_str(), allocator),
+                     allocator);
+  }
   if (KorvoSetvault::SetvaultDocument::ValueExists(document, "defaults")) {
     KorvoSetvault::JsonNode step;
     step.name = "defaults";

@@ -107,7 +107,7 @@ void SetvaultImpl::SetVitalData(std::shared_ptr<SetvaultObject> object) {
   LogApiCall(kWriteCallPriority, "SetVitalData", id, 1);
   auto schema = LookUpSchemaOf(id);
   ValidateSvoId(object, schema);
-  ValidateVitalConfig(schema, WithoutOwnInstanceId(object, schema));
+  ValidateVitalConfig(schema, object);
   WriteVitalConfigInstances({object}, connection_);
   NotifyIfAllowlisted(id);
 }
@@ -118,7 +118,7 @@ void SetvaultImpl::SetCachedData(std::shared_ptr<SetvaultObject> object) {
   LogApiCall(kWriteCallPriority, "SetCachedData", id, 1);
   auto schema = LookUpSchemaOf(id);
   ValidateSvoId(object, schema);
-  ValidateCachedConfig(schema, WithoutOwnInstanceId(object, schema));
+  ValidateCachedConfig(schema, object);
   WriteCachedConfigInstances({object}, connection_);
   NotifyIfAllowlisted(id);
 }
@@ -227,7 +227,7 @@ void SetvaultImpl::SetCachedDataInstances(std::vector<std::shared_ptr<SetvaultOb
   SetDataInstancesInternal(
       connection_, objects, schema,
       [](const auto& type_schema, const auto& object) {
-        ValidateCachedConfig(type_schema, WithoutOwnInstanceId(object, type_schema));
+        ValidateCachedConfig(type_schema, object);
       },
       WriteCachedConfigInstances);
 }
@@ -238,7 +238,7 @@ void SetvaultImpl::SetVitalDataInstances(std::vector<std::shared_ptr<SetvaultObj
   SetDataInstancesInternal(
       connection_, objects, schema,
       [](const auto& type_schema, const auto& object) {
-        ValidateVitalConfig(type_schema, WithoutOwnInstanceId(object, type_schema));
+        ValidateVitalConfig(type_schema, object);
       },
       WriteVitalConfigInstances);
 }

@@ -40,20 +40,6 @@ void BootGuard(const std::shared_ptr<SetvaultObject>& object,
   checkUserContext(IsBoot(), context);
 }
 
-std::shared_ptr<SetvaultObject> WithoutOwnInstanceId(
-    const std::shared_ptr<SetvaultObject>& object,
-    const std::shared_ptr<KorvoSchemaStore::SchemaObject>& schema) {
-  if (!schema->IsNonSingleton()) return object;
-  const std::string member = schema->GetInstanceIdProperty();
-  const SetvaultObjectId& id = object->GetSetvaultObjectId();
-  std::string value;
-  if (object->GetValue(member.c_str(), &value) != 1 || value != id.instanceId) return object;
-  auto copy = std::make_shared<SetvaultObject>(id);
-  copy->SetData(object->GetSerializedData().c_str());
-  copy->Remove(member.c_str());
-  return copy;
-}
-
 std::vector<std::shared_ptr<SetvaultObject>> WithoutEmptyPointers(
     std::vector<std::shared_ptr<SetvaultObject>> objects) {
   objects.erase(std::remove(objects.begin(), objects.end(), nullptr), objects.end());

@@ -23,15 +23,6 @@ void BootGuard(const std::shared_ptr<SetvaultObject>& object,
                const std::shared_ptr<KorvoSchemaStore::SchemaObject>& schema,
                const USERDATA_CONTEXT& context);
 
-// The object as the vital and cached validators should see it. Every part of an
-// instance carries the type's instance-id member, which the schema does not tag
-// vital or cached, so the validator would refuse it: for a multi-instance type
-// whose object holds that member with its own instance id, a copy without it;
-// otherwise the object itself.
-std::shared_ptr<SetvaultObject> WithoutOwnInstanceId(
-    const std::shared_ptr<SetvaultObject>& object,
-    const std::shared_ptr<KorvoSchemaStore::SchemaObject>& schema);
-
 // Drops empty pointers; throws InvalidArgumentException 1061 when nothing is
 // left.
 std::vector<std::shared_ptr<SetvaultObject>> WithoutEmptyPointers(
