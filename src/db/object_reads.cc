@@ -59,8 +59,8 @@ ObjectPtr GetConfigByBootAndContext(const SetvaultObjectId& id, const Connection
   ObjectPtr main_part;
   if (context.kind != kExternalContext) {
     main_part = RowToObject(row, kAutoConfValueColumn, id, schema);
-  } else if (CurrentUserViewApplies(schema)) {
-    main_part = RowToCurrentUserObject(row, id, schema);
+  } else if (UserViewsDiffer(row) && CurrentUserViewApplies(schema)) {
+    main_part = RowToPendingUserObject(row, id, schema);
   } else {
     main_part = RowToConfirmedUserObject(row, id, schema);
   }

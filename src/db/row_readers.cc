@@ -93,16 +93,30 @@ ObjectPtr RowToConfirmedUserObject(const StoreRow& row, const SetvaultObjectId& 
   return RowToObject(row, kUserValueColumn, id, schema);
 }
 
+ObjectPtr RowToPendingUserObject(const StoreRow& row, const SetvaultObjectId& id,
+                                 const SchemaPtr& schema) {
+  const bool has_desired = row.find(kDesiredValueColumn) != row.end();
+  return RowToObject(row, has_desired ? kDesiredValueColumn : kUserValueColumn, id, schema);
+}
+
+bool UserViewsDiffer(const StoreRow& row) {
+  if (row.find(kDesiredValueColumn) != row.end()) return true;
+  auto success = row.find(kSuccessColumn);
+  return success != row.end() && success->second != "1";
+}
+
 ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
                                  const SchemaPtr& schema) {
+  // Most rows look the same in both views; only the others need the host's
+  // upgrade context.
+  if (!UserViewsDiffer(row)) return RowToConfirmedUserObject(row, id, schema);
   return RowToCurrentUserObject(row, id, schema, GetUpgradeCtx());
 }
 
 ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
                                  const SchemaPtr& schema, int upgradeCtx) {
   if (upgradeCtx == 0) return RowToConfirmedUserObject(row, id, schema);
-  const bool has_desired = row.find(kDesiredValueColumn) != row.end();
-  return RowToObject(row, has_desired ? kDesiredValueColumn : kUserValueColumn, id, schema);
+  return RowToPendingUserObject(row, id, schema);
 }
 
 ObjectPtr MergeConfig(ObjectPtr base, const ObjectPtr& first, const ObjectPtr& second,

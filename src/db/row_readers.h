@@ -53,6 +53,13 @@ ObjectPtr RowToObject(const StoreRow& row, const char* column, const SetvaultObj
 // The user value when the row's Success is "1"; empty otherwise.
 ObjectPtr RowToConfirmedUserObject(const StoreRow& row, const SetvaultObjectId& id,
                                    const SchemaPtr& schema);
+// The user value the next boot applies: the desired value when one is
+// stored, otherwise the user value (confirmed or not).
+ObjectPtr RowToPendingUserObject(const StoreRow& row, const SetvaultObjectId& id,
+                                 const SchemaPtr& schema);
+// True when the confirmed and the pending user value of the row differ (a
+// desired value is stored, or the user value is not confirmed).
+bool UserViewsDiffer(const StoreRow& row);
 // During an upgrade the desired value (or the user value when none is
 // stored); otherwise the confirmed user value.
 ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,

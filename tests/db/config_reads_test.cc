@@ -197,13 +197,27 @@ TEST_F(ConfigReadsTest, ByBootAndContextPicksThePartTheWriterWorksOn) {
   // During an upgrade: the current (desired) part.
   SetFlag("UPGRADE_CTX", "1");
   EXPECT_EQ(Text(read(kExternalContext), "logLevel"), "debug");
-  // During boot without upgrade the current view applies, and the current
-  // view without upgrade is the confirmed one.
+  // During boot without upgrade a type that asks for it shows the pending
+  // (desired) part as well.
   SetFlag("UPGRADE_CTX", "0");
   SetFlag("IS_BOOT", "true");
+  EXPECT_EQ(Text(read(kExternalContext), "logLevel"), "debug");
+  // Without a desired value the pending part is the user value, confirmed
+  // or not.
+  Sql("UPDATE Config SET Success = 0, DesiredValue = NULL");
   EXPECT_EQ(Text(read(kExternalContext), "logLevel"), "info");
-  Sql("UPDATE Config SET Success = 0");
-  EXPECT_EQ(read(kExternalContext)->GetData(), R"({"logLevel":"error","hugePages":2})");
+  // A type that does not ask for it shows the confirmed part during boot:
+  // none while the user value is unconfirmed.
+  auto host_schema = Schema(kHost);
+  ASSERT_FALSE(host_schema->UsesCurrentValueDuringBoot());
+  ConfigRow host;
+  host.group = "system";
+  host.name = "host";
+  host.user = R"({"hostname":"pending"})";
+  host.success = 0;
+  InsertConfig(host);
+  EXPECT_EQ(GetConfigByBootAndContext(kHost, conn_, USERDATA_CONTEXT{kExternalContext}, host_schema),
+            nullptr);
 }
 
 TEST_F(ConfigReadsTest, DefaultsMergeValueOverVitalAndCached) {
