@@ -1,6 +1,8 @@
 // Reads of every instance of a type.
 #include "db/config_reads.h"
 
+#include <optional>
+
 #include "model/setvault_object_impl.h"
 #include "platform/upgrade_ctx.h"
 
@@ -50,25 +52,30 @@ ObjectList GetConfigInstancesInternal(const std::shared_ptr<FilterSpecObject>& f
                                       const ConnectionPtr& conn, const SchemaPtr& schema) {
   const SetvaultObjectId& type = filter->GetSetvaultObjectId();
   const StoreRows rows = ReadStoreRows(type, conn, GET_INSTANCES);
-  // One reading of the upgrade context serves every row of the call.
-  const int upgrade_ctx = rows->empty() ? 0 : GetUpgradeCtx();
-  return Filtered(
-      ObjectsOfRows(rows, type,
-                    [&schema, upgrade_ctx](const StoreRow& row, const SetvaultObjectId& id) {
-                      return MergeConfig(RowToObject(row, kVitalValueColumn, id, schema),
-                                         RowToObject(row, kCachedValueColumn, id, schema),
-                                         RowToObject(row, kAutoConfValueColumn, id, schema),
-                                         RowToCurrentUserObject(row, id, schema, upgrade_ctx));
-                    }),
-      filter);
+  // The upgrade context is read once, and only when a row's views differ.
+  std::optional<int> upgrade_ctx;
+  auto user_column = [&upgrade_ctx](const StoreRow& row) {
+    if (!UserViewsDiffer(row)) return ConfirmedUserColumn(row);
+    if (!upgrade_ctx) upgrade_ctx = GetUpgradeCtx();
+    return CurrentUserColumn(row, *upgrade_ctx);
+  };
+  return Filtered(ObjectsOfRows(rows, type,
+                                [&](const StoreRow& row, const SetvaultObjectId& id) {
+                                  return RowToMergedObject(
+                                      row,
+                                      {kVitalValueColumn, kCachedValueColumn,
+                                       kAutoConfValueColumn, user_column(row)},
+                                      id, schema);
+                                }),
+                  filter);
 }
 
 ObjectList GetCurrentConfigInstancesInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
                                              const SchemaPtr& schema) {
   const StoreRows rows = ReadStoreRows(id, conn, GET_INSTANCES);
   return ObjectsOfRows(rows, id, [&schema](const StoreRow& row, const SetvaultObjectId& row_id) {
-    return MergeConfig(RowToObject(row, kAutoConfValueColumn, row_id, schema),
-                       RowToConfirmedUserObject(row, row_id, schema), nullptr, nullptr);
+    return RowToMergedObject(row, {kAutoConfValueColumn, ConfirmedUserColumn(row)}, row_id,
+                             schema);
   });
 }
 
@@ -78,10 +85,9 @@ ObjectList GetDefaultConfigInstancesInternal(const std::shared_ptr<FilterSpecObj
   const StoreRows rows = ReadStoreRows(type, conn, kDefaultInstancesSql);
   return Filtered(ObjectsOfRows(rows, type,
                                 [&schema](const StoreRow& row, const SetvaultObjectId& id) {
-                                  return MergeConfig(
-                                      RowToObject(row, kVitalValueColumn, id, schema),
-                                      RowToObject(row, kCachedValueColumn, id, schema),
-                                      RowToObject(row, kValueColumn, id, schema), nullptr);
+                                  return RowToMergedObject(
+                                      row, {kVitalValueColumn, kCachedValueColumn, kValueColumn},
+                                      id, schema);
                                 }),
                   filter);
 }
@@ -106,9 +112,8 @@ ObjectList GetDesiredUserConfigInstancesInternal(const SetvaultObjectId& id,
   }
   const StoreRows rows = ReadStoreRows(id, conn, kDesiredInstancesWithPartsSql);
   return ObjectsOfRows(rows, id, [&schema](const StoreRow& row, const SetvaultObjectId& row_id) {
-    return MergeConfig(RowToObject(row, kVitalValueColumn, row_id, schema),
-                       RowToObject(row, kCachedValueColumn, row_id, schema),
-                       RowToObject(row, kValueColumn, row_id, schema), nullptr);
+    return RowToMergedObject(row, {kVitalValueColumn, kCachedValueColumn, kValueColumn}, row_id,
+                             schema);
   });
 }
 
@@ -119,10 +124,10 @@ ObjectList GetRebootRequiredConfigInstancesInternal(const std::shared_ptr<Filter
   const StoreRows rows = ReadStoreRows(type, conn, kRebootRequiredInstancesSql);
   return Filtered(ObjectsOfRows(rows, type,
                                 [&schema](const StoreRow& row, const SetvaultObjectId& id) {
-                                  return MergeConfig(
-                                      RowToObject(row, kVitalValueColumn, id, schema),
-                                      RowToObject(row, kCachedValueColumn, id, schema),
-                                      RowToObject(row, kUserValueColumn, id, schema), nullptr);
+                                  return RowToMergedObject(
+                                      row,
+                                      {kVitalValueColumn, kCachedValueColumn, kUserValueColumn},
+                                      id, schema);
                                 }),
                   filter);
 }

@@ -40,41 +40,38 @@ bool CurrentUserViewApplies(const SchemaPtr& schema) {
 ObjectPtr GetInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
                       const SchemaPtr& schema) {
   const StoreRow row = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
-  return MergeConfig(RowToObject(row, kVitalValueColumn, id, schema),
-                     RowToObject(row, kCachedValueColumn, id, schema),
-                     RowToObject(row, kAutoConfValueColumn, id, schema),
-                     RowToCurrentUserObject(row, id, schema));
+  return RowToMergedObject(row,
+                           {kVitalValueColumn, kCachedValueColumn, kAutoConfValueColumn,
+                            CurrentUserColumn(row)},
+                           id, schema);
 }
 
 ObjectPtr GetCurrentConfigInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
                                    const SchemaPtr& schema) {
   const StoreRow row = ReadStoreRow(id, conn, READ_TABLE_USER_AUTO_CONFIG);
-  return MergeConfig(RowToObject(row, kAutoConfValueColumn, id, schema),
-                     RowToConfirmedUserObject(row, id, schema), nullptr, nullptr);
+  return RowToMergedObject(row, {kAutoConfValueColumn, ConfirmedUserColumn(row)}, id, schema);
 }
 
 ObjectPtr GetConfigByBootAndContext(const SetvaultObjectId& id, const ConnectionPtr& conn,
                                     const USERDATA_CONTEXT& context, const SchemaPtr& schema) {
   const StoreRow row = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
-  ObjectPtr main_part;
+  const char* main_column;
   if (context.kind != kExternalContext) {
-    main_part = RowToObject(row, kAutoConfValueColumn, id, schema);
+    main_column = kAutoConfValueColumn;
   } else if (UserViewsDiffer(row) && CurrentUserViewApplies(schema)) {
-    main_part = RowToPendingUserObject(row, id, schema);
+    main_column = PendingUserColumn(row);
   } else {
-    main_part = RowToConfirmedUserObject(row, id, schema);
+    main_column = ConfirmedUserColumn(row);
   }
-  return MergeConfig(RowToObject(row, kVitalValueColumn, id, schema),
-                     RowToObject(row, kCachedValueColumn, id, schema), main_part, nullptr);
+  return RowToMergedObject(row, {kVitalValueColumn, kCachedValueColumn, main_column}, id, schema);
 }
 
 ObjectPtr GetDefaultConfigInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
                                    const SchemaPtr& schema) {
   const StoreRow row = ReadStoreRow(id, conn, GET_DEFAULT_INSTANCE);
-  return LogIfAbsent(MergeConfig(RowToObject(row, kVitalValueColumn, id, schema),
-                                 RowToObject(row, kCachedValueColumn, id, schema),
-                                 RowToObject(row, kValueColumn, id, schema), nullptr),
-                     id);
+  return LogIfAbsent(
+      RowToMergedObject(row, {kVitalValueColumn, kCachedValueColumn, kValueColumn}, id, schema),
+      id);
 }
 
 ObjectPtr GetDefaultUserConfigInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
@@ -90,17 +87,14 @@ ObjectPtr GetDesiredInternal(const SetvaultObjectId& id, const ConnectionPtr& co
     return RowToObject(row, kValueColumn, id, schema);
   }
   const StoreRow row = ReadStoreRow(id, conn, kDesiredWithPartsSql);
-  return MergeConfig(RowToObject(row, kVitalValueColumn, id, schema),
-                     RowToObject(row, kCachedValueColumn, id, schema),
-                     RowToObject(row, kValueColumn, id, schema), nullptr);
+  return RowToMergedObject(row, {kVitalValueColumn, kCachedValueColumn, kValueColumn}, id, schema);
 }
 
 ObjectPtr GetRebootRequiredConfigInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
                                           const SchemaPtr& schema) {
   const StoreRow row = ReadStoreRow(id, conn, kRebootRequiredSql);
-  return MergeConfig(RowToObject(row, kVitalValueColumn, id, schema),
-                     RowToObject(row, kCachedValueColumn, id, schema),
-                     RowToObject(row, kUserValueColumn, id, schema), nullptr);
+  return RowToMergedObject(row, {kVitalValueColumn, kCachedValueColumn, kUserValueColumn}, id,
+                           schema);
 }
 
 }  // namespace KorvoSetvault

@@ -37,6 +37,22 @@ std::string ColumnOrEmpty(const StoreRow& row, const char* column) {
   throw SetvaultException(SV_ERR_GENERIC, (what + id.toString()).c_str());
 }
 
+// An object over `document` with the row's version, times and revision.
+ObjectPtr ObjectOfRow(const StoreRow& row, std::shared_ptr<JsonDoc> document,
+                      const SetvaultObjectId& id, const SchemaPtr& schema) {
+  SetvaultObjectImpl::Parts parts;
+  parts.id = id;
+  parts.document = std::move(document);
+  parts.schema = schema;
+  parts.loadSchema = true;
+  parts.metadata.version = ColumnOrEmpty(row, kVersionColumn);
+  parts.metadata.creationTime = ColumnOrEmpty(row, kCreationTimeColumn);
+  parts.metadata.modifiedTime = ColumnOrEmpty(row, kModifiedTimeColumn);
+  parts.metadata.revision =
+      static_cast<int32_t>(std::strtol(ColumnOrEmpty(row, kRevisionColumn).c_str(), nullptr, 10));
+  return std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(std::move(parts)));
+}
+
 }  // namespace
 
 StoreRow ReadStoreRow(const SetvaultObjectId& id, const ConnectionPtr& conn,
@@ -71,32 +87,58 @@ StoreRows ReadAllRows(const ConnectionPtr& conn, const DBStore::StmtPtr& stateme
 
 ObjectPtr RowToObject(const StoreRow& row, const char* column, const SetvaultObjectId& id,
                       const SchemaPtr& schema) {
+  if (column == nullptr) return nullptr;
   auto value = row.find(column);
   if (value == row.end()) return nullptr;
-  SetvaultObjectImpl::Parts parts;
-  parts.id = id;
-  parts.document = CreateDocumentFromString(value->second);
-  parts.schema = schema;
-  parts.loadSchema = true;
-  parts.metadata.version = ColumnOrEmpty(row, kVersionColumn);
-  parts.metadata.creationTime = ColumnOrEmpty(row, kCreationTimeColumn);
-  parts.metadata.modifiedTime = ColumnOrEmpty(row, kModifiedTimeColumn);
-  parts.metadata.revision =
-      static_cast<int32_t>(std::strtol(ColumnOrEmpty(row, kRevisionColumn).c_str(), nullptr, 10));
-  return std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(std::move(parts)));
+  return ObjectOfRow(row, CreateDocumentFromString(value->second), id, schema);
+}
+
+ObjectPtr RowToMergedObject(const StoreRow& row, std::initializer_list<const char*> columns,
+                            const SetvaultObjectId& id, const SchemaPtr& schema) {
+  ObjectPtr merged;
+  for (const char* column : columns) {
+    if (column == nullptr) continue;
+    auto value = row.find(column);
+    if (value == row.end()) continue;
+    auto document = CreateDocumentFromString(value->second);
+    if (!merged) {
+      merged = ObjectOfRow(row, std::move(document), id, schema);
+    } else {
+      MergeDataInto(*document->GetJsonValuePtr(), *merged);
+    }
+  }
+  return merged;
+}
+
+
+const char* ConfirmedUserColumn(const StoreRow& row) {
+  auto success = row.find(kSuccessColumn);
+  return success != row.end() && success->second == "1" ? kUserValueColumn : nullptr;
+}
+
+const char* PendingUserColumn(const StoreRow& row) {
+  return row.find(kDesiredValueColumn) != row.end() ? kDesiredValueColumn : kUserValueColumn;
+}
+
+const char* CurrentUserColumn(const StoreRow& row, int upgradeCtx) {
+  return upgradeCtx == 0 ? ConfirmedUserColumn(row) : PendingUserColumn(row);
+}
+
+const char* CurrentUserColumn(const StoreRow& row) {
+  // Most rows look the same in both views; only the others need the host's
+  // upgrade context.
+  if (!UserViewsDiffer(row)) return ConfirmedUserColumn(row);
+  return CurrentUserColumn(row, GetUpgradeCtx());
 }
 
 ObjectPtr RowToConfirmedUserObject(const StoreRow& row, const SetvaultObjectId& id,
                                    const SchemaPtr& schema) {
-  auto success = row.find(kSuccessColumn);
-  if (success == row.end() || success->second != "1") return nullptr;
-  return RowToObject(row, kUserValueColumn, id, schema);
+  return RowToObject(row, ConfirmedUserColumn(row), id, schema);
 }
 
 ObjectPtr RowToPendingUserObject(const StoreRow& row, const SetvaultObjectId& id,
                                  const SchemaPtr& schema) {
-  const bool has_desired = row.find(kDesiredValueColumn) != row.end();
-  return RowToObject(row, has_desired ? kDesiredValueColumn : kUserValueColumn, id, schema);
+  return RowToObject(row, PendingUserColumn(row), id, schema);
 }
 
 bool UserViewsDiffer(const StoreRow& row) {
@@ -107,16 +149,12 @@ bool UserViewsDiffer(const StoreRow& row) {
 
 ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
                                  const SchemaPtr& schema) {
-  // Most rows look the same in both views; only the others need the host's
-  // upgrade context.
-  if (!UserViewsDiffer(row)) return RowToConfirmedUserObject(row, id, schema);
-  return RowToCurrentUserObject(row, id, schema, GetUpgradeCtx());
+  return RowToObject(row, CurrentUserColumn(row), id, schema);
 }
 
 ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
                                  const SchemaPtr& schema, int upgradeCtx) {
-  if (upgradeCtx == 0) return RowToConfirmedUserObject(row, id, schema);
-  return RowToPendingUserObject(row, id, schema);
+  return RowToObject(row, CurrentUserColumn(row, upgradeCtx), id, schema);
 }
 
 ObjectPtr MergeConfig(ObjectPtr base, const ObjectPtr& first, const ObjectPtr& second,

@@ -4,6 +4,7 @@
 #define SETVAULT_SRC_DB_ROW_READERS_H_
 
 #include <memory>
+#include <initializer_list>
 #include <string>
 
 #include "db/statements.h"
@@ -68,6 +69,23 @@ ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id
 // once per call instead of once per row.
 ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
                                  const SchemaPtr& schema, int upgradeCtx);
+
+// Which column holds the user value a view shows, or null when the row shows
+// none: the confirmed view (UserValue when Success is "1"), the pending view
+// (DesiredValue when stored, otherwise UserValue), and the current view
+// (pending during an upgrade, confirmed otherwise).
+const char* ConfirmedUserColumn(const StoreRow& row);
+const char* PendingUserColumn(const StoreRow& row);
+const char* CurrentUserColumn(const StoreRow& row, int upgradeCtx);
+// The current view; reads the upgrade context only when the views differ.
+const char* CurrentUserColumn(const StoreRow& row);
+
+// One object from the value columns `columns` of `row` (null entries and
+// NULL columns skipped), merged in that order with the update merge, with the
+// row's metadata; empty when none is present. The same as MergeConfig of the
+// columns' objects, without building an object per column.
+ObjectPtr RowToMergedObject(const StoreRow& row, std::initializer_list<const char*> columns,
+                            const SetvaultObjectId& id, const SchemaPtr& schema);
 
 // Applies `first`, `second` and `third` onto `base` in that order with the
 // update merge and returns the result; empty parts count as empty objects.

@@ -84,4 +84,9 @@ void UpdateConfigInternal(const std::shared_ptr<SetvaultObject>& source,
   Merger(ids, target_impl.Allocator()).MergeObject(target_impl.Root(), source->GetImpl()->Root());
 }
 
+void MergeDataInto(const JsonValue& source, SetvaultObject& target) {
+  const SetvaultObjectImpl& target_impl = *target.GetImpl();
+  Merger(target_impl, target_impl.Allocator()).MergeObject(target_impl.Root(), source);
+}
+
 }  // namespace KorvoSetvault

@@ -24,6 +24,10 @@ namespace KorvoSetvault {
 void UpdateConfigInternal(const std::shared_ptr<SetvaultObject>& source,
                           const std::shared_ptr<SetvaultObject>& target);
 
+// The same merge of the JSON object `source` (which must not be part of
+// `target`'s data) into `target`'s data, with `target`'s id map.
+void MergeDataInto(const JsonValue& source, SetvaultObject& target);
+
 }  // namespace KorvoSetvault
 
 #endif  // SETVAULT_SRC_MODEL_UPDATE_MERGE_H_
