@@ -1,0 +1,105 @@
+// Every statement the library runs while serving a full round of store
+// operations finds its rows through an index: EXPLAIN QUERY PLAN of each
+// statement text shows no scan of a table for a key lookup.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <set>
+#include <string>
+
+#include "setvault/filter_spec_object.h"
+#include "store/store_fixture.h"
+
+namespace setvault_test {
+namespace {
+
+using KorvoSetvault::FilterSpecObject;
+
+// Collects the SQL text of every statement the connection starts.
+int CollectStatement(unsigned type, void* context, void* statement, void* /*unused*/) {
+  if (type == SQLITE_TRACE_STMT) {
+    const char* sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
+    if (sql != nullptr) static_cast<std::set<std::string>*>(context)->insert(sql);
+  }
+  return 0;
+}
+
+// The detail lines of the statement's query plan, joined with " | ".
+std::string QueryPlan(sqlite3* db, const std::string& sql) {
+  sqlite3_stmt* stmt = nullptr;
+  if (sqlite3_prepare_v2(db, ("EXPLAIN QUERY PLAN " + sql).c_str(), -1, &stmt, nullptr) !=
+      SQLITE_OK) {
+    return "<cannot explain: " + std::string(sqlite3_errmsg(db)) + ">";
+  }
+  std::string plan;
+  while (sqlite3_step(stmt) == SQLITE_ROW) {
+    const unsigned char* detail = sqlite3_column_text(stmt, 3);
+    if (!plan.empty()) plan += " | ";
+    plan += detail != nullptr ? reinterpret_cast<const char*>(detail) : "";
+  }
+  sqlite3_finalize(stmt);
+  return plan;
+}
+
+// True for statements that look rows up by their key (the only kind that
+// must not scan); whole-store content reads are meant to read every row.
+bool IsKeyLookup(const std::string& sql) {
+  return sql.find("Name = ?") != std::string::npos || sql.find("Name=?") != std::string::npos ||
+         sql.find("Identifier = ?") != std::string::npos ||
+         sql.find("Key = ?") != std::string::npos;
+}
+
+class StatementIndexTest : public WriteStoreTest {};
+
+TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
+  std::set<std::string> statements;
+  sqlite3_trace_v2(Db(), SQLITE_TRACE_STMT, CollectStatement, &statements);
+
+  const SetvaultObjectId host("host", "system", "korvo");
+  const SetvaultObjectId vs0("vswitch", "net", "korvo", "vs0");
+  store_->Set(Object(host, R"({"hostname": "h", "systemUuid": "u", "cpuModel": "c"})"), kExternal);
+  store_->SetUserData(Object(host, R"({"hostname": "h2"})"), kExternal);
+  store_->SetUserData(Object(host, R"({"hostname": "h3"})"), kAutoConfig);
+  store_->SetVitalData(Object(host, R"({"systemUuid": "v"})"));
+  store_->SetCachedData(Object(host, R"({"cpuModel": "x"})"));
+  store_->Update(Object(host, R"({"timezone": "UTC"})"), kExternal);
+  store_->Update(Object(host, R"({"timezone": "CET"})"), kAutoConfig);
+  store_->Set(Object(vs0, R"({"name": "vs0", "mtu": 9000})"), kExternal);
+  store_->SetInstances({Object(SetvaultObjectId("vswitch", "net", "korvo", "vs1"), R"({"name": "vs1", "mtu": 1500})"),
+                        Object(SetvaultObjectId("vswitch", "net", "korvo", "vs2"), R"({"name": "vs2", "mtu": 9000})")},
+                       kExternal);
+  store_->Get(host);
+  store_->GetDefaultConfig(host);
+  store_->GetRevision(host);
+  store_->GetInstancesRevision(vs0);
+  store_->GetInstancesRevision(SetvaultObjectId("vswitch", "net", "korvo"));
+  store_->GetInstanceIds(vs0);
+  auto filter = std::make_shared<FilterSpecObject>(SetvaultObjectId("vswitch", "net", "korvo"));
+  filter->SetValue("mtu", 1500);
+  store_->GetInstances(filter);
+  store_->GetDefaultConfigInstances(filter);
+  store_->DeleteInstances(filter);
+  store_->Delete(vs0);
+  store_->DeleteInstances(
+      std::make_shared<FilterSpecObject>(SetvaultObjectId("vswitch", "net", "korvo")));
+  sqlite3_trace_v2(Db(), 0, nullptr, nullptr);
+
+  int key_lookups = 0;
+  for (const std::string& sql : statements) {
+    if (!IsKeyLookup(sql)) continue;
+    ++key_lookups;
+    const std::string plan = QueryPlan(Db(), sql);
+    EXPECT_EQ(plan.find("SCAN"), std::string::npos) << sql << "\n  plan: " << plan;
+    EXPECT_EQ(plan.find("<cannot explain"), std::string::npos) << sql << "\n  " << plan;
+  }
+  // The workload reaches the readers, writers, deletes and flag reads.
+  EXPECT_GE(key_lookups, 15) << "statements seen: " << statements.size();
+}
+
+TEST_F(StatementIndexTest, TheCheckCatchesAScan) {
+  EXPECT_NE(QueryPlan(Db(), "SELECT Name FROM Config WHERE UserValue = ?").find("SCAN"),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace setvault_test
