@@ -49,7 +49,10 @@ int SetvaultImpl::CancelTransaction() noexcept {
   const int result = DBStore::CancelTransaction(connection_);
   // Cancelling a nested level cannot undo only that level: it is a
   // programming error, and this operation may not throw, so the process ends.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wterminate"  // ending the process is the intent
   if (result == 1) throw SetvaultException(SV_ERR_GENERIC, "Failed to cancel nested transaction");
+#pragma GCC diagnostic pop
   return result;
 }
 
