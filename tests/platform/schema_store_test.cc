@@ -38,23 +38,6 @@ std::string IdMapOf(const SchemaObject& schema) {
   return SetvaultDocument::SerializeValue(*schema.GetIdMap()->GetJsonValuePtr());
 }
 
-// Number of rows of SmartnicSchema in the database at `path`.
-int CountRows(const std::string& path) {
-  sqlite3* db = nullptr;
-  int count = -1;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT COUNT(*) FROM SmartnicSchema", -1, &statement, nullptr) ==
-            SQLITE_OK &&
-        sqlite3_step(statement) == SQLITE_ROW) {
-      count = sqlite3_column_int(statement, 0);
-    }
-    sqlite3_finalize(statement);
-  }
-  sqlite3_close(db);
-  return count;
-}
-
 void Execute(const std::string& path, const std::string& sql) {
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
