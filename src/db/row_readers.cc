@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "db/row_callbacks.h"
+#include "document/json_parse.h"
 #include "model/setvault_object_impl.h"
 #include "model/update_merge.h"
 #include "platform/upgrade_ctx.h"
@@ -27,6 +28,8 @@ namespace {
 
 // Buckets a single-row map starts with: one per column a read selects.
 constexpr size_t kRowBuckets = 14;
+// Stack memory for parsing a part that is merged into an object.
+constexpr size_t kScratchBufferSize = 4096;
 
 std::string ColumnOrEmpty(const StoreRow& row, const char* column) {
   auto found = row.find(column);
@@ -100,12 +103,19 @@ ObjectPtr RowToMergedObject(const StoreRow& row, std::initializer_list<const cha
     if (column == nullptr) continue;
     auto value = row.find(column);
     if (value == row.end()) continue;
-    auto document = CreateDocumentFromString(value->second);
     if (!merged) {
-      merged = ObjectOfRow(row, std::move(document), id, schema);
-    } else {
-      MergeDataInto(*document->GetJsonValuePtr(), *merged);
+      merged = ObjectOfRow(row, CreateDocumentFromString(value->second), id, schema);
+      continue;
     }
+    // A part merged into the object is parsed into a scratch document whose
+    // memory comes from the stack unless the part is large.
+    char buffer[kScratchBufferSize];
+    JsonAllocator allocator(buffer, sizeof buffer);
+    JsonDocument part(&allocator);
+    if (!ParseJsonText(value->second, part)) {
+      ThrowException<InvalidArgumentException>(SV_ERR_JSON_PARSE);
+    }
+    MergeDataInto(part, *merged);
   }
   return merged;
 }

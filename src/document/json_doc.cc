@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "document/json_parse.h"
 #include "platform/setvault_document.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"
@@ -40,16 +41,6 @@ bool NestingWithinLimit(const char* text, size_t length) {
     }
   }
   return true;
-}
-
-// Parses `text` into a new document; false when it is not valid JSON, holds
-// a NUL byte or nests too deeply.
-bool ParseInto(const std::string& text, JsonDocument& document) {
-  // The parser stops at a NUL byte; JSON text never holds one raw.
-  if (text.find('\0') != std::string::npos) return false;
-  if (!NestingWithinLimit(text.data(), text.size())) return false;
-  document.Parse(text.c_str(), text.size());
-  return !document.HasParseError();
 }
 
 // Reads the whole file at `path`; false when it cannot be read.
@@ -149,11 +140,19 @@ size_t ChunkSizeForText(size_t length) {
 
 }  // namespace
 
+bool ParseJsonText(const std::string& text, JsonDocument& document) {
+  // The parser stops at a NUL byte; JSON text never holds one raw.
+  if (text.find('\0') != std::string::npos) return false;
+  if (!NestingWithinLimit(text.data(), text.size())) return false;
+  document.Parse(text.c_str(), text.size());
+  return !document.HasParseError();
+}
+
 std::shared_ptr<JsonDoc> CreateDocument() { return CreateDocumentWithChunks(kJsonChunkSize); }
 
 std::shared_ptr<JsonDoc> CreateDocumentFromString(const std::string& text) {
   std::shared_ptr<JsonDoc> doc = CreateDocumentWithChunks(ChunkSizeForText(text.size()));
-  if (!ParseInto(text, doc->GetDocument())) {
+  if (!ParseJsonText(text, doc->GetDocument())) {
     ThrowException<InvalidArgumentException>(SV_ERR_JSON_PARSE);
   }
   return doc;
@@ -162,7 +161,7 @@ std::shared_ptr<JsonDoc> CreateDocumentFromString(const std::string& text) {
 std::shared_ptr<JsonDoc> CreateDocumentFromFile(const std::string& path) {
   std::string content;
   std::shared_ptr<JsonDoc> doc = CreateDocument();
-  if (!ReadFile(path, &content) || !ParseInto(content, doc->GetDocument())) {
+  if (!ReadFile(path, &content) || !ParseJsonText(content, doc->GetDocument())) {
     ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_FILE, path.c_str());
   }
   return doc;

@@ -1,0 +1,18 @@
+// Parsing JSON text into an existing document, with the library's limits.
+#ifndef SETVAULT_SRC_DOCUMENT_JSON_PARSE_H_
+#define SETVAULT_SRC_DOCUMENT_JSON_PARSE_H_
+
+#include <string>
+
+#include "setvault/json_doc.h"
+
+namespace KorvoSetvault {
+
+// Parses `text` into `document` (strict JSON, one root value). False when it
+// is not valid JSON, holds a NUL byte, or nests arrays and objects more than
+// 512 levels deep (RapidJSON's parser, writer and copy are recursive).
+bool ParseJsonText(const std::string& text, JsonDocument& document);
+
+}  // namespace KorvoSetvault
+
+#endif  // SETVAULT_SRC_DOCUMENT_JSON_PARSE_H_
