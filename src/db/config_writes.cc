@@ -169,6 +169,15 @@ bool BindWhereKey(const ConnectionPtr& conn, const DBStore::StmtPtr& stmt, int& 
          Bind(conn, stmt, index, id.instanceId, false) == 0;
 }
 
+// Binds the user, vital and cached parts, each NULL when absent.
+bool BindParts(const ConnectionPtr& conn, const DBStore::StmtPtr& stmt, int& index,
+               const SplitParts& parts) {
+  using DBStore::internal::Bind;
+  return Bind(conn, stmt, index, Nullable(parts.user)) == 0 &&
+         Bind(conn, stmt, index, Nullable(parts.vital)) == 0 &&
+         Bind(conn, stmt, index, Nullable(parts.cached)) == 0;
+}
+
 bool Execute(const ConnectionPtr& conn, const DBStore::StmtPtr& stmt) {
   return stmt && DBStore::ExecuteStmt(conn, stmt, nullptr, nullptr, DBStore::kBusyTimeoutMs) == 0;
 }
@@ -335,9 +344,7 @@ void UpdateByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, U
   const SplitParts parts = SplitObjectData(object->GetImpl()->Root(), schema->GetSchemaJson());
   DBStore::StmtPtr stmt = DBStore::internal::Prepare(conn, sql, DBStore::kBusyTimeoutMs);
   int index = 1;
-  const bool bound = stmt && DBStore::internal::Bind(conn, stmt, index, Nullable(parts.user)) == 0 &&
-                     DBStore::internal::Bind(conn, stmt, index, Nullable(parts.vital)) == 0 &&
-                     DBStore::internal::Bind(conn, stmt, index, Nullable(parts.cached)) == 0 &&
+  const bool bound = stmt && BindParts(conn, stmt, index, parts) &&
                      BindWhereKey(conn, stmt, index, id);
   if (!bound || !Execute(conn, stmt)) {
     Fail("Database call to update configuration by context failed for: " + id.toString());
@@ -355,9 +362,7 @@ void SetByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, UPDA
   DBStore::StmtPtr stmt = DBStore::internal::Prepare(conn, sql, DBStore::kBusyTimeoutMs);
   int index = 1;
   const bool bound = stmt && BindKeyAndVersion(conn, stmt, index, id, version) &&
-                     DBStore::internal::Bind(conn, stmt, index, Nullable(parts.user)) == 0 &&
-                     DBStore::internal::Bind(conn, stmt, index, Nullable(parts.vital)) == 0 &&
-                     DBStore::internal::Bind(conn, stmt, index, Nullable(parts.cached)) == 0;
+                     BindParts(conn, stmt, index, parts);
   if (!bound || !Execute(conn, stmt)) {
     Fail("Database call to update configuration by context failed for: " + id.toString());
   }
