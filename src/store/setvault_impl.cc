@@ -19,11 +19,6 @@ std::shared_ptr<DBStore::StoreConnection> GetDBStore(DBStore::Type type, bool mu
   return connection;
 }
 
-std::shared_ptr<KorvoSchemaStore::SchemaObject> LookUpSchemaOf(const SetvaultObjectId& id) {
-  auto schema_store = KorvoSchemaStore::SchemaStore::GetStore(false);
-  return schema_store->GetSchemaObject(id.component, id.group, id.key);
-}
-
 std::shared_ptr<Setvault> Setvault::GetStore(const std::string& nameSpace) {
   if (nameSpace != sGlobalNamespace) {
     throw InvalidArgumentException(SV_ERR_GENERIC, "Invalid value for namespace.");

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/db_store.h"
+#include "model/setvault_object_impl.h"
 #include "platform/schema_store.h"
 #include "setvault/setvault_store.h"
 
@@ -20,10 +21,6 @@ namespace KorvoSetvault {
 // SetvaultException 2000 "Failed to connect to database" if `mustConnect`,
 // and returns an empty pointer otherwise.
 std::shared_ptr<DBStore::StoreConnection> GetDBStore(DBStore::Type type, bool mustConnect);
-
-// The schema of the type `id` names (empty when none); the schema store's
-// handle is released at once.
-std::shared_ptr<KorvoSchemaStore::SchemaObject> LookUpSchemaOf(const SetvaultObjectId& id);
 
 class SetvaultImpl : public Setvault {
  public:

@@ -54,14 +54,14 @@ int AppendFirstColumn(void* context, int count, char** texts, char** /*names*/) 
 
 std::shared_ptr<SetvaultObject> SetvaultImpl::Get(const SetvaultObjectId& id) {
   LogApiCall(kReadCallPriority, "Get", id, 1);
-  auto schema = LookUpSchemaOf(id);
+  auto schema = LookUpSchema(id);
   ValidateSvoId(id, schema);
   return GetInternal(id, connection_, schema);
 }
 
 std::shared_ptr<SetvaultObject> SetvaultImpl::GetDefaultConfig(const SetvaultObjectId& id) {
   LogApiCall(kReadCallPriority, "GetDefaultConfig", id, 1);
-  auto schema = LookUpSchemaOf(id);
+  auto schema = LookUpSchema(id);
   ValidateSvoId(id, schema);
   return GetDefaultConfigInternal(id, connection_, schema);
 }
@@ -70,7 +70,7 @@ std::vector<std::shared_ptr<SetvaultObject>> SetvaultImpl::GetDefaultConfigInsta
     const std::shared_ptr<FilterSpecObject>& filter) {
   if (IsNull(filter, "GetDefaultConfigInstances")) return {};
   LogApiCall(kReadCallPriority, "GetDefaultConfigInstances", filter->GetSetvaultObjectId(), 1);
-  auto schema = LookUpSchemaOf(filter->GetSetvaultObjectId());
+  auto schema = LookUpSchema(filter->GetSetvaultObjectId());
   ValidateSvoIdInstances(filter, schema);
   return GetDefaultConfigInstancesInternal(filter, connection_, schema);
 }
@@ -79,14 +79,14 @@ std::vector<std::shared_ptr<SetvaultObject>> SetvaultImpl::GetInstances(
     const std::shared_ptr<FilterSpecObject>& filter) {
   if (IsNull(filter, "GetInstances")) return {};
   LogApiCall(kReadCallPriority, "GetInstances", filter->GetSetvaultObjectId(), 1);
-  auto schema = LookUpSchemaOf(filter->GetSetvaultObjectId());
+  auto schema = LookUpSchema(filter->GetSetvaultObjectId());
   ValidateSvoIdInstances(filter, schema);
   return GetConfigInstancesInternal(filter, connection_, schema);
 }
 
 std::vector<std::string> SetvaultImpl::GetInstanceIds(const SetvaultObjectId& id) {
   LogApiCall(kReadCallPriority, "GetInstanceIds", id, 1);
-  ValidateSvoIdInstances(id, LookUpSchemaOf(id));
+  ValidateSvoIdInstances(id, LookUpSchema(id));
   std::vector<std::string> ids;
   DBStore::StmtPtr stmt = kInstanceIdsSql.PrepareAndBind(connection_, id.key, id.group, id.component);
   if (DBStore::ExecuteStmt(connection_, stmt, AppendFirstColumn, &ids, DBStore::kBusyTimeoutMs) ==
@@ -98,7 +98,7 @@ std::vector<std::string> SetvaultImpl::GetInstanceIds(const SetvaultObjectId& id
 
 int SetvaultImpl::GetRevision(const SetvaultObjectId& id) {
   LogApiCall(kReadCallPriority, "GetRevision", id, 1);
-  ValidateSvoId(id, LookUpSchemaOf(id));
+  ValidateSvoId(id, LookUpSchema(id));
   int revision = -1;
   DBStore::StmtPtr stmt = kRevisionOfInstanceSql.PrepareAndBind(connection_, id.key, id.group,
                                                                 id.component, id.instanceId);
@@ -112,7 +112,7 @@ int SetvaultImpl::GetRevision(const SetvaultObjectId& id) {
 std::vector<std::pair<std::string, int>> SetvaultImpl::GetInstancesRevision(
     const SetvaultObjectId& id) {
   LogApiCall(kReadCallPriority, "GetInstancesRevision", id, 1);
-  ValidateSvoIdInstances(id, LookUpSchemaOf(id));
+  ValidateSvoIdInstances(id, LookUpSchema(id));
   std::vector<std::pair<std::string, int>> revisions;
   DBStore::StmtPtr stmt =
       id.instanceId.empty()
@@ -130,7 +130,7 @@ std::vector<ErrorInfo> SetvaultImpl::Validate(std::shared_ptr<SetvaultObject> ob
   std::vector<ErrorInfo> errors;
   if (IsNull(object, "Validate")) return errors;
   LogApiCall(kWriteCallPriority, "Validate", object->GetSetvaultObjectId(), 1);
-  ValidateSVO(LookUpSchemaOf(object->GetSetvaultObjectId()), object, errors);
+  ValidateSVO(LookUpSchema(object->GetSetvaultObjectId()), object, errors);
   return errors;
 }
 

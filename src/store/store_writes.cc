@@ -31,7 +31,7 @@ std::shared_ptr<KorvoSchemaStore::SchemaObject> CheckInstancesCall(
     const char* operation, const ObjectVector& objects, const USERDATA_CONTEXT& context) {
   const SetvaultObjectId& id = objects.front()->GetSetvaultObjectId();
   LogApiCall(kWriteCallPriority, operation, id, ContextValue(context));
-  auto schema = LookUpSchemaOf(id);
+  auto schema = LookUpSchema(id);
   ValidateSvoIdInstances(id, schema);
   return schema;
 }
@@ -73,7 +73,7 @@ void SetvaultImpl::Set(std::shared_ptr<SetvaultObject> object, const USERDATA_CO
   if (IsNull(object, "Set")) return;
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
   LogApiCall(kWriteCallPriority, "Set", id, ContextValue(context));
-  auto schema = LookUpSchemaOf(id);
+  auto schema = LookUpSchema(id);
   ValidateSvoId(object, schema);
   ValidateSet(schema, object);
   RunAtomically(connection_, "Set", [&] {
@@ -88,7 +88,7 @@ void SetvaultImpl::SetUserData(std::shared_ptr<SetvaultObject> object,
   if (IsNull(object, "SetUserData")) return;
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
   LogApiCall(kWriteCallPriority, "SetUserData", id, ContextValue(context));
-  auto schema = LookUpSchemaOf(id);
+  auto schema = LookUpSchema(id);
   ValidateSvoId(object, schema);
   BootGuard(object, schema, context);
   ValidateUserConfig(schema, object);
@@ -105,7 +105,7 @@ void SetvaultImpl::SetVitalData(std::shared_ptr<SetvaultObject> object) {
   if (IsNull(object, "SetVitalData")) return;
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
   LogApiCall(kWriteCallPriority, "SetVitalData", id, 1);
-  auto schema = LookUpSchemaOf(id);
+  auto schema = LookUpSchema(id);
   ValidateSvoId(object, schema);
   ValidateVitalConfig(schema, object);
   WriteVitalConfigInstances({object}, connection_);
@@ -116,7 +116,7 @@ void SetvaultImpl::SetCachedData(std::shared_ptr<SetvaultObject> object) {
   if (IsNull(object, "SetCachedData")) return;
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
   LogApiCall(kWriteCallPriority, "SetCachedData", id, 1);
-  auto schema = LookUpSchemaOf(id);
+  auto schema = LookUpSchema(id);
   ValidateSvoId(object, schema);
   ValidateCachedConfig(schema, object);
   WriteCachedConfigInstances({object}, connection_);
@@ -127,7 +127,7 @@ void SetvaultImpl::Update(std::shared_ptr<SetvaultObject> object, const USERDATA
   if (IsNull(object, "Update")) return;
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
   LogApiCall(kWriteCallPriority, "Update", id, ContextValue(context));
-  auto schema = LookUpSchemaOf(id);
+  auto schema = LookUpSchema(id);
   ValidateSvoId(object, schema);
   ValidateUpdate(schema, object);
   const bool user_type = isUserType(object, schema);
@@ -157,7 +157,7 @@ void SetvaultImpl::Update(std::shared_ptr<SetvaultObject> object, const USERDATA
 
 void SetvaultImpl::Delete(const SetvaultObjectId& id) {
   LogApiCall(kWriteCallPriority, "Delete", id, 1);
-  ValidateSvoId(id, LookUpSchemaOf(id));
+  ValidateSvoId(id, LookUpSchema(id));
   DeleteInternal(id, connection_);
   NotifyIfAllowlisted(id);
 }
@@ -166,7 +166,7 @@ void SetvaultImpl::DeleteInstances(const std::shared_ptr<FilterSpecObject>& filt
   if (IsNull(filter, "DeleteInstances")) return;
   const SetvaultObjectId& id = filter->GetSetvaultObjectId();
   LogApiCall(kWriteCallPriority, "DeleteInstances", id, 1);
-  auto schema = LookUpSchemaOf(id);
+  auto schema = LookUpSchema(id);
   ValidateSvoIdInstances(filter, schema);
   if (filter->IsEmpty()) {
     if (!id.instanceId.empty()) {

@@ -56,7 +56,7 @@ void ExpectFailure(Call call, int code, const std::string& message) {
 
 class ConfigReadsTest : public ConfigStoreTest {
  protected:
-  SchemaPtr Schema(const SetvaultObjectId& id) { return LookUpSchemaOf(id); }
+  SchemaPtr Schema(const SetvaultObjectId& id) { return LookUpSchema(id); }
 
   // A host row whose "hostname" is set by every origin and other members by
   // some, so that the merge order shows in the result.

@@ -94,7 +94,7 @@ TEST_F(ConfigWritesTest, WritersResetOrKeepThePendingDesiredValueAsTheirColumnsS
 
 TEST_F(ConfigWritesTest, ImportedHistorySeedsNewRowsButNeverOverridesStoredOnes) {
   auto conn = Conn();
-  auto schema = KorvoSetvault::LookUpSchemaOf(Vswitch("a"));
+  auto schema = KorvoSetvault::LookUpSchema(Vswitch("a"));
   KorvoSetvault::SetInstancesInternal({Object(Vswitch("a"), R"({"name":"a"})")}, kExternal, schema,
                                       conn, nullptr);
   Sql("UPDATE Config SET CreationTime = '2010-01-01 00:00:00', Revision = 3");
@@ -114,7 +114,7 @@ TEST_F(ConfigWritesTest, ImportedHistorySeedsNewRowsButNeverOverridesStoredOnes)
 
 TEST_F(ConfigWritesTest, SetByContextChoosesItsColumnsByKind) {
   auto conn = Conn();
-  auto schema = KorvoSetvault::LookUpSchemaOf(kHost);
+  auto schema = KorvoSetvault::LookUpSchema(kHost);
   auto seed = [&] {
     Sql("DELETE FROM Config");
     Sql("INSERT INTO Config (Identifier, Name, ConfigGroup, Component, Version, Success, "
@@ -149,7 +149,7 @@ TEST_F(ConfigWritesTest, SetByContextChoosesItsColumnsByKind) {
 
 TEST_F(ConfigWritesTest, UpdateByContextChangesColumnsInPlace) {
   auto conn = Conn();
-  auto schema = KorvoSetvault::LookUpSchemaOf(kHost);
+  auto schema = KorvoSetvault::LookUpSchema(kHost);
   Sql("INSERT INTO Config (Identifier, Name, ConfigGroup, Component, Version, UserValue, "
       "AutoConfValue, DesiredValue, CachedValue, Revision) VALUES ('', 'host', 'system', "
       "'korvo', '1', '{\"u\":1}', '{\"a\":1}', '{\"d\":1}', '{\"c\":1}', 5)");
@@ -166,7 +166,7 @@ TEST_F(ConfigWritesTest, UpdateByContextChangesColumnsInPlace) {
   EXPECT_EQ(Column(kHost, "Revision"), "5");
   // Nothing stored: nothing changes, and that is not a failure.
   KorvoSetvault::UpdateByContextInternal(Object(Vswitch("none"), R"({"name":"none"})"),
-                                         KorvoSetvault::LookUpSchemaOf(Vswitch("none")),
+                                         KorvoSetvault::LookUpSchema(Vswitch("none")),
                                          KorvoSetvault::kUpdateUser, conn);
   EXPECT_EQ(RowCount(Vswitch("")), 0);
 }
@@ -213,7 +213,7 @@ TEST_F(ConfigWritesTest, RevisionMapHoldsEveryStoredInstance) {
 
 TEST_F(ConfigWritesTest, EveryFailedStatementThrowsItsMessage) {
   auto conn = Conn();
-  auto schema = KorvoSetvault::LookUpSchemaOf(kHost);
+  auto schema = KorvoSetvault::LookUpSchema(kHost);
   store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal);
   Sql("CREATE TRIGGER NoInsert BEFORE INSERT ON Config BEGIN SELECT RAISE(ABORT, 'x'); END");
   Sql("CREATE TRIGGER NoUpdate BEFORE UPDATE ON Config BEGIN SELECT RAISE(ABORT, 'x'); END");

@@ -329,7 +329,7 @@ TEST_F(StoreReadsTest, ValidateReportsIdentityProblemsAsOneFinding) {
   EXPECT_EQ(errors[0].message, "Schema not found for /korvo/here/nothing");
 
   parts.id = SetvaultObjectId("host", "system", "korvo", "h1");
-  parts.schema = LookUpSchemaOf(kHost);
+  parts.schema = LookUpSchema(kHost);
   errors = store_->Validate(
       std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(parts)));
   ASSERT_EQ(errors.size(), 1u);

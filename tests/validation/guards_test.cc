@@ -84,7 +84,7 @@ class GuardsTest : public ::testing::Test {
     struct stat info;
     return stat(path.c_str(), &info) == 0;
   }
-  std::shared_ptr<SchemaObject> Schema(const SetvaultObjectId& id) { return LookUpSchemaOf(id); }
+  std::shared_ptr<SchemaObject> Schema(const SetvaultObjectId& id) { return LookUpSchema(id); }
   std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const char* data) {
     auto object = std::make_shared<SetvaultObject>(id);
     object->SetData(data);
