@@ -40,11 +40,11 @@ constexpr char kInstance[] = R"({
   "description": "Main virtual switch carrying management and storage traffic for this host",
   "hw": {"label": "pci-0000:3b:00.0", "slot": 3},
   "uplinks": [
-    {"port": "vmnic0", "speed": 25000, "lacp": true},
-    {"port": "vmnic1", "speed": 25000, "lacp": true},
-    {"port": "vmnic2", "speed": 10000, "lacp": false},
-    {"port": "vmnic3", "speed": 10000, "lacp": false},
-    {"port": "vmnic4", "speed": 1000, "lacp": false}
+    {"port": "nic0", "speed": 25000, "lacp": true},
+    {"port": "nic1", "speed": 25000, "lacp": true},
+    {"port": "nic2", "speed": 10000, "lacp": false},
+    {"port": "nic3", "speed": 10000, "lacp": false},
+    {"port": "nic4", "speed": 1000, "lacp": false}
   ]
 })";
 
@@ -79,7 +79,7 @@ void BM_ValidateInstanceArray(benchmark::State& state) {
   auto schema = KorvoSetvault::CreateDocumentFromString(kSchema);
   std::string text = R"({"name": "big", "uplinks": [)";
   for (int64_t i = 0; i < state.range(0); ++i) {
-    text += (i ? "," : "") + std::string(R"({"port": "vmnic)") + std::to_string(i) +
+    text += (i ? "," : "") + std::string(R"({"port": "nic)") + std::to_string(i) +
             R"(", "speed": 10000, "lacp": false})";
   }
   text += "]}";

@@ -51,9 +51,9 @@ constexpr char kHostUser[] =
 std::string InstanceName(int i) { return "vs" + std::to_string(i); }
 std::string InstanceUser(int i) {
   return R"({"name":")" + InstanceName(i) +
-         R"(","mtu":9000,"uplinks":["vmnic0","vmnic1"],"teaming":{"policy":"failover"}})";
+         R"(","mtu":9000,"uplinks":["nic0","nic1"],"teaming":{"policy":"failover"}})";
 }
-constexpr char kInstanceVital[] = R"({"uplinks":["vmnic0"]})";
+constexpr char kInstanceVital[] = R"({"uplinks":["nic0"]})";
 
 // The fastest repetition: on a shared machine the least disturbed run.
 double Min(const std::vector<double>& values) {

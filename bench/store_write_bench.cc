@@ -68,7 +68,7 @@ std::string Name(int i) { return "vs" + std::to_string(i); }
 
 std::string SwitchJson(const std::string& name, int mtu) {
   return R"({"name":")" + name + R"(","mtu":)" + std::to_string(mtu) +
-         R"(,"uplinks":["vmnic0","vmnic1"],"teaming":{"policy":"failover","notifySwitches":true},)"
+         R"(,"uplinks":["nic0","nic1"],"teaming":{"policy":"failover","notifySwitches":true},)"
          R"("portgroups":[{"name":"mgmt","vlanId":10,"activePorts":3},{"name":"vm","vlanId":20}]})";
 }
 

@@ -16,7 +16,7 @@ step() { printf '\n$ setvault %s\n' "$*"; "${setvault}" "$@" || printf '(exit st
 
 echo "== libsetvault demo: store in ${store_dir}"
 step schema load "${root}/examples/schemas"
-step set korvo system host '{"hostname": "esx-lab-01", "ntp": {"enabled": true, "servers": ["10.0.0.1"]}}'
+step set korvo system host '{"hostname": "host-lab-01", "ntp": {"enabled": true, "servers": ["10.0.0.1"]}}'
 step set-vital korvo system host '{"systemUuid": "4c4c4544-0042-3510-8052-b4c04f4e3732"}'
 step get korvo system host
 step set korvo net vswitch --instance vs0 '{"mtu": 9000, "uplinks": ["eth0", "eth1"], "portgroups": [{"name": "mgmt", "vlanId": 10}]}'

@@ -320,7 +320,7 @@ TEST_F(ConfigReadsTest, RevisionWithoutDigitsReadsAsZero) {
 
 TEST_F(ConfigReadsTest, InstancesComeBackMergedInRowOrderAndFiltered) {
   ConfigRow first = Vswitch("vs0", R"({"name":"vs0","mtu":9000})");
-  first.vital = R"({"uplinks":["vmnic0"]})";
+  first.vital = R"({"uplinks":["nic0"]})";
   first.revision = 3;
   InsertConfig(first);
   InsertConfig(Vswitch("vs1", R"({"name":"vs1","mtu":1500})"));
@@ -334,7 +334,7 @@ TEST_F(ConfigReadsTest, InstancesComeBackMergedInRowOrderAndFiltered) {
   auto all =
       GetConfigInstancesInternal(std::make_shared<FilterSpecObject>(kVswitchType), conn_, schema);
   EXPECT_THAT(Names(all), ElementsAre("vs0", "vs1", "vs2", "vs3"));
-  EXPECT_EQ(all[0]->GetData(), R"({"uplinks":["vmnic0"],"name":"vs0","mtu":9000})");
+  EXPECT_EQ(all[0]->GetData(), R"({"uplinks":["nic0"],"name":"vs0","mtu":9000})");
   EXPECT_EQ(all[0]->GetRevision(), 3);
   EXPECT_EQ(all[2]->GetData(), R"({"name":"vs2","mtu":1500})");  // unconfirmed user hidden
 
@@ -372,14 +372,14 @@ TEST_F(ConfigReadsTest, DefaultInstancesMergeAndFilter) {
     row.identifier = name;
     row.value = std::string(R"({"name":")") + name + R"(","mtu":)" +
                 (name == std::string("vs0") ? "1500" : "9000") + "}";
-    row.cached = R"({"uplinks":["vmnic9"],"mtu":1})";
+    row.cached = R"({"uplinks":["nic9"],"mtu":1})";
     InsertDefault(row);
   }
   auto schema = Schema(kVswitchType);
   auto filter = std::make_shared<FilterSpecObject>(kVswitchType);
   auto all = GetDefaultConfigInstancesInternal(filter, conn_, schema);
   ASSERT_THAT(Names(all), ElementsAre("vs0", "vs1"));
-  EXPECT_EQ(all[0]->GetData(), R"({"uplinks":["vmnic9"],"name":"vs0","mtu":1500})");
+  EXPECT_EQ(all[0]->GetData(), R"({"uplinks":["nic9"],"name":"vs0","mtu":1500})");
   filter->SetValue("mtu", 9000);
   EXPECT_THAT(Names(GetDefaultConfigInstancesInternal(filter, conn_, schema)), ElementsAre("vs1"));
   auto user = GetDefaultUserConfigInstancesInternal(kVswitchType, conn_, schema);

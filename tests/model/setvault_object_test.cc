@@ -95,7 +95,7 @@ TEST_F(SetvaultObjectTest, SingletonSubObjects) {
   EXPECT_EQ(MessageOf([&] { host.CreateSubObject(SubObjectId("ntp")); }), "Object already exists.");
   EXPECT_EQ(MessageOf([&] { host.GetSubObject(SubObjectId("ntp", "x")); }),
             "Singleton object should not contain instanceId: key ntp id x");
-  host.SetValue("hostname", "esx1");
+  host.SetValue("hostname", "node1");
   EXPECT_EQ(MessageOf([&] { host.GetSubObject(SubObjectId("hostname")); }),
             "Not a singleton SubObject: key hostname");
   EXPECT_EQ(host.GetSubObject(SubObjectId("syslog")), nullptr);
@@ -106,7 +106,7 @@ TEST_F(SetvaultObjectTest, SingletonSubObjects) {
   EXPECT_EQ(again->GetValue("enabled", &enabled), 1);
   EXPECT_TRUE(enabled);
   host.DeleteSubObject(SubObjectId("ntp"));
-  EXPECT_EQ(host.GetSerializedData(), R"({"hostname":"esx1"})");
+  EXPECT_EQ(host.GetSerializedData(), R"({"hostname":"node1"})");
   host.DeleteSubObject(SubObjectId("ntp"));
   EXPECT_TRUE(log_.Contains(1, "DeleteSubObject: Could not find key: ntp"));
 }
