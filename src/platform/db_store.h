@@ -92,6 +92,8 @@ sqlite3* GetSqliteHandle(const StoreConnection& conn);
 //   counts down, dooms the transaction so that the outer commit rolls back, and returns 1.
 //   2 when no transaction is open or the rollback failed.
 int BeginTransaction(const std::shared_ptr<StoreConnection>& conn);
+// True while a transaction begun through this layer is open on `conn`.
+bool InTransaction(const std::shared_ptr<StoreConnection>& conn);
 int CommitTransaction(const std::shared_ptr<StoreConnection>& conn);
 int CancelTransaction(const std::shared_ptr<StoreConnection>& conn);
 

@@ -80,6 +80,10 @@ int CommitTransaction(const std::shared_ptr<StoreConnection>& conn) {
   return 1;
 }
 
+bool InTransaction(const std::shared_ptr<StoreConnection>& conn) {
+  return conn && conn->depth > 0;
+}
+
 int CancelTransaction(const std::shared_ptr<StoreConnection>& conn) {
   if (!conn || conn->depth == 0) {
     SVLogger::Log(1, "Cancel without an open transaction");

@@ -1,6 +1,4 @@
 // The write operations of the store.
-#include <sqlite3.h>
-
 #include "db/config_reads.h"
 #include "db/config_writes.h"
 #include "model/update_merge.h"
@@ -44,7 +42,7 @@ std::shared_ptr<KorvoSchemaStore::SchemaObject> CheckInstancesCall(
 template <typename Body>
 void RunAtomically(const std::shared_ptr<DBStore::StoreConnection>& connection,
                    const char* operation, Body body) {
-  if (sqlite3_get_autocommit(DBStore::GetSqliteHandle(*connection)) != 0) {
+  if (!DBStore::InTransaction(connection)) {
     RunUnderTransaction(connection, operation, body);
   } else {
     body();
