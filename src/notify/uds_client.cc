@@ -20,7 +20,7 @@ std::string Reason() { return std::strerror(errno); }
 void SetSendTimeout(int descriptor) {
   timeval timeout{};
   timeout.tv_sec = UdsClient::kTimeoutMs / 1000;
-  timeout.tv_usec = (UdsClient::kTimeoutMs % 1000) * 1000;
+  timeout.tv_usec = static_cast<suseconds_t>(UdsClient::kTimeoutMs % 1000) * 1000;
   setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
 }
 
