@@ -83,58 +83,6 @@ TEST_F(StatementsTest, KeyValueStatementsSearchThePrimaryKey) {
   for (const std::string& line : plan) EXPECT_NE(line.rfind("SCAN ", 0), 0u) << line;
 }
 
-TEST_F(StatementsTest, WritersAndOtherReadersSearchTheKeyIndex) {
-  // A writer of the replacing kind: every carried-over column comes from a sub-select by
-  // the four key columns.
-  const std::string writer =
-      "INSERT OR REPLACE INTO Config ( Identifier, Name, ConfigGroup, Component, Version, "
-      "CreationTime, Revision, Success, DesiredValue, AutoConfValue, UserValue, CachedValue, "
-      "VitalValue ) VALUES ( ?1, ?2, ?3, ?4, ?5, "
-      "COALESCE( ( SELECT CreationTime FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
-      "ConfigGroup = ?3 AND Component = ?4 ), (DATETIME(CURRENT_TIMESTAMP)) ), "
-      "COALESCE( ( SELECT Revision FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
-      "ConfigGroup = ?3 AND Component = ?4 ), (0) ) + 1, "
-      "COALESCE( ( SELECT Success FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
-      "ConfigGroup = ?3 AND Component = ?4 ), (1) ), "
-      "( SELECT DesiredValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
-      "ConfigGroup = ?3 AND Component = ?4 ), "
-      "( SELECT AutoConfValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
-      "Configgroup = ?3 AND Component = ?4 ), "
-      "( SELECT UserValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
-      "ConfigGroup = ?3 AND Component = ?4 ), "
-      "( SELECT CachedValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
-      "ConfigGroup = ?3 AND Component = ?4 ), ?6 )";
-  std::vector<std::string> plan = QueryPlan(db_, writer);
-  int searches = 0;
-  for (const std::string& line : plan) {
-    EXPECT_NE(line.rfind("SCAN ", 0), 0u) << line;
-    if (line.find(kFourKeys) != std::string::npos) ++searches;
-  }
-  EXPECT_EQ(searches, 7);
-
-  EXPECT_TRUE(UsesIndex(db_,
-                        "DELETE FROM Config WHERE Name = ? AND ConfigGroup = ? AND "
-                        "Component = ?",
-                        kThreeKeys));
-  EXPECT_TRUE(UsesIndex(db_,
-                        "DELETE FROM 'Config' WHERE Name=? and ConfigGroup=? and "
-                        "Component=? and Identifier=?",
-                        kFourKeys));
-  EXPECT_TRUE(UsesIndex(db_,
-                        "UPDATE Config SET UserValue = NULL WHERE Name = ? AND "
-                        "ConfigGroup = ? AND Component = ?",
-                        kThreeKeys));
-  EXPECT_TRUE(UsesIndex(db_,
-                        "SELECT Version, Identifier, Value as UserValue, VitalValue, "
-                        "CachedValue FROM DesiredUserConfig WHERE BootAction = 'SET' AND "
-                        "Name = ? AND ConfigGroup = ? AND Component = ?",
-                        kThreeKeys));
-  EXPECT_TRUE(UsesIndex(db_,
-                        "SELECT Value, Identifier, Version FROM DefaultConfig WHERE "
-                        "Name = ? AND ConfigGroup = ? AND Component = ?",
-                        kThreeKeys));
-}
-
 TEST_F(StatementsTest, StatementObjectsReadTheRowsOfTheirKey) {
   ASSERT_EQ(RunSql(db_,
                    "INSERT INTO Config (Name, ConfigGroup, Component, Identifier, Version, "
