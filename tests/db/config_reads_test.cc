@@ -12,6 +12,7 @@
 #include "setvault/exceptions.h"
 #include "store/setvault_impl.h"
 #include "support/config_store.h"
+#include "support/expect_error.h"
 #include "support/log_capture.h"
 
 namespace KorvoSetvault {
@@ -40,18 +41,6 @@ std::vector<std::string> Names(const ObjectList& objects) {
   std::vector<std::string> names;
   for (const auto& object : objects) names.push_back(object->GetSetvaultObjectId().instanceId);
   return names;
-}
-
-// Runs `call`, expecting SetvaultException with `code` and `message`.
-template <typename Call>
-void ExpectFailure(Call call, int code, const std::string& message) {
-  try {
-    call();
-    ADD_FAILURE() << "no exception, expected " << message;
-  } catch (const SetvaultException& e) {
-    EXPECT_EQ(e.GetErrorCode(), code);
-    EXPECT_EQ(std::string(e.what()), message);
-  }
 }
 
 class ConfigReadsTest : public ConfigStoreTest {
@@ -216,8 +205,9 @@ TEST_F(ConfigReadsTest, ByBootAndContextPicksThePartTheWriterWorksOn) {
   host.user = R"({"hostname":"pending"})";
   host.success = 0;
   InsertConfig(host);
-  EXPECT_EQ(GetConfigByBootAndContext(kHost, conn_, USERDATA_CONTEXT{kExternalContext}, host_schema),
-            nullptr);
+  EXPECT_EQ(
+      GetConfigByBootAndContext(kHost, conn_, USERDATA_CONTEXT{kExternalContext}, host_schema),
+      nullptr);
 }
 
 TEST_F(ConfigReadsTest, DefaultsMergeValueOverVitalAndCached) {
@@ -537,7 +527,8 @@ TEST_F(ConfigReadsTest, SharedConfigurationReadsTypesMarkedShared) {
 
 TEST_F(ConfigReadsTest, SharedConfigurationNeedsTheSchemaDatabase) {
   SetSchemaStorePath(dir_.File("missing/schema.db"));
-  ExpectFailure([&] { GetSmartnicConfiguration(conn_); }, 2000, "Failed to attach schema store");
+  setvault_test::ExpectError([&] { GetSmartnicConfiguration(conn_); }, 2000,
+                             "Failed to attach schema store");
 }
 
 TEST_F(ConfigReadsTest, FailedStatementsNameTheRead) {
@@ -545,18 +536,20 @@ TEST_F(ConfigReadsTest, FailedStatementsNameTheRead) {
   Sql("DROP TABLE DefaultConfig");
   const SetvaultObjectId vs0("vswitch", "net", "korvo", "vs0");
   auto schema = Schema(kVswitchType);
-  ExpectFailure([&] { GetInternal(vs0, conn_, schema); }, 2000,
-                "Get failed: comp korvo grp net key vswitch id vs0");
-  ExpectFailure([&] { GetDefaultConfigInternal(vs0, conn_, schema); }, 2000,
-                "Get failed: comp korvo grp net key vswitch id vs0");
-  ExpectFailure(
+  setvault_test::ExpectError([&] { GetInternal(vs0, conn_, schema); }, 2000,
+                             "Get failed: comp korvo grp net key vswitch id vs0");
+  setvault_test::ExpectError([&] { GetDefaultConfigInternal(vs0, conn_, schema); }, 2000,
+                             "Get failed: comp korvo grp net key vswitch id vs0");
+  setvault_test::ExpectError(
       [&] {
         GetConfigInstancesInternal(std::make_shared<FilterSpecObject>(kVswitchType), conn_, schema);
       },
       2000, "Read Instances failed for: comp korvo grp net key vswitch");
-  ExpectFailure([&] { GetUserConfigContents(conn_); }, 2000, "Get store rows failed.");
-  ExpectFailure([&] { GetDefaultUserConfigMapList(vs0, conn_); }, 2000, "Get store rows failed.");
-  ExpectFailure([&] { GetSmartnicConfiguration(conn_); }, 2000, "Get store rows failed.");
+  setvault_test::ExpectError([&] { GetUserConfigContents(conn_); }, 2000, "Get store rows failed.");
+  setvault_test::ExpectError([&] { GetDefaultUserConfigMapList(vs0, conn_); }, 2000,
+                             "Get store rows failed.");
+  setvault_test::ExpectError([&] { GetSmartnicConfiguration(conn_); }, 2000,
+                             "Get store rows failed.");
   // The failed shared read still detached the schema database.
   EXPECT_EQ(Query("SELECT COUNT(*) FROM pragma_database_list WHERE name = 'ss'"), "0");
 }
@@ -575,14 +568,15 @@ TEST_F(ConfigReadsTest, BootFlagIsTrueOnlyForTheTextTrue) {
 
 TEST_F(ConfigReadsTest, BootFlagReadFailureThrows) {
   Sql("DROP TABLE KeyValue");
-  ExpectFailure([] { IsBoot(); }, 2000, "Failed to read value from database.");
+  setvault_test::ExpectError([] { IsBoot(); }, 2000, "Failed to read value from database.");
 }
 
 TEST_F(ConfigReadsTest, BootFlagWithoutStoreThrows1002) {
   dir_.WriteFile("plain", "x");
   const std::string path = dir_.File("plain/store.db");
   SetStorePath(path);
-  ExpectFailure([] { IsBoot(); }, 1002, "Cannot open the configuration store database " + path);
+  setvault_test::ExpectError([] { IsBoot(); }, 1002,
+                             "Cannot open the configuration store database " + path);
 }
 
 }  // namespace

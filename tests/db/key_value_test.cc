@@ -2,23 +2,12 @@
 #include "db/key_value.h"
 #include "platform/db_store_fixture.h"
 #include "setvault/exceptions.h"
+#include "support/expect_error.h"
 
 namespace setvault_test {
 namespace {
 
 using KorvoSetvault::SetvaultException;
-
-// Runs `call`, expecting a SetvaultException with `code` and `message`.
-template <typename Call>
-void ExpectThrows(Call call, int code, const std::string& message) {
-  try {
-    call();
-    ADD_FAILURE() << "no exception, expected " << message;
-  } catch (const SetvaultException& e) {
-    EXPECT_EQ(e.GetErrorCode(), code);
-    EXPECT_EQ(std::string(e.what()), message);
-  }
-}
 
 class KeyValueTest : public StoreTest {
  protected:
@@ -47,17 +36,17 @@ TEST_F(KeyValueTest, MissingStoreThrows1002WithThePath) {
   std::string path = dir_.File("plain/store.db");
   KorvoSetvault::SetStorePath(path);
   const std::string message = "Cannot open the configuration store database " + path;
-  ExpectThrows([] { KorvoSetvault::GetKeyValue("IS_BOOT"); }, 1002, message);
-  ExpectThrows([] { KorvoSetvault::SetKeyValue("IS_BOOT", "true"); }, 1002, message);
+  ExpectError([] { KorvoSetvault::GetKeyValue("IS_BOOT"); }, 1002, message);
+  ExpectError([] { KorvoSetvault::SetKeyValue("IS_BOOT", "true"); }, 1002, message);
 }
 
 TEST_F(KeyValueTest, FailedReadAndWriteNameTheKey) {
   RefuseWrites();
-  ExpectThrows([] { KorvoSetvault::SetKeyValue("NOTIFY_NEXD", "true"); }, 2000,
-               "Failed to write KV table for key: NOTIFY_NEXD");
+  ExpectError([] { KorvoSetvault::SetKeyValue("NOTIFY_NEXD", "true"); }, 2000,
+              "Failed to write KV table for key: NOTIFY_NEXD");
   RemoveTable();
-  ExpectThrows([] { KorvoSetvault::GetKeyValue("NOTIFY_NEXD"); }, 2000,
-               "Failed to read KV table for key: NOTIFY_NEXD");
+  ExpectError([] { KorvoSetvault::GetKeyValue("NOTIFY_NEXD"); }, 2000,
+              "Failed to read KV table for key: NOTIFY_NEXD");
 }
 
 TEST_F(KeyValueTest, RemediatedExactlyWhenBootModeIsOne) {
@@ -78,11 +67,11 @@ TEST_F(KeyValueTest, RemediatedExactlyWhenBootModeIsOne) {
 TEST_F(KeyValueTest, BootModeFailuresThrowTheirMessages) {
   auto conn = Conn();
   RefuseWrites();
-  ExpectThrows([&] { KorvoSetvault::MarkBootModeChanged(conn); }, 2000,
-               "Failed to write BootMode to database.");
+  ExpectError([&] { KorvoSetvault::MarkBootModeChanged(conn); }, 2000,
+              "Failed to write BootMode to database.");
   RemoveTable();
-  ExpectThrows([&] { KorvoSetvault::IsHostRemediated(conn); }, 2000,
-               "Failed to read value from database.");
+  ExpectError([&] { KorvoSetvault::IsHostRemediated(conn); }, 2000,
+              "Failed to read value from database.");
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "setvault/setvault_store.h"
 #include "store/setvault_impl.h"
 #include "support/config_store.h"
+#include "support/expect_error.h"
 #include "support/log_capture.h"
 
 namespace KorvoSetvault {
@@ -49,20 +50,6 @@ class StatementCounter {
   sqlite3* db_;
   int count_ = 0;
 };
-
-// Runs `call`, expecting an exception of type E with `code` and `message`.
-template <typename E, typename Call>
-void ExpectRefusal(Call call, int code, const std::string& message) {
-  try {
-    call();
-    ADD_FAILURE() << "no exception, expected " << message;
-  } catch (const E& e) {
-    EXPECT_EQ(e.GetErrorCode(), code);
-    EXPECT_EQ(std::string(e.what()), message);
-  } catch (const std::exception& e) {
-    ADD_FAILURE() << "other exception: " << e.what();
-  }
-}
 
 class StoreReadsTest : public ConfigStoreTest {
  protected:
@@ -171,12 +158,12 @@ TEST_F(StoreReadsTest, RevisionsOfOneOrEveryInstance) {
 
 TEST_F(StoreReadsTest, FailedRevisionAndInstanceIdQueriesThrow) {
   Sql("DROP TABLE Config");
-  ExpectRefusal<SetvaultException>([&] { store_->GetRevision(kHost); }, 2000,
-                                   "GetRevision command failed");
-  ExpectRefusal<SetvaultException>([&] { store_->GetInstancesRevision(kVswitchType); }, 2000,
-                                   "GetRevision command failed");
-  ExpectRefusal<SetvaultException>([&] { store_->GetInstanceIds(kVswitchType); }, 2000,
-                                   "GetInstanceIds failed");
+  setvault_test::ExpectError<SetvaultException>([&] { store_->GetRevision(kHost); }, 2000,
+                                                "GetRevision command failed");
+  setvault_test::ExpectError<SetvaultException>([&] { store_->GetInstancesRevision(kVswitchType); },
+                                                2000, "GetRevision command failed");
+  setvault_test::ExpectError<SetvaultException>([&] { store_->GetInstanceIds(kVswitchType); }, 2000,
+                                                "GetInstanceIds failed");
 }
 
 TEST_F(StoreReadsTest, DefaultConfigAndDefaultInstances) {
@@ -235,23 +222,31 @@ TEST_F(StoreReadsTest, RefusedReadsRunNoStatement) {
   auto unknown_filter = std::make_shared<FilterSpecObject>(unknown);
 
   StatementCounter counter(Db());
-  ExpectRefusal<SetvaultException>([&] { store_->Get(unknown); }, 1037, no_schema);
-  ExpectRefusal<ValidationException>([&] { store_->Get(host_with_id); }, 2000, singleton);
-  ExpectRefusal<ValidationException>([&] { store_->Get(kVswitchType); }, 2000, needs_id);
-  ExpectRefusal<SetvaultException>([&] { store_->GetDefaultConfig(unknown); }, 1037, no_schema);
-  ExpectRefusal<ValidationException>([&] { store_->GetDefaultConfig(host_with_id); }, 2000,
-                                     singleton);
-  ExpectRefusal<SetvaultException>([&] { store_->GetInstances(unknown_filter); }, 1037, no_schema);
-  ExpectRefusal<ValidationException>([&] { store_->GetInstances(host_filter); }, 2000,
-                                     not_instances);
-  ExpectRefusal<ValidationException>([&] { store_->GetDefaultConfigInstances(host_filter); }, 2000,
-                                     not_instances);
-  ExpectRefusal<ValidationException>([&] { store_->GetInstanceIds(kHost); }, 2000, not_instances);
-  ExpectRefusal<SetvaultException>([&] { store_->GetInstanceIds(unknown); }, 1037, no_schema);
-  ExpectRefusal<ValidationException>([&] { store_->GetRevision(kVswitchType); }, 2000, needs_id);
-  ExpectRefusal<SetvaultException>([&] { store_->GetRevision(unknown); }, 1037, no_schema);
-  ExpectRefusal<ValidationException>([&] { store_->GetInstancesRevision(kHost); }, 2000,
-                                     not_instances);
+  setvault_test::ExpectError<SetvaultException>([&] { store_->Get(unknown); }, 1037, no_schema);
+  setvault_test::ExpectError<ValidationException>([&] { store_->Get(host_with_id); }, 2000,
+                                                  singleton);
+  setvault_test::ExpectError<ValidationException>([&] { store_->Get(kVswitchType); }, 2000,
+                                                  needs_id);
+  setvault_test::ExpectError<SetvaultException>([&] { store_->GetDefaultConfig(unknown); }, 1037,
+                                                no_schema);
+  setvault_test::ExpectError<ValidationException>([&] { store_->GetDefaultConfig(host_with_id); },
+                                                  2000, singleton);
+  setvault_test::ExpectError<SetvaultException>([&] { store_->GetInstances(unknown_filter); }, 1037,
+                                                no_schema);
+  setvault_test::ExpectError<ValidationException>([&] { store_->GetInstances(host_filter); }, 2000,
+                                                  not_instances);
+  setvault_test::ExpectError<ValidationException>(
+      [&] { store_->GetDefaultConfigInstances(host_filter); }, 2000, not_instances);
+  setvault_test::ExpectError<ValidationException>([&] { store_->GetInstanceIds(kHost); }, 2000,
+                                                  not_instances);
+  setvault_test::ExpectError<SetvaultException>([&] { store_->GetInstanceIds(unknown); }, 1037,
+                                                no_schema);
+  setvault_test::ExpectError<ValidationException>([&] { store_->GetRevision(kVswitchType); }, 2000,
+                                                  needs_id);
+  setvault_test::ExpectError<SetvaultException>([&] { store_->GetRevision(unknown); }, 1037,
+                                                no_schema);
+  setvault_test::ExpectError<ValidationException>([&] { store_->GetInstancesRevision(kHost); },
+                                                  2000, not_instances);
   EXPECT_EQ(counter.count(), 0);
   // The counter does see the statements of an accepted read.
   store_->GetRevision(kHost);
@@ -260,7 +255,7 @@ TEST_F(StoreReadsTest, RefusedReadsRunNoStatement) {
 
 TEST_F(StoreReadsTest, MissingSchemaWinsOverTheInstanceIdRule) {
   // An unknown type with an instance id: 1037, not an instance-id refusal.
-  ExpectRefusal<SetvaultException>(
+  setvault_test::ExpectError<SetvaultException>(
       [&] { store_->Get(SetvaultObjectId("nothing", "here", "korvo", "x")); }, 1037,
       "Schema not found for comp korvo grp here key nothing id x");
 }
@@ -339,10 +334,10 @@ TEST_F(StoreReadsTest, ValidateReportsIdentityProblemsAsOneFinding) {
 // --- Store handle and next-boot store -------------------------------------
 
 TEST_F(StoreReadsTest, OnlyTheEmptyNamespaceOpensAStore) {
-  ExpectRefusal<InvalidArgumentException>([] { Setvault::GetStore("other"); }, 2000,
-                                          "Invalid value for namespace.");
-  ExpectRefusal<InvalidArgumentException>([] { Setvault::GetStore(std::string(1, '\0')); }, 2000,
-                                          "Invalid value for namespace.");
+  setvault_test::ExpectError<InvalidArgumentException>([] { Setvault::GetStore("other"); }, 2000,
+                                                       "Invalid value for namespace.");
+  setvault_test::ExpectError<InvalidArgumentException>(
+      [] { Setvault::GetStore(std::string(1, '\0')); }, 2000, "Invalid value for namespace.");
   auto second = Setvault::GetStore(sGlobalNamespace);
   ASSERT_NE(second, nullptr);
   EXPECT_NE(second, store_);  // a new store each call
@@ -354,10 +349,10 @@ TEST_F(StoreReadsTest, UnreachableDatabase) {
   dir_.WriteFile("plain", "x");
   SetStorePath(dir_.File("plain/store.db"));
   EXPECT_EQ(GetDBStore(DBStore::kConfigStore, false), nullptr);
-  ExpectRefusal<SetvaultException>([] { GetDBStore(DBStore::kConfigStore, true); }, 2000,
-                                   "Failed to connect to database");
-  ExpectRefusal<SetvaultException>([] { Setvault::GetStore(""); }, 2000,
-                                   "Failed to connect to database");
+  setvault_test::ExpectError<SetvaultException>([] { GetDBStore(DBStore::kConfigStore, true); },
+                                                2000, "Failed to connect to database");
+  setvault_test::ExpectError<SetvaultException>([] { Setvault::GetStore(""); }, 2000,
+                                                "Failed to connect to database");
 }
 
 TEST_F(StoreReadsTest, NextBootStoreIsRefusedDuringBootAndUpgrade) {
