@@ -68,7 +68,10 @@ SETVAULT_EXPORT int GetBootInfo();
 SETVAULT_EXPORT int SetBootStatus(const SetvaultObjectId& id, bool status);
 // Confirms the part of the next-boot value that `object` carries: merges it
 // into the confirmed user value and clears the desired value once the two are
-// equal. All writes are one transaction: a refusal changes nothing. Returns
+// equal. A pending value held in an unconfirmed UserValue is staged first; a
+// confirmed row's desired value is kept as it is. The type's schema is checked
+// before the data. All writes are one transaction: a refusal changes nothing.
+// Returns
 // quietly for an empty pointer; throws SetvaultException 1037 for a type
 // without schema, ValidationException 1088 for invalid data, and 2000
 // "desired config is empty" or "partial config being restored is not part of
