@@ -318,14 +318,16 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
   sqlite3_trace_v2(Db(), SQLITE_TRACE_STMT, CollectStatement, &statements);
   for (size_t i = 0; i < refusals.size(); ++i) {
     const std::string message = ExpectThrow<SetvaultException>(refusals[i].call, refusals[i].code);
-    if (!refusals[i].message.empty()) EXPECT_EQ(message, refusals[i].message) << i;
+    if (!refusals[i].message.empty()) {
+      EXPECT_EQ(message, refusals[i].message) << i;
+    }
   }
   // Empty pointers are not refusals: nothing happens.
   next_boot_->Set(nullptr);
   EXPECT_TRUE(next_boot_->GetInstances(nullptr).empty());
   next_boot_->DeleteInstances(nullptr);
   sqlite3_trace_v2(Db(), 0, nullptr, nullptr);
-  EXPECT_TRUE(statements.empty()) << statements.front();
+  EXPECT_EQ(statements, std::vector<std::string>{});
 }
 
 TEST_F(NextBootTest, HostFunctionsReportBadInputClearly) {
