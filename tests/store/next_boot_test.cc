@@ -356,6 +356,15 @@ TEST_F(NextBootTest, HostFunctionsReportBadInputClearly) {
         "API should only be invoked for Kernel options configuration.");
   }
 
+  KorvoSetvault::SetKeyValue("IS_BOOT", "true");
+  ExpectError<ValidationException>(
+      [] {
+        KorvoSetvault::UpdateKernelOptions(
+            KorvoSetvault::CreateObject(kOptions, R"({"iommu":true})"));
+      },
+      2000, "API cannot be invoked with EXTERNAL context during boot");
+  EXPECT_EQ(Column(kOptions, "DesiredValue"), R"({"hugePages":-5})");
+
   for (const char* text : {"", "not json", "{\"type\":"}) {
     KorvoSetvault::SetKeyValue("BOOT_INFO", text);
     ExpectError([] { KorvoSetvault::GetBootInfo(); }, 2000, "Failed to read BOOT_INFO database.");
