@@ -18,6 +18,7 @@
 #include "setvault/export.h"
 #include "setvault/filter_spec_object.h"
 #include "setvault/format.h"
+#include "setvault/host_functions.h"
 #include "setvault/host_setup.h"
 #include "setvault/json_doc.h"
 #include "setvault/logger.h"

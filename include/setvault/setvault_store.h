@@ -34,10 +34,59 @@ namespace KorvoSetvault {
 // The only namespace GetStore accepts: the empty string.
 SETVAULT_EXPORT extern const std::string sGlobalNamespace;
 
-// The next-boot store: configuration staged for the next boot of the host.
+// The next-boot store: configuration of types tagged "@rebootRequiredSetvault",
+// staged for the next boot of the host (Setvault::GetNextBootStore hands it
+// out). Each staged object is one pending action per instance: a value to set
+// or a deletion; a later action of the same instance replaces the earlier one.
+//
+//   auto next_boot = store->GetNextBootStore();
+//   next_boot->Set(scheduler);       // applied at the next boot
+//   auto staged = next_boot->Get(scheduler->GetSetvaultObjectId());
+//
+// Every operation refuses a type without the tag (ValidationException 2000)
+// before touching the database. Each write is one transaction of its own on
+// the store's connection (nested in the caller's when one is open); while
+// the host is being remediated ("BOOT_MODE" is "1") every write throws
+// SetvaultException 2000 "Korvo host is being remediated by QCM, cannot set
+// next-boot configuration." and changes nothing; after a successful set or
+// delete "BOOT_MODE" holds "4". A handle keeps only the connection alive.
 class SETVAULT_EXPORT NextBootStore {
  public:
-  virtual ~NextBootStore();
+  // The value staged with "SET" for `id`, or empty when none is staged.
+  // Throws 1037 for a type without schema and ValidationException 2000 when
+  // the instance id does not fit the type.
+  virtual std::shared_ptr<SetvaultObject> Get(const SetvaultObjectId& id) = 0;
+  // Stages the object (split into its user, vital and cached parts) to be set
+  // at the next boot. Returns quietly for an empty pointer; throws
+  // ValidationException 1089 (with every finding) for invalid data and 2000
+  // for an empty object.
+  virtual void Set(std::shared_ptr<SetvaultObject> object) = 0;
+  // Stages the deletion of the object (of its instance, for a multi-instance
+  // type). The row records the schema's version.
+  virtual void Delete(const SetvaultObjectId& id) = 0;
+  // Drops every staged action of the type `id` names (any instance id is
+  // ignored). Writes no boot-mode mark.
+  virtual void Reset(const SetvaultObjectId& id) = 0;
+  // Stages every object of one multi-instance type in one transaction.
+  // Empty pointers are skipped; throws InvalidArgumentException 1061 when
+  // none is left and 1062 for mixed types, and validates every object before
+  // anything is written.
+  virtual void SetInstances(std::vector<std::shared_ptr<SetvaultObject>> objects) = 0;
+  // The staged "SET" values of the filter's type that match the filter, in
+  // database order; empty for an empty pointer.
+  virtual std::vector<std::shared_ptr<SetvaultObject>> GetInstances(
+      const std::shared_ptr<FilterSpecObject>& filter) = 0;
+  // Stages the deletion of the instances the filter names: the one its id
+  // names when it carries an instance id and no criteria; otherwise every
+  // instance, stored or staged with "SET", whose value matches the filter
+  // (the staged value where one is staged). Returns quietly for an empty
+  // pointer.
+  virtual void DeleteInstances(const std::shared_ptr<FilterSpecObject>& filter) = 0;
+
+ protected:
+  // Not virtual, so that the seven operations keep the first slots; a handle
+  // is owned only by the shared pointer that made it with its concrete type.
+  ~NextBootStore() = default;
 };
 
 class SETVAULT_EXPORT Setvault {
@@ -48,8 +97,10 @@ class SETVAULT_EXPORT Setvault {
   // to connect to database" when the database cannot be opened.
   static std::shared_ptr<Setvault> GetStore(const std::string& nameSpace);
 
-  // The next-boot store. Throws ValidationException 2000 during an upgrade or
-  // while the host boots.
+  // A new next-boot store on this store's connection. Throws
+  // ValidationException 2000 "NextBootStore is not supported during the
+  // upgrade or boot phase" (with no findings) during an upgrade or while the
+  // host boots.
   virtual std::shared_ptr<NextBootStore> GetNextBootStore() = 0;
   // The stored object (all its origins merged), or empty when none is stored.
   // Throws SetvaultException 1037 for a type without schema and

@@ -1,6 +1,7 @@
 #include "db/config_writes.h"
 
 #include "db/object_split.h"
+#include "db/statement_binds.h"
 #include "model/setvault_object_impl.h"
 #include "platform/upgrade_ctx.h"
 #include "setvault/exceptions.h"
@@ -140,46 +141,6 @@ const KeyStatement3 kRevisionMapSql(
 
 [[noreturn]] void Fail(const std::string& message) {
   throw SetvaultException(SV_ERR_GENERIC, message.c_str());
-}
-
-std::optional<std::string_view> Nullable(const std::optional<std::string>& text) {
-  if (!text) return std::nullopt;
-  return std::string_view(*text);
-}
-
-// Binds ?1 to ?5: instance id, name, group, component, version. `version`
-// must outlive the statement's execution. True when every bind succeeded.
-bool BindKeyAndVersion(const ConnectionPtr& conn, const DBStore::StmtPtr& stmt, int& index,
-                       const SetvaultObjectId& id, const std::string& version) {
-  using DBStore::internal::Bind;
-  return Bind(conn, stmt, index, id.instanceId, false) == 0 &&
-         Bind(conn, stmt, index, id.key, false) == 0 &&
-         Bind(conn, stmt, index, id.group, false) == 0 &&
-         Bind(conn, stmt, index, id.component, false) == 0 &&
-         Bind(conn, stmt, index, version, false) == 0;
-}
-
-// Binds name, group, component and instance id (the WHERE of the UPDATEs).
-bool BindWhereKey(const ConnectionPtr& conn, const DBStore::StmtPtr& stmt, int& index,
-                  const SetvaultObjectId& id) {
-  using DBStore::internal::Bind;
-  return Bind(conn, stmt, index, id.key, false) == 0 &&
-         Bind(conn, stmt, index, id.group, false) == 0 &&
-         Bind(conn, stmt, index, id.component, false) == 0 &&
-         Bind(conn, stmt, index, id.instanceId, false) == 0;
-}
-
-// Binds the user, vital and cached parts, each NULL when absent.
-bool BindParts(const ConnectionPtr& conn, const DBStore::StmtPtr& stmt, int& index,
-               const SplitParts& parts) {
-  using DBStore::internal::Bind;
-  return Bind(conn, stmt, index, Nullable(parts.user)) == 0 &&
-         Bind(conn, stmt, index, Nullable(parts.vital)) == 0 &&
-         Bind(conn, stmt, index, Nullable(parts.cached)) == 0;
-}
-
-bool Execute(const ConnectionPtr& conn, const DBStore::StmtPtr& stmt) {
-  return stmt && DBStore::ExecuteStmt(conn, stmt, nullptr, nullptr, DBStore::kBusyTimeoutMs) == 0;
 }
 
 // The cached, vital and auto-configuration writers: ?6 is the object's data.

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "document/json_parse.h"
 #include "platform/db_store.h"
 #include "setvault/exceptions.h"
 #include "setvault/host_setup.h"
@@ -11,6 +12,8 @@ namespace {
 
 const char kIsBootKey[] = "IS_BOOT";
 const char kNotifyKey[] = "NOTIFY_NEXD";
+const char kBootInfoKey[] = "BOOT_INFO";
+const char kBootInfoType[] = "type";
 const char kTrue[] = "true";
 
 std::shared_ptr<DBStore::StoreConnection> OwnConnection() {
@@ -35,6 +38,21 @@ bool IsNexdNotificationEnabled() {
   std::string value;
   if (DBStore::ReadKeyValue(kNotifyKey, &value, conn) != 0) return false;
   return value == kTrue;
+}
+
+int GetBootInfo() {
+  std::string text;
+  JsonDocument info;
+  if (DBStore::ReadKeyValue(kBootInfoKey, &text, OwnConnection()) != 0 ||
+      !ParseJsonText(text, info)) {
+    throw SetvaultException(SV_ERR_GENERIC, "Failed to read BOOT_INFO database.");
+  }
+  if (info.IsObject()) {
+    auto type = info.FindMember(kBootInfoType);
+    if (type != info.MemberEnd() && type->value.IsInt()) return type->value.GetInt();
+  }
+  ThrowException<SetvaultException, const char*>(SV_ERR_JSON,
+                                                 "BOOT_INFO has no integer member \"type\"");
 }
 
 }  // namespace KorvoSetvault

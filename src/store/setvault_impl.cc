@@ -8,7 +8,6 @@ namespace KorvoSetvault {
 
 const std::string sGlobalNamespace;
 
-NextBootStore::~NextBootStore() = default;
 Setvault::~Setvault() = default;
 
 std::shared_ptr<DBStore::StoreConnection> GetDBStore(DBStore::Type type, bool mustConnect) {

@@ -5,6 +5,7 @@
 #include "db/host_flags.h"
 #include "platform/upgrade_ctx.h"
 #include "store/api_log.h"
+#include "store/next_boot_store.h"
 #include "store/setvault_impl.h"
 #include "validation/guards.h"
 #include "validation/schema_validation.h"
@@ -139,9 +140,7 @@ std::shared_ptr<NextBootStore> SetvaultImpl::GetNextBootStore() {
     throw ValidationException(SV_ERR_GENERIC,
                               "NextBootStore is not supported during the upgrade or boot phase");
   }
-  // The next-boot store's operations are not available yet; the handle is
-  // the interface alone.
-  return std::make_shared<NextBootStore>();
+  return std::make_shared<NextBootStoreImpl>(connection_);
 }
 
 }  // namespace KorvoSetvault

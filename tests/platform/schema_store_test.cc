@@ -67,7 +67,7 @@ class ExampleSchemaTest : public SchemaStoreTest {
  protected:
   void SetUp() override {
     SchemaStoreTest::SetUp();
-    ASSERT_EQ(KorvoSetvault::LoadSchemaDefinitions(ExampleSchemas()), 8u);
+    ASSERT_EQ(KorvoSetvault::LoadSchemaDefinitions(ExampleSchemas()), 9u);
   }
 };
 
@@ -148,7 +148,7 @@ TEST_F(ExampleSchemaTest, UnknownTypesHaveNoSchema) {
   EXPECT_EQ(Lookup("korvo", "net", "vswitches"), nullptr);
   EXPECT_EQ(Lookup("korvo", "hvcore", "Options"), nullptr);
   EXPECT_EQ(Lookup("nicmgr", "net", "vswitch"), nullptr);
-  EXPECT_EQ(SchemaStore::GetCache()->Size(), 8u);
+  EXPECT_EQ(SchemaStore::GetCache()->Size(), 9u);
   EXPECT_EQ(SchemaStore::GetCache()->GetSchemaObject("korvo", "net", "dns"),
             Lookup("korvo", "net", "dns"));
 }
@@ -200,7 +200,7 @@ TEST_F(SchemaStoreTest, MissingDatabaseReadsAsEmptyUntilCreated) {
   EXPECT_EQ(SchemaStore::GetCache()->Size(), 0u);
   EXPECT_EQ(Lookup("korvo", "net", "vswitch"), nullptr);
   EXPECT_EQ(log.CountStartingWith(1, "Schema database " + database_ + " does not exist"), 1);
-  ASSERT_EQ(KorvoSetvault::LoadSchemaDefinitions(ExampleSchemas()), 8u);
+  ASSERT_EQ(KorvoSetvault::LoadSchemaDefinitions(ExampleSchemas()), 9u);
   EXPECT_NE(Lookup("korvo", "net", "vswitch"), nullptr);
 }
 

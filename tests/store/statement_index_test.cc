@@ -50,7 +50,7 @@ std::string QueryPlan(sqlite3* db, const std::string& sql) {
 bool IsKeyLookup(const std::string& sql) {
   return sql.find("Name = ?") != std::string::npos || sql.find("Name=?") != std::string::npos ||
          sql.find("Identifier = ?") != std::string::npos ||
-         sql.find("Key = ?") != std::string::npos;
+         sql.find("Key = ?") != std::string::npos || sql.find("Name = '") != std::string::npos;
 }
 
 class StatementIndexTest : public WriteStoreTest {};
@@ -69,8 +69,10 @@ TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
   store_->Update(Object(host, R"({"timezone": "UTC"})"), kExternal);
   store_->Update(Object(host, R"({"timezone": "CET"})"), kAutoConfig);
   store_->Set(Object(vs0, R"({"name": "vs0", "mtu": 9000})"), kExternal);
-  store_->SetInstances({Object(SetvaultObjectId("vswitch", "net", "korvo", "vs1"), R"({"name": "vs1", "mtu": 1500})"),
-                        Object(SetvaultObjectId("vswitch", "net", "korvo", "vs2"), R"({"name": "vs2", "mtu": 9000})")},
+  store_->SetInstances({Object(SetvaultObjectId("vswitch", "net", "korvo", "vs1"),
+                               R"({"name": "vs1", "mtu": 1500})"),
+                        Object(SetvaultObjectId("vswitch", "net", "korvo", "vs2"),
+                               R"({"name": "vs2", "mtu": 9000})")},
                        kExternal);
   store_->Get(host);
   store_->GetDefaultConfig(host);
@@ -86,6 +88,26 @@ TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
   store_->Delete(vs0);
   store_->DeleteInstances(
       std::make_shared<FilterSpecObject>(SetvaultObjectId("vswitch", "net", "korvo")));
+  // Next-boot staging, kernel options and boot confirmation.
+  const SetvaultObjectId device("pciPassthrough", "hvcore", "korvo", "0000:01:00.0");
+  auto next_boot = store_->GetNextBootStore();
+  next_boot->Set(
+      Object(SetvaultObjectId("cpuScheduler", "hvcore", "korvo"), R"({"reservedCores": 2})"));
+  next_boot->SetInstances({Object(device, R"({"address": "0000:01:00.0", "enabled": true})")});
+  next_boot->Get(device);
+  auto devices =
+      std::make_shared<FilterSpecObject>(SetvaultObjectId("pciPassthrough", "hvcore", "korvo"));
+  next_boot->GetInstances(devices);
+  next_boot->Delete(device);
+  next_boot->DeleteInstances(devices);
+  next_boot->Reset(device);
+  const SetvaultObjectId kernel("options", "hvcore", "korvo");
+  KorvoSetvault::UpdateKernelOptions(Object(kernel, R"({"hugePages": 2, "iommu": true})"));
+  KorvoSetvault::SetPartialBootStatus(Object(kernel, R"({"iommu": true})"));
+  KorvoSetvault::SetBootStatus(kernel, true);
+  KorvoSetvault::SetBootStatus(SetvaultObjectId("vswitch", "net", "korvo"), true);
+  KorvoSetvault::SetKeyValue("BOOT_MODE", "1");
+  KorvoSetvault::GetKernelOptions(kernel);
   // Reads and column clears no public operation reaches yet.
   auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
   const SetvaultObjectId vswitches("vswitch", "net", "korvo");

@@ -1,0 +1,390 @@
+// Next-boot staging and boot confirmation through the public API on a real store file: the
+// boot cycle of a host, the refusal while the host is remediated, the guards that run before
+// any statement, and writes that leave nothing behind when a statement fails.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "model/setvault_object_impl.h"
+#include "setvault/setvault.h"
+#include "store/store_fixture.h"
+#include "support/expect_error.h"
+
+namespace setvault_test {
+namespace {
+
+using KorvoSetvault::FilterSpecObject;
+using KorvoSetvault::NextBootStore;
+using KorvoSetvault::SetvaultException;
+using KorvoSetvault::ValidationException;
+
+const SetvaultObjectId kScheduler("cpuScheduler", "hvcore", "korvo");
+const SetvaultObjectId kOptions("options", "hvcore", "korvo");
+const SetvaultObjectId kDevices("pciPassthrough", "hvcore", "korvo");
+const SetvaultObjectId kHost("host", "system", "korvo");
+
+SetvaultObjectId Device(const std::string& address) {
+  return SetvaultObjectId("pciPassthrough", "hvcore", "korvo", address);
+}
+std::shared_ptr<SetvaultObject> DeviceObject(const std::string& address, bool enabled) {
+  return KorvoSetvault::CreateObject(
+      Device(address),
+      R"({"address":")" + address + R"(","enabled":)" + (enabled ? "true" : "false") + "}");
+}
+// An object of a type the schema store does not know.
+std::shared_ptr<SetvaultObject> SchemaLess(const SetvaultObjectId& id) {
+  KorvoSetvault::SetvaultObjectImpl::Parts parts;
+  parts.id = id;
+  return std::make_shared<SetvaultObject>(
+      std::make_shared<KorvoSetvault::SetvaultObjectImpl>(std::move(parts)));
+}
+std::shared_ptr<FilterSpecObject> DeviceFilter(const char* json) {
+  auto filter = std::make_shared<FilterSpecObject>(kDevices);
+  filter->SetData(json);
+  return filter;
+}
+
+class NextBootTest : public WriteStoreTest {
+ protected:
+  void SetUp() override {
+    WriteStoreTest::SetUp();
+    next_boot_ = store_->GetNextBootStore();
+  }
+
+  // The staged actions, one "identifier|action|value|vital|version" per row, in key order.
+  std::string Staged() {
+    return QueryText(Db(),
+                     "SELECT group_concat(Identifier || '|' || BootAction || '|' || "
+                     "IFNULL(Value, '-') || '|' || IFNULL(VitalValue, '-') || '|' || Version, "
+                     "' ; ') FROM (SELECT * FROM DesiredUserConfig ORDER BY Name, Identifier)");
+  }
+  // Every row of every table the library writes, for before/after comparison.
+  std::string Everything() {
+    return Staged() + "\n" +
+           QueryText(Db(),
+                     "SELECT group_concat(Name || Identifier || IFNULL(UserValue, '-') || "
+                     "IFNULL(DesiredValue, '-') || Success || Revision, ' ; ') FROM Config") +
+           "\n" + QueryText(Db(), "SELECT group_concat(Key || '=' || Value) FROM KeyValue");
+  }
+  std::string Data(const std::shared_ptr<SetvaultObject>& object) {
+    return object ? object->GetData() : "<none>";
+  }
+
+  std::shared_ptr<NextBootStore> next_boot_;
+};
+
+TEST_F(NextBootTest, BootCycleOfAHost) {
+  // Staging: a singleton, instances (the vital member split off) and their deletions.
+  next_boot_->Set(KorvoSetvault::CreateObject(kScheduler, R"({"reservedCores":2})"));
+  EXPECT_EQ(Data(next_boot_->Get(kScheduler)), R"({"reservedCores":2})");
+  store_->Set(DeviceObject("0000:01:00.0", false), kExternal);  // stored, disabled now
+  auto staged_b = DeviceObject("0000:02:00.0", false);
+  staged_b->SetValue("deviceId", "10de:1eb8");
+  next_boot_->SetInstances(
+      {DeviceObject("0000:01:00.0", true), staged_b, DeviceObject("0000:03:00.0", true)});
+  EXPECT_EQ(KorvoSetvault::GetKeyValue("BOOT_MODE"), "4");
+  // A filter matches the value each instance has at the next boot: 01 is staged enabled.
+  next_boot_->DeleteInstances(DeviceFilter(R"({"enabled":false})"));
+  next_boot_->Delete(kScheduler);
+  EXPECT_EQ(Staged(),
+            "|DELETE|-|-|1.1 ; "
+            "0000:01:00.0|SET|{\"address\":\"0000:01:00.0\",\"enabled\":true}|-| ; "
+            "0000:02:00.0|DELETE_INSTANCE|-|-|1.2 ; "
+            "0000:03:00.0|SET|{\"address\":\"0000:03:00.0\",\"enabled\":true}|-|");
+  EXPECT_EQ(next_boot_->Get(kScheduler), nullptr);
+  std::vector<std::string> staged;
+  for (const auto& object : next_boot_->GetInstances(DeviceFilter(R"({"enabled":true})"))) {
+    staged.push_back(object->GetSetvaultObjectId().instanceId);
+  }
+  EXPECT_EQ(staged, (std::vector<std::string>{"0000:01:00.0", "0000:03:00.0"}));
+  next_boot_->Reset(kDevices);
+  EXPECT_EQ(Staged(), "|DELETE|-|-|1.1");
+
+  // Kernel options: staged and read back at once, the running value kept.
+  KorvoSetvault::UpdateKernelOptions(
+      KorvoSetvault::CreateObject(kOptions, R"({"hugePages":512,"logLevel":"debug"})"));
+  EXPECT_EQ(Data(KorvoSetvault::GetKernelOptions(kOptions)),
+            R"({"hugePages":512,"logLevel":"debug"})");
+  EXPECT_EQ(Column(kOptions, "UserValue"), "<null>");
+  // Partial confirmation: the confirmed part is merged, the desired value stays until all
+  // of it is applied.
+  KorvoSetvault::SetPartialBootStatus(
+      KorvoSetvault::CreateObject(kOptions, R"({"hugePages":512})"));
+  EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512})");
+  EXPECT_EQ(Data(KorvoSetvault::GetDesiredUserConfig(kOptions, KorvoSetvault::kDesiredUserOnly)),
+            R"({"hugePages":512,"logLevel":"debug"})");
+  KorvoSetvault::SetPartialBootStatus(
+      KorvoSetvault::CreateObject(kOptions, R"({"logLevel":"debug"})"));
+  EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512,"logLevel":"debug"})");
+  EXPECT_EQ(Column(kOptions, "DesiredValue"), "<null>");
+  // Whole-object confirmation.
+  KorvoSetvault::UpdateKernelOptions(KorvoSetvault::CreateObject(kOptions, R"({"iommu":false})"));
+  const int revision = store_->GetRevision(kOptions);
+  EXPECT_EQ(KorvoSetvault::SetBootStatus(kOptions, false), 0);
+  EXPECT_NE(Column(kOptions, "DesiredValue"), "<null>");
+  EXPECT_EQ(KorvoSetvault::SetBootStatus(kOptions, true), 0);
+  EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512,"logLevel":"debug","iommu":false})");
+  EXPECT_EQ(Column(kOptions, "DesiredValue"), "<null>");
+  EXPECT_EQ(store_->GetRevision(kOptions), revision);
+
+  // The host flags as the host's start-up code writes them.
+  KorvoSetvault::SetKeyValue("BOOT_INFO", R"({"type":3,"reason":"upgrade"})");
+  EXPECT_EQ(KorvoSetvault::GetBootInfo(), 3);
+  EXPECT_FALSE(KorvoSetvault::IsNexdNotificationEnabled());
+  KorvoSetvault::SetKeyValue("NOTIFY_NEXD", "true");
+  EXPECT_TRUE(KorvoSetvault::IsNexdNotificationEnabled());
+  // While remediated, the kernel options read shows what is staged for the next boot.
+  next_boot_->Set(KorvoSetvault::CreateObject(kOptions, R"({"logLevel":"error"})"));
+  KorvoSetvault::SetKeyValue("BOOT_MODE", "1");
+  EXPECT_EQ(Data(KorvoSetvault::GetKernelOptions(kOptions)), R"({"logLevel":"error"})");
+  KorvoSetvault::SetKeyValue("IS_BOOT", "true");
+  EXPECT_TRUE(KorvoSetvault::IsBoot());
+  EXPECT_THROW(store_->GetNextBootStore(), ValidationException);
+}
+
+TEST_F(NextBootTest, PartialConfirmationOfAnUnconfirmedValueAndItsRefusals) {
+  // A user value written during an upgrade waits unconfirmed (Success 0).
+  KorvoSetvault::SetKeyValue("UPGRADE_CTX", "2");
+  store_->Set(Object(kHost, R"({"hostname":"h1","timezone":"UTC"})"), kExternal);
+  KorvoSetvault::SetKeyValue("UPGRADE_CTX", "0");
+  ASSERT_EQ(Column(kHost, "Success"), "0");
+  EXPECT_EQ(Data(KorvoSetvault::GetDesiredUserConfig(kHost, KorvoSetvault::kDesiredWithAllParts)),
+            R"({"hostname":"h1","timezone":"UTC"})");
+
+  const std::string before = Everything();
+  ExpectError([&] { KorvoSetvault::SetPartialBootStatus(Object(kHost, R"({"hostname":"h2"})")); },
+              2000, "partial config being restored is not part of desired config");
+  ExpectError(
+      [&] {
+        KorvoSetvault::SetPartialBootStatus(
+            Object(SetvaultObjectId("cpuScheduler", "hvcore", "korvo"), R"({"reservedCores":1})"));
+      },
+      2000, "desired config is empty");
+  ExpectThrow<SetvaultException>(
+      [&] { KorvoSetvault::SetPartialBootStatus(SchemaLess(SetvaultObjectId("gone", "x", "y"))); },
+      1037);
+  EXPECT_EQ(Everything(), before);
+
+  KorvoSetvault::SetPartialBootStatus(Object(kHost, R"({"hostname":"h1"})"));
+  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"h1"})");
+  EXPECT_EQ(Column(kHost, "Success"), "1");
+  EXPECT_EQ(Column(kHost, "DesiredValue"), R"({"hostname":"h1","timezone":"UTC"})");
+}
+
+// Every next-boot write of the table, with the message it fails with.
+struct NextBootWrite {
+  const char* name;
+  std::function<void(NextBootStore&)> call;
+};
+
+std::vector<NextBootWrite> AllWrites() {
+  return {
+      {"Set",
+       [](NextBootStore& nb) {
+         nb.Set(KorvoSetvault::CreateObject(kScheduler, R"({"numaBalancing":true})"));
+       }},
+      {"SetInstances",
+       [](NextBootStore& nb) { nb.SetInstances({DeviceObject("0000:05:00.0", true)}); }},
+      {"Delete", [](NextBootStore& nb) { nb.Delete(kScheduler); }},
+      {"DeleteInstances", [](NextBootStore& nb) { nb.DeleteInstances(DeviceFilter("{}")); }},
+      {"Reset", [](NextBootStore& nb) { nb.Reset(kDevices); }},
+  };
+}
+
+TEST_F(NextBootTest, RemediatedHostRefusesEveryChangeAndAChangeMarksTheBootMode) {
+  next_boot_->SetInstances({DeviceObject("0000:01:00.0", true)});
+  KorvoSetvault::SetKeyValue("BOOT_MODE", "1");
+  const std::string before = Everything();
+  for (const auto& write : AllWrites()) {
+    ExpectError([&] { write.call(*next_boot_); }, 2000,
+                "Korvo host is being remediated by QCM, cannot set next-boot configuration.");
+    EXPECT_EQ(Everything(), before) << write.name;
+  }
+  for (const auto& write : AllWrites()) {
+    KorvoSetvault::SetKeyValue("BOOT_MODE", "0");
+    write.call(*next_boot_);
+    // A set or delete marks the change; clearing the staged actions does not.
+    EXPECT_EQ(KorvoSetvault::GetKeyValue("BOOT_MODE"),
+              write.name == std::string("Reset") ? "0" : "4")
+        << write.name;
+  }
+}
+
+TEST_F(NextBootTest, FailedWriteLeavesTheStoreAsItWas) {
+  next_boot_->SetInstances({DeviceObject("0000:01:00.0", true)});
+  next_boot_->Set(KorvoSetvault::CreateObject(kScheduler, R"({"reservedCores":4})"));
+  store_->Set(DeviceObject("0000:01:00.0", false), kExternal);
+  KorvoSetvault::SetKeyValue("BOOT_MODE", "0");
+  const std::string before = Everything();
+  // The boot-mode mark is the last statement of a set or delete: failing it must undo the
+  // staged rows written before it.
+  ASSERT_EQ(RunSql(Db(),
+                   "CREATE TRIGGER Fault BEFORE INSERT ON KeyValue "
+                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
+            SQLITE_OK);
+  for (const auto& write : AllWrites()) {
+    if (write.name == std::string("Reset")) continue;
+    ExpectError([&] { write.call(*next_boot_); }, 2000, "Failed to write BootMode to database.");
+    EXPECT_EQ(Everything(), before) << write.name;
+  }
+  ASSERT_EQ(RunSql(Db(), "DROP TRIGGER Fault"), SQLITE_OK);
+  ASSERT_EQ(RunSql(Db(),
+                   "CREATE TRIGGER Fault BEFORE DELETE ON DesiredUserConfig "
+                   "WHEN OLD.Identifier = '0000:01:00.0' "
+                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
+            SQLITE_OK);
+  ExpectError([&] { next_boot_->Reset(kDevices); }, 2000,
+              "Failed to clear RebootRequired config for svoId: " + kDevices.toString());
+  EXPECT_EQ(Everything(), before);
+  ASSERT_EQ(RunSql(Db(), "DROP TRIGGER Fault"), SQLITE_OK);
+
+  // Confirmation: clearing the desired value is the last of three writes.
+  KorvoSetvault::UpdateKernelOptions(KorvoSetvault::CreateObject(kOptions, R"({"iommu":true})"));
+  const std::string staged = Everything();
+  ASSERT_EQ(RunSql(Db(),
+                   "CREATE TRIGGER Fault BEFORE UPDATE OF DesiredValue ON Config "
+                   "WHEN NEW.DesiredValue IS NULL BEGIN SELECT RAISE(ABORT, 'injected'); END"),
+            SQLITE_OK);
+  ExpectError(
+      [&] {
+        KorvoSetvault::SetPartialBootStatus(
+            KorvoSetvault::CreateObject(kOptions, R"({"iommu":true})"));
+      },
+      2000, "DeleteDesiredValue: Failed to delete DesiredValue for given svoId.");
+  ExpectError([&] { KorvoSetvault::SetBootStatus(kOptions, true); }, 2000,
+              "SetBootStatus: Failed to mark success status for given svoId.");
+  EXPECT_EQ(Everything(), staged);
+  ASSERT_EQ(RunSql(Db(), "DROP TRIGGER Fault"), SQLITE_OK);
+  ASSERT_EQ(RunSql(Db(),
+                   "CREATE TRIGGER Fault BEFORE INSERT ON Config "
+                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
+            SQLITE_OK);
+  ExpectError(
+      [&] {
+        KorvoSetvault::UpdateKernelOptions(
+            KorvoSetvault::CreateObject(kOptions, R"({"hugePages":2})"));
+      },
+      2000,
+      "Database call to update Kernel options configuration failed for: " + kOptions.toString());
+  EXPECT_EQ(Everything(), staged);
+  EXPECT_NE(sqlite3_get_autocommit(Db()), 0);  // no transaction left open
+}
+
+// Collects the SQL text of every statement the connection starts.
+int CollectStatement(unsigned type, void* context, void* statement, void* /*unused*/) {
+  if (type == SQLITE_TRACE_STMT) {
+    static_cast<std::vector<std::string>*>(context)->push_back(
+        sqlite3_sql(static_cast<sqlite3_stmt*>(statement)));
+  }
+  return 0;
+}
+
+TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
+  const std::string untagged =
+      "API should only be invoked for configurations tagged @rebootRequiredSetvault.";
+  auto vswitches = std::make_shared<FilterSpecObject>(SetvaultObjectId("vswitch", "net", "korvo"));
+  auto vs0 = Object(SetvaultObjectId("vswitch", "net", "korvo", "vs0"), R"({"name":"vs0"})");
+  auto other_type = KorvoSetvault::CreateObject(kScheduler, R"({"reservedCores":1})");
+  struct Refusal {
+    std::function<void()> call;
+    int code;
+    std::string message;
+  };
+  const std::vector<Refusal> refusals = {
+      {[&] { next_boot_->Get(kHost); }, 2000, untagged},
+      {[&] { next_boot_->Set(Object(kHost, R"({"hostname":"h"})")); }, 2000, untagged},
+      {[&] { next_boot_->Delete(kHost); }, 2000, untagged},
+      {[&] { next_boot_->Reset(kHost); }, 2000, untagged},
+      {[&] { next_boot_->SetInstances({vs0}); }, 2000, untagged},
+      {[&] { next_boot_->GetInstances(vswitches); }, 2000, untagged},
+      {[&] { next_boot_->DeleteInstances(vswitches); }, 2000, untagged},
+      {[&] { next_boot_->Set(KorvoSetvault::CreateObject(kScheduler, "{}")); }, 2000,
+       "Empty object cannot be set for configurations tagged @rebootRequiredSetvault."},
+      {[&] { next_boot_->Set(KorvoSetvault::CreateObject(kScheduler, R"({"reservedCores":-1})")); },
+       1089, ""},
+      {[&] {
+         next_boot_->SetInstances({DeviceObject("0000:01:00.0", true), other_type});
+       },
+       1062, ""},
+      {[&] { next_boot_->SetInstances({nullptr}); }, 1061, ""},
+      {[&] { next_boot_->Get(kDevices); }, 2000, "Non-Singleton object should contain instanceId"},
+      {[&] { next_boot_->Reset(SetvaultObjectId("gone", "x", "y")); }, 1037, ""},
+  };
+  std::vector<std::string> statements;
+  sqlite3_trace_v2(Db(), SQLITE_TRACE_STMT, CollectStatement, &statements);
+  for (size_t i = 0; i < refusals.size(); ++i) {
+    const std::string message = ExpectThrow<SetvaultException>(refusals[i].call, refusals[i].code);
+    if (!refusals[i].message.empty()) {
+      EXPECT_EQ(message, refusals[i].message) << i;
+    }
+  }
+  // Empty pointers are not refusals: nothing happens.
+  next_boot_->Set(nullptr);
+  EXPECT_TRUE(next_boot_->GetInstances(nullptr).empty());
+  next_boot_->DeleteInstances(nullptr);
+  sqlite3_trace_v2(Db(), 0, nullptr, nullptr);
+  EXPECT_EQ(statements, std::vector<std::string>{});
+}
+
+TEST_F(NextBootTest, HostFunctionsReportBadInputClearly) {
+  // A stored kernel options value the schema no longer accepts: the merged value fails inside
+  // the transaction with every finding, not as a bare transaction failure.
+  ASSERT_EQ(RunSql(Db(),
+                   "INSERT INTO Config (Name, ConfigGroup, Component, Identifier, Version, "
+                   "DesiredValue) VALUES ('options', 'hvcore', 'korvo', '', '1.0', "
+                   "'{\"hugePages\":-5}')"),
+            SQLITE_OK);
+  try {
+    KorvoSetvault::UpdateKernelOptions(KorvoSetvault::CreateObject(kOptions, R"({"iommu":true})"));
+    ADD_FAILURE() << "no exception";
+  } catch (const ValidationException& e) {
+    EXPECT_EQ(e.GetErrorCode(), 1089);
+    ASSERT_EQ(e.GetErrors().size(), 1u);
+    EXPECT_EQ(e.GetErrors()[0].path, "/hugePages");
+  }
+  EXPECT_EQ(Column(kOptions, "DesiredValue"), R"({"hugePages":-5})");
+  for (const auto& id : {kScheduler, SetvaultObjectId("Options", "hvcore", "korvo")}) {
+    ExpectError<ValidationException>(
+        [&] { KorvoSetvault::UpdateKernelOptions(KorvoSetvault::CreateObject(kScheduler, "{}")); },
+        2000, "API should only be invoked for Kernel options configuration.");
+    ExpectError<ValidationException>(
+        [&] { KorvoSetvault::GetKernelOptions(id); }, 2000,
+        "API should only be invoked for Kernel options configuration.");
+  }
+
+  KorvoSetvault::SetKeyValue("IS_BOOT", "true");
+  ExpectError<ValidationException>(
+      [] {
+        KorvoSetvault::UpdateKernelOptions(
+            KorvoSetvault::CreateObject(kOptions, R"({"iommu":true})"));
+      },
+      2000, "API cannot be invoked with EXTERNAL context during boot");
+  EXPECT_EQ(Column(kOptions, "DesiredValue"), R"({"hugePages":-5})");
+
+  for (const char* text : {"", "not json", "{\"type\":"}) {
+    KorvoSetvault::SetKeyValue("BOOT_INFO", text);
+    ExpectError([] { KorvoSetvault::GetBootInfo(); }, 2000, "Failed to read BOOT_INFO database.");
+  }
+  for (const char* text : {"[3]", "{\"type\":\"3\"}", "{\"kind\":3}"}) {
+    KorvoSetvault::SetKeyValue("BOOT_INFO", text);
+    ExpectThrow<SetvaultException>([] { KorvoSetvault::GetBootInfo(); }, 1082);
+  }
+
+  EXPECT_EQ(KorvoSetvault::GetSchemaVersion(kDevices), "1.2");
+  EXPECT_EQ(KorvoSetvault::GetSchemaVersion(SetvaultObjectId("gone", "x", "y")), "");
+  auto created = KorvoSetvault::CreateObject(Device("0000:07:00.0"), R"({"enabled":true})", 7ul);
+  EXPECT_EQ(created->GetRevision(), 7);
+  EXPECT_EQ(created->GetData(), R"({"enabled":true})");
+  EXPECT_EQ(KorvoSetvault::CreateObject(kScheduler, "{}")->GetRevision(), -1);
+  ExpectThrow<KorvoSetvault::InvalidArgumentException>(
+      [] { KorvoSetvault::CreateObject(kScheduler, "{"); }, 1080);
+  ExpectThrow<SetvaultException>(
+      [] { KorvoSetvault::CreateObject(SetvaultObjectId("gone", "x", "y"), "{}"); }, 1037);
+}
+
+}  // namespace
+}  // namespace setvault_test
