@@ -36,7 +36,9 @@ class SETVAULT_EXPORT FilterSpecObject : public StoreObject {
 
   // Adds an empty nested filter under `id.key` and returns a handle on it
   // that lives no longer than this filter's data. Throws SetvaultException
-  // 2000 "SubObject filter already exists." when the member exists.
+  // 2000 "SubObject filter already exists." when the member exists, and
+  // InvalidArgumentException 2000 "Value nested deeper than 512 levels: <key>"
+  // when the filter would nest deeper.
   std::shared_ptr<FilterSpecObject> CreateSubObjectFilter(const SubObjectId& id);
   // A handle on the existing nested filter `id.key`, or empty when none.
   std::shared_ptr<FilterSpecObject> GetSubObjectFilter(const SubObjectId& id) const;

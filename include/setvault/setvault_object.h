@@ -8,9 +8,13 @@
 // taken from the defaults.
 //
 // Sub-object handles are views into their parent's data: a change through a
-// handle is a change of the parent. A handle stays usable only while its
-// element exists; once the element is deleted from the parent, every access
-// through the handle throws SetvaultException 2000.
+// handle is a change of the parent. A handle carries the parent's version and
+// creation time but no defaults (the type's defaults describe the top-level
+// object): its getters never return 2. Values nest at most 512 levels deep,
+// counted from the top-level object, whether they are parsed or built here.
+// A handle stays usable only while its element exists; once the element is
+// deleted from the parent, every access through the handle throws
+// SetvaultException 2000.
 //
 //   KorvoSetvault::SetvaultObject vswitch(
 //       KorvoSetvault::SetvaultObjectId("vswitch", "net", "korvo", "vs0"));  // sets "name"
@@ -61,7 +65,12 @@ class SETVAULT_EXPORT SetvaultObject : public StoreObject {
   std::string GetIdMapStr() const;
 
   // Replaces the member `key` with a deep copy of `value` (appended last);
-  // nothing happens when the member already holds an equal value.
+  // nothing happens when the member already holds an equal value. `value`
+  // may be (part of) this object's own data. Throws InvalidArgumentException
+  // 2000 "key cannot be null" for a null key and "Value nested deeper than
+  // 512 levels: <key>" when the copy would nest too deep, and
+  // InvalidTypeException 2000 "Invalid type specified for: <key>" when
+  // `value` holds NaN or an infinity; the data is then unchanged.
   void SetValueEx(const char* key, const JsonValue& value);
   // Writes the id's instance id into the member the id map names for the
   // object's key; nothing for a type without one.
@@ -74,7 +83,9 @@ class SETVAULT_EXPORT SetvaultObject : public StoreObject {
   std::shared_ptr<SetvaultObject> GetSubObject(const SubObjectId& id) const;
   // Adds an empty sub-object (an instance holding only its id, for a
   // non-singleton key) and returns a handle on it. Throws SetvaultException
-  // 2000 "Object already exists." when it exists.
+  // 2000 "Object already exists." when it exists, and
+  // InvalidArgumentException 2000 "Value nested deeper than 512 levels: <key>"
+  // when it would nest too deep.
   std::shared_ptr<SetvaultObject> CreateSubObject(const SubObjectId& id);
   // Removes a sub-object or one instance; absent ones are ignored (logged).
   void DeleteSubObject(const SubObjectId& id);

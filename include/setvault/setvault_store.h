@@ -1,8 +1,20 @@
 // Setvault: the configuration store.
 //
 // A caller opens a store, then reads and writes configuration objects through
-// it. Reads never open a transaction; single-object writes run in whatever
-// transaction the caller holds, and multi-row writes open their own.
+// it. Reads never open a transaction.
+//
+// Writes and transactions: one rule holds for every write operation (Set,
+// SetUserData, SetVitalData, SetCachedData, Update, Delete, DeleteInstances,
+// SetInstances, SetUserDataInstances, SetCachedDataInstances and
+// SetVitalDataInstances): a write is all or nothing.
+//  - Outside a transaction it runs in a transaction of its own, committed
+//    before it returns.
+//  - Inside the caller's transaction (BeginTransaction or a
+//    SetvaultTransaction) its writes join that transaction, which commits or
+//    rolls them back with the rest. When it fails, it undoes its own writes
+//    only and throws: the caller's transaction stays open and usable, with
+//    every earlier write still in it, and the caller decides whether to
+//    commit or cancel.
 //
 //   auto store = KorvoSetvault::Setvault::GetStore("");
 //   {
@@ -113,7 +125,8 @@ class SETVAULT_EXPORT Setvault {
       const std::shared_ptr<FilterSpecObject>& filter) = 0;
   // The instance ids stored for the type `id` names, in database order.
   virtual std::vector<std::string> GetInstanceIds(const SetvaultObjectId& id) = 0;
-  // Writes (see the write operations' documentation).
+  // Writes; each is all or nothing, inside or outside a caller's
+  // transaction (see the top of this file).
   virtual void Set(std::shared_ptr<SetvaultObject> object, const USERDATA_CONTEXT& context) = 0;
   virtual void SetUserData(std::shared_ptr<SetvaultObject> object,
                            const USERDATA_CONTEXT& context) = 0;

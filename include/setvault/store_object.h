@@ -14,10 +14,13 @@
 //   object.GetData();   // {"mtu":9000,"names":["a","b"]}
 //
 // Failures are exceptions: an empty key throws InvalidArgumentException "key
-// cannot be empty"; a value of another kind throws InvalidTypeException
-// "Invalid type specified for: <key>"; a JSON kind violation deeper inside a
-// conversion throws SetvaultException 1082. A failed call leaves the data as it
-// was, except a partly filled output vector or a partly built array.
+// cannot be empty" (AppendValue and RemoveValue: "Key not found: "), a null
+// key "key cannot be null" and a null output pointer "output cannot be null"
+// (all code 2000); a value of another kind throws InvalidTypeException
+// "Invalid type specified for: <key>", and so does storing NaN or an infinity,
+// which JSON cannot hold; a JSON kind violation deeper inside a conversion
+// throws SetvaultException 1082. A failed call leaves the data as it was,
+// except a partly filled output vector or a partly built array.
 #ifndef SETVAULT_STORE_OBJECT_H_
 #define SETVAULT_STORE_OBJECT_H_
 

@@ -43,7 +43,8 @@ ObjectPtr GetRebootRequiredConfigInternal(const SetvaultObjectId& id, const Conn
 
 // --- Instances ------------------------------------------------------------
 
-// Every stored instance of the filter's type whose data match the filter.
+// Every stored instance of the filter's type whose data match the filter;
+// a row that shows no value gives an object holding only its instance id.
 ObjectList GetConfigInstancesInternal(const std::shared_ptr<FilterSpecObject>& filter,
                                       const ConnectionPtr& conn, const SchemaPtr& schema);
 // Every instance's auto-configuration and confirmed user parts.

@@ -143,17 +143,24 @@ const KeyStatement3 kRevisionMapSql(
   throw SetvaultException(SV_ERR_GENERIC, message.c_str());
 }
 
+// The column text of a one-column write: the object's serialized data, or
+// none (NULL) for an object without members.
+std::optional<std::string> ColumnTextOf(const ObjectPtr& object) {
+  if (object->IsEmpty()) return std::nullopt;
+  return object->GetSerializedData();
+}
+
 // The cached, vital and auto-configuration writers: ?6 is the object's data.
 void WriteContextConfigInstances(const char* sql, const ObjectList& objects,
                                  const ConnectionPtr& conn) {
   for (const ObjectPtr& object : objects) {
     const std::string version = object->GetVersion();
-    const std::string data = object->GetSerializedData();
+    const std::optional<std::string> data = ColumnTextOf(object);
     DBStore::StmtPtr stmt = DBStore::internal::Prepare(conn, sql, DBStore::kBusyTimeoutMs);
     int index = 1;
-    const bool bound = stmt && BindKeyAndVersion(conn, stmt, index, object->GetSetvaultObjectId(),
-                                                 version) &&
-                       DBStore::internal::Bind(conn, stmt, index, DBStore::NullableSV(data)) == 0;
+    const bool bound =
+        stmt && BindKeyAndVersion(conn, stmt, index, object->GetSetvaultObjectId(), version) &&
+        DBStore::internal::Bind(conn, stmt, index, Nullable(data)) == 0;
     if (!bound || !Execute(conn, stmt)) Fail("Write config instances failed");
   }
 }
@@ -203,13 +210,13 @@ void WriteUserConfigInstances(const ObjectList& objects, const ConnectionPtr& co
   const int success = confirmed || GetUpgradeCtx() != kUnconfirmedUpgradeCtx ? 1 : 0;
   for (const ObjectPtr& object : objects) {
     const std::string version = object->GetVersion();
-    const std::string data = object->GetSerializedData();
+    const std::optional<std::string> data = ColumnTextOf(object);
     DBStore::StmtPtr stmt = DBStore::internal::Prepare(conn, kWriteUserSql, DBStore::kBusyTimeoutMs);
     int index = 1;
     const bool bound =
         stmt && BindKeyAndVersion(conn, stmt, index, object->GetSetvaultObjectId(), version) &&
         DBStore::internal::Bind(conn, stmt, index, success) == 0 &&
-        DBStore::internal::Bind(conn, stmt, index, DBStore::NullableSV(data)) == 0;
+        DBStore::internal::Bind(conn, stmt, index, Nullable(data)) == 0;
     if (!bound || !Execute(conn, stmt)) Fail("Write user data failed");
   }
 }

@@ -59,13 +59,16 @@ ObjectList GetConfigInstancesInternal(const std::shared_ptr<FilterSpecObject>& f
     if (!upgrade_ctx) upgrade_ctx = GetUpgradeCtx();
     return CurrentUserColumn(row, *upgrade_ctx);
   };
+  // Every stored instance yields an object, as GetInstanceIds lists every
+  // row: one that shows no value is an object holding only its id.
   return Filtered(ObjectsOfRows(rows, type,
                                 [&](const StoreRow& row, const SetvaultObjectId& id) {
-                                  return RowToMergedObject(
-                                      row,
-                                      {kVitalValueColumn, kCachedValueColumn,
-                                       kAutoConfValueColumn, user_column(row)},
-                                      id, schema);
+                                  ObjectPtr merged =
+                                      RowToMergedObject(row,
+                                                        {kVitalValueColumn, kCachedValueColumn,
+                                                         kAutoConfValueColumn, user_column(row)},
+                                                        id, schema);
+                                  return merged ? merged : RowToValuelessObject(row, id, schema);
                                 }),
                   filter);
 }

@@ -135,8 +135,9 @@ class Splitter {
   JsonAllocator& allocator_;
 };
 
+// The text of a part; none (a NULL column) for a part without members.
 std::optional<std::string> Serialized(const JsonValue& part) {
-  if (part.ObjectEmpty()) return std::nullopt;
+  if (part.IsObject() && part.ObjectEmpty()) return std::nullopt;
   return SetvaultDocument::SerializeValue(part);
 }
 
@@ -145,16 +146,14 @@ std::optional<std::string> Serialized(const JsonValue& part) {
 SplitParts SplitObjectData(const JsonValue& data, const JsonValue& schema) {
   SplitParts parts;
   if (const std::optional<Part> whole = TaggedPart(schema)) {
-    std::string text = SetvaultDocument::SerializeValue(data);
-    (*whole == Part::kVital ? parts.vital : parts.cached) = std::move(text);
+    (*whole == Part::kVital ? parts.vital : parts.cached) = Serialized(data);
     return parts;
   }
   JsonDocument scratch;
   JsonValue user(rapidjson::kObjectType), vital(rapidjson::kObjectType),
       cached(rapidjson::kObjectType);
   Splitter(scratch.GetAllocator()).SplitObject(data, schema, user, vital, cached);
-  // The user part is written even when empty: the object exists.
-  parts.user = SetvaultDocument::SerializeValue(user);
+  parts.user = Serialized(user);
   parts.vital = Serialized(vital);
   parts.cached = Serialized(cached);
   return parts;

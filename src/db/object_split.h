@@ -10,7 +10,7 @@
 namespace KorvoSetvault {
 
 // The parts of one object's data, as serialized JSON; a part without members
-// is absent.
+// is absent (written as NULL).
 struct SplitParts {
   std::optional<std::string> user;
   std::optional<std::string> vital;

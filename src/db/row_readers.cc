@@ -96,6 +96,13 @@ ObjectPtr RowToObject(const StoreRow& row, const char* column, const SetvaultObj
   return ObjectOfRow(row, CreateDocumentFromString(value->second), id, schema);
 }
 
+ObjectPtr RowToValuelessObject(const StoreRow& row, const SetvaultObjectId& id,
+                               const SchemaPtr& schema) {
+  ObjectPtr object = ObjectOfRow(row, nullptr, id, schema);
+  object->SetInstanceIdFromSvoId();
+  return object;
+}
+
 ObjectPtr RowToMergedObject(const StoreRow& row, std::initializer_list<const char*> columns,
                             const SetvaultObjectId& id, const SchemaPtr& schema) {
   ObjectPtr merged;

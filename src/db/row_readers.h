@@ -87,6 +87,12 @@ const char* CurrentUserColumn(const StoreRow& row);
 ObjectPtr RowToMergedObject(const StoreRow& row, std::initializer_list<const char*> columns,
                             const SetvaultObjectId& id, const SchemaPtr& schema);
 
+// The object of a row that shows no value (its values are all NULL, or only
+// an unconfirmed user value is stored): the row's metadata and the instance
+// id, written into the member the type's id map names.
+ObjectPtr RowToValuelessObject(const StoreRow& row, const SetvaultObjectId& id,
+                               const SchemaPtr& schema);
+
 // Applies `first`, `second` and `third` onto `base` in that order with the
 // update merge and returns the result; empty parts count as empty objects.
 // Empty when all four are empty. When `base` is empty the result is a new

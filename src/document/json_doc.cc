@@ -6,17 +6,13 @@
 #include <cstring>
 
 #include "document/json_parse.h"
+#include "document/value_limits.h"
 #include "platform/setvault_document.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"
 
 namespace KorvoSetvault {
 namespace {
-
-// Deepest nesting of arrays and objects a parsed text may have. RapidJSON's
-// parser, writer and copy are recursive; bounding the depth keeps hostile
-// input from exhausting the stack. Configuration never comes near it.
-constexpr int kMaxNestingDepth = 512;
 
 // True when the arrays and objects of `text` nest at most kMaxNestingDepth
 // deep. Brackets inside strings do not count. Invalid JSON is left to the

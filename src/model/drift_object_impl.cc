@@ -1,5 +1,6 @@
 #include "model/drift_object_impl.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/setvault_document.h"
@@ -99,13 +100,18 @@ std::vector<std::shared_ptr<DriftObject>> DriftObjectImpl::GetSubObjectInstances
   std::vector<std::shared_ptr<DriftObject>> instances;
   const JsonValue* part = FindPart(id.key);
   if (part == nullptr) return instances;
-  if (!part->IsArray()) {
+  // Only an array of instance descriptions, each an object with a string id,
+  // has instances; anything else is refused before a part is made.
+  auto is_instance = [](const JsonValue& element) {
+    if (!element.IsObject()) return false;
+    auto instance_id = element.FindMember(kDriftInstanceId);
+    return instance_id != element.MemberEnd() && instance_id->value.IsString();
+  };
+  if (!part->IsArray() || !std::all_of(part->Begin(), part->End(), is_instance)) {
     ThrowException<SetvaultException, const char*>(SV_ERR_SUBOBJECT_INSTANCES,
                                                    id.toString().c_str());
   }
   for (const JsonValue& element : part->GetArray()) {
-    // Each instance description must be an object with a string id; other
-    // shapes are JSON errors (1082) raised by the accessors.
     const JsonValue& instance_id = element[kDriftInstanceId];
     instances.push_back(MakePart(
         id.key, std::string(instance_id.GetString(), instance_id.GetStringLength()), kDriftSet,

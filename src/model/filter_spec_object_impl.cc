@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "document/value_limits.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"
 
@@ -31,6 +32,8 @@ std::shared_ptr<FilterSpecObjectImpl> FilterSpecObjectImpl::CreateSubObjectFilte
   if (CheckKey(id.key.c_str())) {
     throw SetvaultException(SV_ERR_GENERIC, "SubObject filter already exists.");
   }
+  CheckStorableValue(JsonValue(rapidjson::kObjectType), NestingLevelOf(*GetDocument()),
+                     id.key.c_str());
   JsonAllocator& allocator = Allocator();
   Root().AddMember(
       JsonValue(id.key.data(), static_cast<rapidjson::SizeType>(id.key.size()), allocator),

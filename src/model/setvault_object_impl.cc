@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "document/value_limits.h"
 #include "model/filter_match.h"
 #include "platform/setvault_document.h"
 #include "setvault/exceptions.h"
@@ -45,7 +46,7 @@ std::shared_ptr<KorvoSchemaStore::SchemaObject> LookUpSchema(const SetvaultObjec
 
 SetvaultObjectImpl::SetvaultObjectImpl(const SetvaultObjectId& id)
     : StoreObjectImpl(id), top_level_id_(id) {
-  LoadSchemaParts(true);
+  LoadSchemaParts(true, true);
   SetInstanceIdFromSvoId();
 }
 
@@ -58,12 +59,12 @@ SetvaultObjectImpl::SetvaultObjectImpl(Parts parts)
       metadata_(std::move(parts.metadata)),
       defaults_(std::move(parts.defaults)) {
   if (!parts.document) GetDocument()->GetDocument().SetObject();
-  LoadSchemaParts(parts.loadSchema);
+  LoadSchemaParts(parts.loadSchema, !parts.topLevelId);
 }
 
 SetvaultObjectImpl::~SetvaultObjectImpl() = default;
 
-void SetvaultObjectImpl::LoadSchemaParts(bool load_schema) {
+void SetvaultObjectImpl::LoadSchemaParts(bool load_schema, bool take_defaults) {
   if (!schema_ && load_schema) {
     schema_ = LookUpSchema(GetSetvaultObjectId());
     if (!schema_) {
@@ -73,7 +74,7 @@ void SetvaultObjectImpl::LoadSchemaParts(bool load_schema) {
   }
   if (!schema_) return;
   if (!id_map_) id_map_ = schema_->GetIdMap();
-  if (!defaults_) defaults_ = schema_->GetDefaults();
+  if (!defaults_ && take_defaults) defaults_ = schema_->GetDefaults();
 }
 
 const JsonValue* SetvaultObjectImpl::GetValuePtrDefault(const char* key, bool& from_default) const {
@@ -103,14 +104,17 @@ std::string SetvaultObjectImpl::GetIdMapStr() const {
 }
 
 void SetvaultObjectImpl::SetValueEx(const char* key, const JsonValue& value) {
+  if (key == nullptr) throw InvalidArgumentException(SV_ERR_GENERIC, "key cannot be null");
+  CheckStorableValue(value, NestingLevelOf(*GetDocument()), key);
   JsonValue& root = Root();
   auto existing = root.FindMember(key);
-  if (existing != root.MemberEnd()) {
-    if (SetvaultDocument::ValuesEqual(existing->value, value)) return;
-    root.RemoveMember(existing);
+  if (existing != root.MemberEnd() && SetvaultDocument::ValuesEqual(existing->value, value)) {
+    return;
   }
+  // Copy before removing: `value` may be (or lie inside) the member replaced.
   JsonAllocator& allocator = Allocator();
   JsonValue copy(value, allocator);
+  if (existing != root.MemberEnd()) root.RemoveMember(existing);
   root.AddMember(MakeString(key, allocator), copy, allocator);
 }
 
@@ -150,7 +154,7 @@ std::shared_ptr<SetvaultObjectImpl> SetvaultObjectImpl::MakeSubObjectPtr(
   parts.schema = schema_;
   parts.metadata.version = metadata_.version;
   parts.metadata.creationTime = metadata_.creationTime;
-  parts.idMap = id_map_;
+  parts.idMap = id_map_;  // and no defaults: those describe the top-level object only
   return std::make_shared<SetvaultObjectImpl>(std::move(parts));
 }
 
@@ -187,7 +191,12 @@ std::shared_ptr<SetvaultObjectImpl> SetvaultObjectImpl::CreateSubObject(const Su
   JsonValue& root = Root();
   JsonAllocator& allocator = Allocator();
   const bool exists = SetvaultDocument::ValueExists(root, id.key.c_str());
-  if (const JsonValue* id_member = InstanceIdMember(id.key)) {
+  const JsonValue* id_member = InstanceIdMember(id.key);
+  // The new object sits one level deeper, two for an instance in its array.
+  CheckStorableValue(JsonValue(rapidjson::kObjectType),
+                     NestingLevelOf(*GetDocument()) + (id_member != nullptr ? 1 : 0),
+                     id.key.c_str());
+  if (id_member != nullptr) {
     if (id.instanceId.empty()) {
       throw SetvaultException(SV_ERR_GENERIC, "Non-Singleton object should contain instanceId");
     }

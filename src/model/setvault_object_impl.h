@@ -31,7 +31,9 @@ class SetvaultObjectImpl : public StoreObjectImpl {
   struct Parts {
     SetvaultObjectId id{"", "", ""};
     // For a sub-object handle, the configuration object it belongs to;
-    // defaults to `id`.
+    // defaults to `id`. A handle (one with a top-level id) carries no
+    // defaults unless `defaults` gives some: the type's defaults describe
+    // the top-level object only.
     std::optional<SetvaultObjectId> topLevelId;
     // An instance handle's index in its parent's array when it was made.
     std::optional<uint64_t> index;
@@ -95,8 +97,9 @@ class SetvaultObjectImpl : public StoreObjectImpl {
                                                        const JsonValue* instance_key,
                                                        const std::string& instance_id,
                                                        std::optional<uint64_t> index) const;
-  // Takes the schema, id map and defaults per the rules of Parts.
-  void LoadSchemaParts(bool load_schema);
+  // Takes the schema, id map and (when `take_defaults`) defaults per the
+  // rules of Parts.
+  void LoadSchemaParts(bool load_schema, bool take_defaults);
 
   std::shared_ptr<JsonDoc> id_map_;
   SetvaultObjectId top_level_id_;

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "document/value_limits.h"
 #include "platform/base64.h"
 #include "platform/setvault_document.h"
 #include "setvault/exceptions.h"
@@ -72,10 +73,17 @@ struct Kind<bool> {
   static JsonValue Make(bool b, JsonAllocator&) { return JsonValue(b); }
 };
 
+void RequireKeyPointer(const char* key) {
+  if (key == nullptr) throw InvalidArgumentException(SV_ERR_GENERIC, "key cannot be null");
+}
+
 void RequireKey(const char* key) {
-  if (key == nullptr || key[0] == '\0') {
-    throw InvalidArgumentException(SV_ERR_GENERIC, "key cannot be empty");
-  }
+  RequireKeyPointer(key);
+  if (key[0] == '\0') throw InvalidArgumentException(SV_ERR_GENERIC, "key cannot be empty");
+}
+
+void RequireOutput(const void* out) {
+  if (out == nullptr) throw InvalidArgumentException(SV_ERR_GENERIC, "output cannot be null");
 }
 
 [[noreturn]] void ThrowInvalidType(const char* key) {
@@ -123,6 +131,7 @@ std::string StoreObjectImpl::GetData() const { return SetvaultDocument::Serializ
 bool StoreObjectImpl::IsEmpty() const { return Root().ObjectEmpty(); }
 
 bool StoreObjectImpl::CheckKey(const char* key) const {
+  RequireKeyPointer(key);
   return SetvaultDocument::ValueExists(Root(), key);
 }
 
@@ -132,6 +141,7 @@ void StoreObjectImpl::Remove(const char* key) {
 
 template <typename T>
 int StoreObjectImpl::GetScalar(const char* key, T* out) const {
+  RequireOutput(out);
   bool from_default = false;
   const JsonValue* value = GetValuePtrDefault(key, from_default);
   if (value == nullptr) return 0;
@@ -142,6 +152,7 @@ int StoreObjectImpl::GetScalar(const char* key, T* out) const {
 
 template <typename T>
 int StoreObjectImpl::GetList(const char* key, std::vector<T>* out) const {
+  RequireOutput(out);
   if (!out->empty()) {
     throw InvalidArgumentException(SV_ERR_GENERIC, "Output vector must be empty.");
   }
@@ -171,6 +182,8 @@ int StoreObjectImpl::GetValue(const char* key, std::vector<bool>* out) const { r
 
 int StoreObjectImpl::GetValueBinary(const char* key, unsigned char** data,
                                     unsigned long* length) const {
+  RequireOutput(data);
+  RequireOutput(length);
   std::string text;
   const int result = GetValue(key, &text);
   if (result == 0) return 0;
@@ -187,6 +200,7 @@ int StoreObjectImpl::GetValueBinary(const char* key, unsigned char** data,
 
 void StoreObjectImpl::Store(const char* key, JsonValue&& value) {
   JsonValue* existing = GetValuePtr(key);
+  CheckStorableValue(value, 0, key);  // refuses NaN and infinities (scalars only here)
   if (existing != nullptr) {
     *existing = value;  // moves
     return;
@@ -260,7 +274,7 @@ void StoreObjectImpl::SetValue(const char* key, const std::vector<bool>& values)
 
 JsonValue& StoreObjectImpl::ArrayForAppend(const char* key,
                                            bool (*kind_test)(const JsonValue&)) const {
-  RequireKey(key);
+  RequireKeyPointer(key);
   JsonValue& root = Root();
   auto member = root.FindMember(key);
   if (member == root.MemberEnd()) {
@@ -277,7 +291,9 @@ template <typename T>
 void StoreObjectImpl::Append(const char* key, T value) {
   JsonValue& array = ArrayForAppend(key, &Kind<T>::Is);
   JsonAllocator& allocator = Allocator();
-  array.PushBack(Kind<T>::Make(value, allocator), allocator);
+  JsonValue element = Kind<T>::Make(value, allocator);
+  CheckStorableValue(element, 0, key);
+  array.PushBack(element, allocator);
 }
 
 template <typename T>

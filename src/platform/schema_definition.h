@@ -12,10 +12,17 @@
 //     "valueType": "korvo-shared",      // optional category of the type
 //     "confirmedDuringUpgrade": false,  // user writes during an upgrade count as
 //                                       // confirmed at once (default false)
-//     "currentValueDuringBoot": false,  // reads during boot show the pending user
-//                                       // value instead of the confirmed one (default false)
+//     "currentValueDuringBoot": false,  // see below (default false)
 //     "defaults": { "mtu": 1500 },      // optional default values
 //     "schema": { "type": "object", "properties": { ... } } }   // required
+//
+// "currentValueDuringBoot" concerns Update only: during boot (outside an
+// upgrade) an Update with the external context merges into the pending user
+// value (the desired value, else the user value confirmed or not) instead of
+// the confirmed one. External writes of user configuration are refused during
+// boot, so it matters for types that are not user configuration. Get,
+// GetInstances and the other reads do not depend on it: they show the
+// confirmed user value, and the pending one only during an upgrade.
 //
 // Names (component, group, key, valueType, instance id members) hold only
 // letters, digits, '_' and '-'. "schema" is a JSON Schema (draft 7 subset)

@@ -60,8 +60,10 @@ class SchemaObject {
   // True when user data written during an upgrade counts as confirmed at once
   // ("confirmedDuringUpgrade"; default false).
   virtual bool IsConfirmedDuringUpgrade() const;
-  // True when, during boot, reads show the pending user value rather than the
-  // last confirmed one ("currentValueDuringBoot"; default false).
+  // True when, during boot, Update with the external context merges into the
+  // pending user value rather than the last confirmed one
+  // ("currentValueDuringBoot"; default false; see schema_definition.h). The
+  // store's reads do not depend on it.
   virtual bool UsesCurrentValueDuringBoot() const;
 
   const std::string& GetComponent() const;

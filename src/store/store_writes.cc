@@ -34,21 +34,6 @@ std::shared_ptr<KorvoSchemaStore::SchemaObject> CheckInstancesCall(
   return schema;
 }
 
-// Runs `body` in a transaction of its own when the caller holds none, so that reading the
-// stored row and writing the row that carries its columns over are one step: no other
-// writer can slip in between and have its value overwritten by the stale copy, and the
-// pair costs one lock and one commit. Inside a caller's transaction `body` runs as it is,
-// so that its failure leaves the caller's transaction usable.
-template <typename Body>
-void RunAtomically(const std::shared_ptr<DBStore::StoreConnection>& connection,
-                   const char* operation, Body body) {
-  if (!DBStore::InTransaction(connection)) {
-    RunUnderTransaction(connection, operation, body);
-  } else {
-    body();
-  }
-}
-
 // Checks every object of a one-column instances write, writes them all in one
 // transaction and notifies.
 template <typename Validate, typename Write>
@@ -74,7 +59,9 @@ void SetvaultImpl::Set(std::shared_ptr<SetvaultObject> object, const USERDATA_CO
   auto schema = LookUpSchema(id);
   ValidateSvoId(object, schema);
   ValidateSet(schema, object);
-  RunAtomically(connection_, "Set", [&] {
+  // Reading the stored row and writing the row that carries its columns over
+  // are one step: no other writer can slip in between.
+  RunUnderTransaction(connection_, "Set", [&] {
     BootGuard(object, schema, context);
     SetInternal(object, schema, context, connection_);
   });
@@ -92,11 +79,13 @@ void SetvaultImpl::SetUserData(std::shared_ptr<SetvaultObject> object,
   ValidateUserConfig(schema, object);
   // The daemon is told before the row is written, as it always has been.
   NotifyIfAllowlisted(id);
-  if (context.kind != kExternalContext) {
-    WriteAutoConfConfigInstances({object}, connection_);
-  } else {
-    WriteUserConfigInstances({object}, connection_, schema->IsConfirmedDuringUpgrade());
-  }
+  RunUnderTransaction(connection_, "SetUserData", [&] {
+    if (context.kind != kExternalContext) {
+      WriteAutoConfConfigInstances({object}, connection_);
+    } else {
+      WriteUserConfigInstances({object}, connection_, schema->IsConfirmedDuringUpgrade());
+    }
+  });
 }
 
 void SetvaultImpl::SetVitalData(std::shared_ptr<SetvaultObject> object) {
@@ -106,7 +95,8 @@ void SetvaultImpl::SetVitalData(std::shared_ptr<SetvaultObject> object) {
   auto schema = LookUpSchema(id);
   ValidateSvoId(object, schema);
   ValidateVitalConfig(schema, object);
-  WriteVitalConfigInstances({object}, connection_);
+  RunUnderTransaction(connection_, "SetVitalData",
+                      [&] { WriteVitalConfigInstances({object}, connection_); });
   NotifyIfAllowlisted(id);
 }
 
@@ -117,7 +107,8 @@ void SetvaultImpl::SetCachedData(std::shared_ptr<SetvaultObject> object) {
   auto schema = LookUpSchema(id);
   ValidateSvoId(object, schema);
   ValidateCachedConfig(schema, object);
-  WriteCachedConfigInstances({object}, connection_);
+  RunUnderTransaction(connection_, "SetCachedData",
+                      [&] { WriteCachedConfigInstances({object}, connection_); });
   NotifyIfAllowlisted(id);
 }
 
@@ -156,7 +147,7 @@ void SetvaultImpl::Update(std::shared_ptr<SetvaultObject> object, const USERDATA
 void SetvaultImpl::Delete(const SetvaultObjectId& id) {
   LogApiCall(kWriteCallPriority, "Delete", id, 1);
   ValidateSvoId(id, LookUpSchema(id));
-  DeleteInternal(id, connection_);
+  RunUnderTransaction(connection_, "Delete", [&] { DeleteInternal(id, connection_); });
   NotifyIfAllowlisted(id);
 }
 
@@ -166,19 +157,17 @@ void SetvaultImpl::DeleteInstances(const std::shared_ptr<FilterSpecObject>& filt
   LogApiCall(kWriteCallPriority, "DeleteInstances", id, 1);
   auto schema = LookUpSchema(id);
   ValidateSvoIdInstances(filter, schema);
-  if (filter->IsEmpty()) {
-    if (!id.instanceId.empty()) {
+  RunUnderTransaction(connection_, "DeleteInstances", [&] {
+    if (!filter->IsEmpty()) {
+      for (const auto& instance : GetConfigInstancesInternal(filter, connection_, schema)) {
+        DeleteInternal(instance->GetSetvaultObjectId(), connection_);
+      }
+    } else if (!id.instanceId.empty()) {
       DeleteInternal(id, connection_);
     } else {
       DeleteInstancesInternal(id, connection_);
     }
-  } else {
-    RunUnderTransaction(connection_, "DeleteInstances", [&] {
-      for (const auto& instance : GetConfigInstancesInternal(filter, connection_, schema)) {
-        DeleteInternal(instance->GetSetvaultObjectId(), connection_);
-      }
-    });
-  }
+  });
   NotifyIfAllowlisted(id);
 }
 
@@ -206,10 +195,9 @@ void SetvaultImpl::SetUserDataInstances(std::vector<std::shared_ptr<SetvaultObje
   auto schema = CheckInstancesCall("SetUserDataInstances", objects, context);
   SetDataInstancesInternal(
       connection_, objects, schema,
-      [&context](const auto& type_schema, const auto& object) {
-        BootGuard(object, type_schema, context);
-        ValidateUserConfig(type_schema, object);
-      },
+      // No boot guard: only Set, SetUserData, SetInstances and Update refuse
+      // external callers during boot.
+      [](const auto& type_schema, const auto& object) { ValidateUserConfig(type_schema, object); },
       [&context, &schema](const ObjectVector& list, const auto& conn) {
         if (context.kind != kExternalContext) {
           WriteAutoConfConfigInstances(list, conn);

@@ -86,10 +86,16 @@ TEST(DriftObjectParts, InstancesByInstanceId) {
   EXPECT_EQ(CodeOf([&] { drift->GetSubObjectInstances(SubObjectId("dns")); }), 1046);
 }
 
-TEST(DriftObjectParts, InstanceWithoutIdIsAJsonError) {
+TEST(DriftObjectParts, ArrayThatIsNotOfInstancesHasNoInstances) {
   LogCapture log;
-  auto drift = CreateDriftObject(kHost, R"({"ports": [{"mtu": 1}]})", "SET");
-  EXPECT_EQ(CodeOf([&] { drift->GetSubObjectInstances(SubObjectId("ports")); }), 1082);
+  auto drift = CreateDriftObject(
+      kHost,
+      R"({"noId": [{"mtu": 1}], "numericId": [{"INSTANCEID": 5}], "scalars": [1, 2],
+          "mixed": [{"INSTANCEID": "p0"}, "p1"]})",
+      "SET");
+  for (const char* key : {"noId", "numericId", "scalars", "mixed"}) {
+    EXPECT_EQ(CodeOf([&] { drift->GetSubObjectInstances(SubObjectId(key)); }), 1046) << key;
+  }
 }
 
 TEST(DriftObjectParts, PartsAreIndependentCopies) {

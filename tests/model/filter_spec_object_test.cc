@@ -93,6 +93,16 @@ TEST(FilterSpecObjectTest, NestedFiltersLandInsideTheParent) {
   EXPECT_EQ(filter.GetData(), R"({"mtu":9000})");
   // A handle on a deleted nested filter reports the missing member.
   EXPECT_THROW(uplink->SetValue("lacp", false), SetvaultException);
+
+  // Nested filters stop at the nesting limit of parsed texts (root is level 1).
+  std::shared_ptr<FilterSpecObject> level = filter.CreateSubObjectFilter(SubObjectId("n"));
+  for (int depth = 2; depth < 512; ++depth) level = level->CreateSubObjectFilter(SubObjectId("n"));
+  try {
+    level->CreateSubObjectFilter(SubObjectId("n"));
+    FAIL();
+  } catch (const InvalidArgumentException& e) {
+    EXPECT_STREQ(e.what(), "Value nested deeper than 512 levels: n");
+  }
 }
 
 TEST(SchemaGuidedSubset, ComparesDescribedMembersAndPairsInstancesById) {

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <functional>
+
 #include "model/setvault_object_impl.h"
 #include "setvault/exceptions.h"
 #include "support/example_schemas.h"
@@ -80,6 +83,16 @@ TEST_F(SetvaultObjectTest, DefaultsAnswerWithTwo) {
   std::string policy;
   EXPECT_EQ(host.GetValue("powerPolicy", &policy), 2);
   EXPECT_EQ(policy, "balanced");
+  // Sub-object handles carry no defaults, even for a member that shares a
+  // top-level default's name.
+  auto vswitch = VSwitch("vs0");
+  auto instance = vswitch->CreateSubObject(SubObjectId("portgroups", "mgmt"));
+  auto singleton = vswitch->CreateSubObject(SubObjectId("teaming"));
+  for (const auto& handle : {instance, singleton}) {
+    int mtu = 0;
+    EXPECT_EQ(handle->GetValue("mtu", &mtu), 0);
+    EXPECT_EQ(mtu, 0);
+  }
 }
 
 TEST_F(SetvaultObjectTest, SingletonSubObjects) {
@@ -244,6 +257,54 @@ TEST_F(SetvaultObjectTest, SetValueExReplacesOnlyChangedValues) {
   vswitch->SetValueEx("teaming", values);
   EXPECT_NE(vswitch->GetData().find(R"("teaming":{"mtu":9000,"uplinks":["eth1"]})"),
             std::string::npos);
+  // The value may be the object's own data: the last member (which the
+  // removal of the replaced member moves), or a part of the member it replaces.
+  const JsonValue& own = vswitch->GetImpl()->Root();
+  vswitch->SetValueEx("mtu", own["teaming"]);
+  vswitch->SetValueEx("teaming", own["teaming"]["uplinks"]);
+  EXPECT_EQ(vswitch->GetData(),
+            R"({"uplinks":["eth0"],"mtu":{"mtu":9000,"uplinks":["eth1"]},"name":["eth1"],)"
+            R"("teaming":["eth1"]})");
+}
+
+// Values built through the API obey the nesting limit of parsed texts, and
+// NaN, infinities and null pointers are refused, with the data left as it was.
+TEST_F(SetvaultObjectTest, BuiltValuesAreCheckedBeforeTheyAreStored) {
+  auto vswitch = VSwitch("vs0");
+  auto doc = CreateDocument();
+  JsonDocument& deep = doc->GetDocument();
+  deep.SetArray();
+  for (int i = 0; i < 100000; ++i) {  // a chain of one-element arrays, built without recursion
+    JsonValue outer(rapidjson::kArrayType);
+    outer.PushBack(deep, doc->GetAllocator());
+    static_cast<JsonValue&>(deep) = outer;
+  }
+  JsonValue nan(std::nan(""));
+  const struct {
+    const char* what;
+    std::function<void()> call;
+    const char* message;
+  } cases[] = {
+      {"deep value", [&] { vswitch->SetValueEx("deep", deep); },
+       "Value nested deeper than 512 levels: deep"},
+      {"NaN", [&] { vswitch->SetValueEx("n", nan); }, "Invalid type specified for: n"},
+      {"null key", [&] { vswitch->SetValueEx(nullptr, nan); }, "key cannot be null"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(MessageOf(c.call), c.message) << c.what;
+  EXPECT_EQ(vswitch->GetData(), R"({"name":"vs0"})");
+
+  // Sub-objects stop at the limit: the level below the limit works, the next is refused.
+  SetvaultObject host(SetvaultObjectId("host", "system", "korvo"));
+  std::shared_ptr<SetvaultObject> level = host.CreateSubObject(SubObjectId("n"));
+  for (int depth = 2; depth < 512; ++depth) level = level->CreateSubObject(SubObjectId("n"));
+  EXPECT_EQ(MessageOf([&] { level->CreateSubObject(SubObjectId("n")); }),
+            "Value nested deeper than 512 levels: n");
+  const JsonValue empty_list(rapidjson::kArrayType);
+  EXPECT_EQ(MessageOf([&] { level->SetValueEx("v", empty_list); }),
+            "Value nested deeper than 512 levels: v");
+  // What the API builds at the limit, a parse takes back: the two limits agree.
+  level->SetValue("leaf", 1);
+  EXPECT_NO_THROW(CreateDocumentFromString(host.GetData()));
 }
 
 TEST_F(SetvaultObjectTest, FilterSetvaultObjectsKeepsOrder) {

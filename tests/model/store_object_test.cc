@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <string>
@@ -154,17 +155,61 @@ TEST_F(StoreObjectTest, SetterOverwritesInPlaceWhateverTheOldKind) {
   EXPECT_EQ(object_.GetData(), R"({"a":"now text","b":"x","c":false})");
 }
 
-TEST_F(StoreObjectTest, EmptyKeyIsRefusedEverywhere) {
-  const std::string expected = "key cannot be empty";
+TEST_F(StoreObjectTest, BadArgumentsAreRefusedAndChangeNothing) {
+  object_.SetData(R"({"list": [1.5]})");
   int i = 0;
   std::vector<int> list;
-  EXPECT_EQ(MessageOf<InvalidArgumentException>([&] { object_.GetValue("", &i); }), expected);
-  EXPECT_EQ(MessageOf<InvalidArgumentException>([&] { object_.GetValue("", &list); }), expected);
-  EXPECT_EQ(MessageOf<InvalidArgumentException>([&] { object_.SetValue("", 1); }), expected);
-  EXPECT_EQ(MessageOf<InvalidArgumentException>([&] { object_.SetValue("", "x"); }), expected);
-  EXPECT_EQ(MessageOf<InvalidArgumentException>([&] { object_.SetValueEmptyList(""); }), expected);
-  EXPECT_EQ(MessageOf<InvalidArgumentException>([&] { object_.AppendValue("", 1); }), expected);
-  EXPECT_EQ(object_.GetData(), "{}");
+  unsigned char* data = nullptr;
+  unsigned long length = 0;
+  const double nan = std::nan("");
+  const double inf = std::numeric_limits<double>::infinity();
+  struct Case {
+    const char* what;
+    std::function<void()> call;
+    const char* message;
+  };
+  const Case invalid_arguments[] = {
+      {"get, empty key", [&] { object_.GetValue("", &i); }, "key cannot be empty"},
+      {"list get, empty key", [&] { object_.GetValue("", &list); }, "key cannot be empty"},
+      {"set, empty key", [&] { object_.SetValue("", 1); }, "key cannot be empty"},
+      {"text set, empty key", [&] { object_.SetValue("", "x"); }, "key cannot be empty"},
+      {"empty list, empty key", [&] { object_.SetValueEmptyList(""); }, "key cannot be empty"},
+      {"append, empty key", [&] { object_.AppendValue("", 1); }, "Key not found: "},
+      {"remove, empty key", [&] { object_.RemoveValue("", 1); }, "Key not found: "},
+      {"get, null key", [&] { object_.GetValue(nullptr, &i); }, "key cannot be null"},
+      {"check, null key", [&] { object_.CheckKey(nullptr); }, "key cannot be null"},
+      {"remove, null key", [&] { object_.Remove(nullptr); }, "key cannot be null"},
+      {"append, null key", [&] { object_.AppendValue(nullptr, 1); }, "key cannot be null"},
+      {"get, null output", [&] { object_.GetValue("list", static_cast<int*>(nullptr)); },
+       "output cannot be null"},
+      {"list get, null output",
+       [&] { object_.GetValue("list", static_cast<std::vector<double>*>(nullptr)); },
+       "output cannot be null"},
+      {"binary get, null outputs", [&] { object_.GetValueBinary("list", nullptr, nullptr); },
+       "output cannot be null"},
+      {"binary get, null length", [&] { object_.GetValueBinary("list", &data, nullptr); },
+       "output cannot be null"},
+  };
+  for (const Case& c : invalid_arguments) {
+    EXPECT_EQ(MessageOf<InvalidArgumentException>(c.call), c.message) << c.what;
+  }
+  // JSON holds no NaN or infinity: refused at the setter, not at a later write.
+  const Case invalid_types[] = {
+      {"NaN", [&] { object_.SetValue("d", nan); }, "Invalid type specified for: d"},
+      {"infinity", [&] { object_.SetValue("d", -inf); }, "Invalid type specified for: d"},
+      {"float NaN", [&] { object_.SetValue("f", std::nanf("")); }, "Invalid type specified for: f"},
+      {"list",
+       [&] {
+         object_.SetValue("l", std::vector<double>{1.0, inf});
+       },
+       "Invalid type specified for: l"},
+      {"append", [&] { object_.AppendValue("list", nan); }, "Invalid type specified for: list"},
+  };
+  for (const Case& c : invalid_types) {
+    EXPECT_EQ(MessageOf<InvalidTypeException>(c.call), c.message) << c.what;
+  }
+  // The vector setter keeps the elements before the refused one.
+  EXPECT_EQ(object_.GetData(), R"({"list":[1.5],"l":[1.0]})");
 }
 
 TEST_F(StoreObjectTest, NullTextValuesAreRefused) {

@@ -109,6 +109,27 @@ TEST_F(StoreReadsTest, GetReturnsTheMergedRowWithItsMetadata) {
   EXPECT_EQ(power, "balanced");
 }
 
+TEST_F(StoreReadsTest, ReadsShowThePendingUserValueOnlyDuringAnUpgrade) {
+  // The type asks for the pending value during boot; that concerns Update's
+  // merge, not the reads.
+  const SetvaultObjectId options("options", "hvcore", "korvo");
+  ConfigRow row;
+  row.group = "hvcore";
+  row.name = "options";
+  row.user = R"({"logLevel":"info"})";
+  row.desired = R"({"logLevel":"debug"})";
+  row.success = 1;
+  InsertConfig(row);
+  SetFlag("IS_BOOT", "true");
+  std::string level;
+  EXPECT_EQ(store_->Get(options)->GetValue("logLevel", &level), 1);
+  EXPECT_EQ(level, "info");
+  SetFlag("UPGRADE_CTX", "1");
+  level.clear();
+  EXPECT_EQ(store_->Get(options)->GetValue("logLevel", &level), 1);
+  EXPECT_EQ(level, "debug");
+}
+
 TEST_F(StoreReadsTest, NothingStoredIsAnEmptyResultNotAnError) {
   EXPECT_EQ(store_->Get(kHost), nullptr);
   EXPECT_EQ(store_->Get(SetvaultObjectId("vswitch", "net", "korvo", "vs0")), nullptr);
@@ -135,6 +156,22 @@ TEST_F(StoreReadsTest, InstancesAreListedInRowOrderAndNarrowedByTheFilter) {
   filter->SetValue("mtu", 1);
   EXPECT_THAT(store_->GetInstances(filter), IsEmpty());
   EXPECT_THAT(store_->GetInstanceIds(kVswitchType), ElementsAre("vs0", "vs1", "vs2"));
+
+  // A row that shows no value (only an unconfirmed user value) is still an
+  // instance: both reads list it, the object holding its id and row metadata.
+  ConfigRow pending;
+  pending.group = "net";
+  pending.name = "vswitch";
+  pending.identifier = "vs3";
+  pending.user = R"({"name":"vs3","mtu":1600})";
+  pending.success = 0;
+  pending.revision = 7;
+  InsertConfig(pending);
+  EXPECT_THAT(store_->GetInstanceIds(kVswitchType), ElementsAre("vs0", "vs1", "vs2", "vs3"));
+  auto listed = store_->GetInstances(std::make_shared<FilterSpecObject>(kVswitchType));
+  EXPECT_THAT(Names(listed), ElementsAre("vs0", "vs1", "vs2", "vs3"));
+  EXPECT_EQ(listed[3]->GetData(), R"({"name":"vs3"})");
+  EXPECT_EQ(listed[3]->GetRevision(), 7);
 }
 
 TEST_F(StoreReadsTest, RevisionsOfOneOrEveryInstance) {

@@ -2,6 +2,8 @@
 // lists that cannot be written are refused before anything is written.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "store/store_fixture.h"
 
 namespace setvault_test {
@@ -125,16 +127,85 @@ TEST_F(StoreWriteAtomicityTest, SetOnItsOwnCommitsAndLeavesNoTransactionOpen) {
   EXPECT_NE(sqlite3_get_autocommit(Db()), 0);
 }
 
-TEST_F(StoreWriteAtomicityTest, FailingSetInsideCallersTransactionLeavesItUsable) {
-  FailInsertsOf("b");
-  ASSERT_EQ(store_->BeginTransaction(), 0);
-  store_->Set(Object(Vswitch("a"), R"({"name":"a"})"), kExternal);
-  EXPECT_THROW(store_->Set(Object(Vswitch("b"), R"({"name":"b"})"), kExternal),
-               KorvoSetvault::SetvaultException);
-  // The caller decides: the write that worked commits.
-  EXPECT_EQ(store_->CommitTransaction(), 0);
-  EXPECT_EQ(RowCount(Vswitch("")), 1);
-  EXPECT_EQ(store_->GetRevision(Vswitch("a")), 1);
+// One rule for every write inside a caller's transaction: a failure undoes the
+// operation's own writes (also the rows it wrote before the failing one) and
+// leaves the caller's transaction usable, with its earlier writes.
+TEST_F(StoreWriteAtomicityTest, FailedWriteInsideCallersTransactionUndoesOnlyItself) {
+  const SetvaultObjectId host("host", "system", "korvo");
+  auto vswitch = [&](const char* name, int mtu) {
+    return Object(Vswitch(name),
+                  std::string(R"({"name":")") + name + R"(","mtu":)" + std::to_string(mtu) + "}");
+  };
+  auto datastore = [&](const char* label, const std::string& more) {
+    return Object(Datastore(label), std::string(R"({"label":")") + label + "\"" + more + "}");
+  };
+  auto mtu1500 = [] {
+    auto filter = std::make_shared<KorvoSetvault::FilterSpecObject>(Vswitch(""));
+    filter->SetValue("mtu", 1500);
+    return filter;
+  };
+  // Each operation touches a row the fault refuses ("b", or the host); the
+  // instance operations write "a" first.
+  const struct {
+    const char* operation;
+    std::function<void()> call;
+  } operations[] = {
+      {"Set", [&] { store_->Set(vswitch("b", 9000), kExternal); }},
+      {"SetUserData", [&] { store_->SetUserData(vswitch("b", 9000), kExternal); }},
+      {"SetVitalData", [&] { store_->SetVitalData(Object(host, R"({"systemUuid":"u2"})")); }},
+      {"SetCachedData", [&] { store_->SetCachedData(datastore("b", R"(,"capacityBytes":2)")); }},
+      {"Update", [&] { store_->Update(vswitch("b", 9000), kExternal); }},
+      {"Delete", [&] { store_->Delete(Vswitch("b")); }},
+      {"DeleteInstances by filter", [&] { store_->DeleteInstances(mtu1500()); }},
+      {"DeleteInstances of all",
+       [&] {
+         store_->DeleteInstances(std::make_shared<KorvoSetvault::FilterSpecObject>(Vswitch("")));
+       }},
+      {"SetInstances",
+       [&] {
+         store_->SetInstances({vswitch("a", 9000), vswitch("b", 9000)}, kExternal);
+       }},
+      {"SetUserDataInstances",
+       [&] {
+         store_->SetUserDataInstances({vswitch("a", 9000), vswitch("b", 9000)}, kExternal);
+       }},
+      {"SetCachedDataInstances",
+       [&] {
+         store_->SetCachedDataInstances(
+             {datastore("a", R"(,"capacityBytes":1)"), datastore("b", R"(,"capacityBytes":2)")});
+       }},
+      {"SetVitalDataInstances",
+       [&] {
+         store_->SetVitalDataInstances({datastore("a", ""), datastore("b", "")});
+       }},
+  };
+  store_->SetInstances({vswitch("a", 1500), vswitch("b", 1500)}, kExternal);
+  store_->SetInstances({datastore("a", ""), datastore("b", "")}, kExternal);
+  store_->Set(Object(host, R"({"hostname":"h","systemUuid":"u"})"), kExternal);
+  const std::string kDump =
+      "SELECT group_concat(Name || Identifier || Revision || IFNULL(UserValue, '') || "
+      "IFNULL(VitalValue, '') || IFNULL(CachedValue, ''), ';') FROM (SELECT * FROM Config WHERE "
+      "Identifier NOT IN ('early', 'late') ORDER BY Name, Identifier)";
+  const std::string before = QueryText(Db(), kDump);
+  for (const char* statement : {"INSERT", "UPDATE", "DELETE"}) {
+    const char* row = std::string(statement) == "DELETE" ? "OLD" : "NEW";
+    ASSERT_EQ(RunSql(Db(), std::string("CREATE TRIGGER Fail") + statement + " BEFORE " + statement +
+                               " ON Config WHEN " + row + ".Identifier = 'b' OR " + row +
+                               ".Name = 'host' BEGIN SELECT RAISE(ABORT, 'injected'); END"),
+              SQLITE_OK);
+  }
+  for (const auto& op : operations) {
+    SCOPED_TRACE(op.operation);
+    ASSERT_EQ(store_->BeginTransaction(), 0);
+    store_->Set(Object(Vswitch("early"), R"({"name":"early"})"), kExternal);
+    EXPECT_THROW(op.call(), KorvoSetvault::SetvaultException);
+    // Still usable: a further write joins it, and the commit keeps both.
+    store_->Set(Object(Vswitch("late"), R"({"name":"late"})"), kExternal);
+    EXPECT_NO_THROW(store_->CommitTransaction());
+    EXPECT_EQ(QueryText(Db(), kDump), before);
+    EXPECT_EQ(Column(Vswitch("early"), "UserValue"), R"({"name":"early"})");
+    ASSERT_EQ(RunSql(Db(), "DELETE FROM Config WHERE Identifier IN ('early', 'late')"), SQLITE_OK);
+  }
 }
 
 TEST_F(StoreWriteAtomicityTest, MixedTypesAreRefusedWith1062BeforeAnythingIsWritten) {

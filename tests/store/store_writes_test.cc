@@ -151,6 +151,27 @@ TEST_F(StoreWritesTest, VitalAndCachedWritersKeepTheOtherColumnsAndPendingDesire
   EXPECT_EQ(Column(kHost, "CachedValue"), R"({"memoryBytes":1024})");
 }
 
+TEST_F(StoreWritesTest, AnEmptyPartIsStoredAsNull) {
+  const struct {
+    const char* column;
+    std::function<void()> write;
+  } writes[] = {
+      {"VitalValue", [&] { store_->SetVitalData(Object(kHost, "{}")); }},
+      {"CachedValue", [&] { store_->SetCachedData(Object(kHost, "{}")); }},
+      {"UserValue", [&] { store_->SetUserData(Object(kHost, "{}"), kExternal); }},
+      {"AutoConfValue", [&] { store_->SetUserData(Object(kHost, "{}"), kAutoConfig); }},
+      // A whole object without user members has an empty user part.
+      {"UserValue", [&] { store_->Set(Object(kHost, R"({"systemUuid":"u"})"), kExternal); }},
+      {"AutoConfValue", [&] { store_->Set(Object(kHost, R"({"cpuModel":"c"})"), kAutoConfig); }},
+  };
+  for (const auto& w : writes) {
+    store_->Set(Object(kHost, R"({"hostname":"h","systemUuid":"u","cpuModel":"c"})"), kExternal);
+    store_->SetUserData(Object(kHost, R"({"hostname":"a"})"), kAutoConfig);
+    w.write();
+    EXPECT_EQ(Column(kHost, w.column), "<null>") << w.column;
+  }
+}
+
 TEST_F(StoreWritesTest, OneColumnWritersRefuseMembersOfAnotherOrigin) {
   ExpectThrow<KorvoSetvault::ValidationException>(
       [&] { store_->SetVitalData(Object(kHost, R"({"hostname":"h"})")); }, 1086);
@@ -188,9 +209,6 @@ TEST_F(StoreWritesTest, DuringBootExternalWritesOfUserConfigurationAreRefused) {
       [&] { store_->SetUserData(host(), kExternal); },
       [&] { store_->Update(host(), kExternal); },
       [&] { store_->SetInstances({Object(Vswitch("a"), R"({"name":"a"})")}, kExternal); },
-      [&] {
-        store_->SetUserDataInstances({Object(Datastore("d"), R"({"label":"d"})")}, kExternal);
-      },
   };
   for (const auto& write : external_writes) {
     EXPECT_EQ(ExpectThrow<KorvoSetvault::ValidationException>(write, 2000), refusal);
@@ -198,12 +216,14 @@ TEST_F(StoreWritesTest, DuringBootExternalWritesOfUserConfigurationAreRefused) {
   EXPECT_EQ(QueryText(Db(), "SELECT COUNT(*) FROM Config"), "0");
   EXPECT_NE(sqlite3_get_autocommit(Db()), 0);
 
-  // The host's own configuration, system-managed instances and vital data are not refused.
+  // The host's own configuration, system-managed instances, vital data and the
+  // instance lists of one column (which have no boot guard) are not refused.
   store_->Set(host(), kAutoConfig);
   store_->Set(Object(Datastore("bootbank"), R"({"label":"bootbank"})"), kExternal);
   store_->SetVitalData(Object(kHost, R"({"systemUuid":"u"})"));
+  store_->SetUserDataInstances({Object(Datastore("d"), R"({"label":"d"})")}, kExternal);
   EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"hostname":"h"})");
-  EXPECT_EQ(RowCount(Datastore("")), 1);
+  EXPECT_EQ(Column(Datastore("d"), "UserValue"), R"({"label":"d"})");
 
   // While an upgrade is in progress, external writes go through.
   KorvoSetvault::SetKeyValue("UPGRADE_CTX", "1");

@@ -373,5 +373,20 @@ TEST_F(TransactionTest, NestedInTheCallersTransactionCommitsWithIt) {
   EXPECT_EQ(Seen("a"), "0");
 }
 
+TEST_F(TransactionTest, NestedFailureUndoesOnlyItsOwnRows) {
+  ASSERT_EQ(store_->BeginTransaction(), 0);
+  WriteRow("caller");
+  ExecuteUnderTransaction(conn_, std::string("kept"), 0, Operation(WriteAndSucceed));
+  EXPECT_THROW(
+      ExecuteUnderTransaction(conn_, std::string("undone"), 0, Operation(WriteAndFailPlainly)),
+      SetvaultException);
+  EXPECT_EQ(Seen("undone"), "0");
+  EXPECT_EQ(store_->CommitTransaction(), 0);
+  EXPECT_FALSE(InTransaction());
+  EXPECT_EQ(SeenByOther("caller"), "1");
+  EXPECT_EQ(SeenByOther("kept"), "1");
+  EXPECT_EQ(SeenByOther("undone"), "0");
+}
+
 }  // namespace
 }  // namespace KorvoSetvault
