@@ -160,7 +160,6 @@ TEST_F(StoreObjectTest, BadArgumentsAreRefusedAndChangeNothing) {
   int i = 0;
   std::vector<int> list;
   unsigned char* data = nullptr;
-  unsigned long length = 0;
   const double nan = std::nan("");
   const double inf = std::numeric_limits<double>::infinity();
   struct Case {
