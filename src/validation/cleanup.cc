@@ -24,11 +24,13 @@ bool IsUserDataNode(const JsonValue& node) {
   return true;
 }
 
-// True when the node's "type" is `type`. "type" is required: a node without
-// one (or a node that is not an object) asserts.
+// True when the node's "type" is `type`. A described member always says its
+// type; a boolean schema (true or false) has none.
 bool HasType(const JsonValue& schema_node, const char* type) {
-  const JsonValue& value = schema_node["type"];
-  return value.IsString() && std::strcmp(value.GetString(), type) == 0;
+  if (!schema_node.IsObject()) return false;
+  auto value = schema_node.FindMember("type");
+  return value != schema_node.MemberEnd() && value->value.IsString() &&
+         std::strcmp(value->value.GetString(), type) == 0;
 }
 
 // True when the config kind of `object`'s type exempts it from clean-up.
