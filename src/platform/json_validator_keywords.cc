@@ -167,8 +167,8 @@ class TypeKeyword : public Keyword<TypeKeyword> {
                 ValidationResults* results) const override {
     if (Allows(target)) return true;
     Push(results, context,
-         std::string("value of type ") + AdapterTypeName(target) + " is not allowed here (expected " +
-             expected_ + ")");
+         std::string("value of type ") + AdapterTypeName(target) +
+             " is not allowed here (expected " + expected_ + ")");
     return false;
   }
 
@@ -230,8 +230,7 @@ class FormatKeyword : public Keyword<FormatKeyword> {
 
 class MultipleOfKeyword : public Keyword<MultipleOfKeyword> {
  public:
-  MultipleOfKeyword(double divisor, std::string text)
-      : divisor_(divisor), text_(std::move(text)) {}
+  MultipleOfKeyword(double divisor, std::string text) : divisor_(divisor), text_(std::move(text)) {}
 
   bool validate(const Adapter& target, const Context& context,
                 ValidationResults* results) const override {
@@ -260,8 +259,7 @@ class MultipleOfKeyword : public Keyword<MultipleOfKeyword> {
 
 class FalseKeyword : public Keyword<FalseKeyword> {
  public:
-  bool validate(const Adapter&, const Context& context,
-                ValidationResults* results) const override {
+  bool validate(const Adapter&, const Context& context, ValidationResults* results) const override {
     Push(results, context, "no value is allowed here");
     return false;
   }
@@ -293,7 +291,7 @@ struct PatternSchema {
 
 class MembersKeyword : public Keyword<MembersKeyword> {
  public:
-  std::set<std::string> described;    // names under "properties"
+  std::set<std::string> described;      // names under "properties"
   std::vector<PatternSchema> patterns;  // "patternProperties"
   bool closed = false;                  // "additionalProperties": false
   const valijson::Schema* additional = nullptr;
@@ -351,7 +349,8 @@ std::string TextOf(const Adapter& value, const char* keyword) {
 
 std::shared_ptr<const KorvoSetvault::Pattern> Compile(const std::string& source) {
   auto pattern = std::make_shared<const KorvoSetvault::Pattern>(source);
-  if (!pattern->Ok()) Malformed("pattern " + Quoted(source) + " does not compile: " + pattern->Error());
+  if (!pattern->Ok())
+    Malformed("pattern " + Quoted(source) + " does not compile: " + pattern->Error());
   return pattern;
 }
 
@@ -450,9 +449,7 @@ class MembersBuilder : public valijson::ConstraintBuilder {
   }
 
  private:
-  static std::string Escape(const std::string& token) {
-    return PointerOf({token}).substr(1);
-  }
+  static std::string Escape(const std::string& token) { return PointerOf({token}).substr(1); }
 
   const JsonValue& lowered_;
   CheckerSchemas& schemas_;
@@ -470,8 +467,8 @@ CheckerSchemas::CheckerSchemas(const JsonValue& lowered) : lowered_(lowered) {
 const valijson::Schema* CheckerSchemas::At(const std::string& pointer) {
   auto found = at_.find(pointer);
   if (found != at_.end()) return found->second.get();  // done, or being built (a cycle)
-  valijson::Schema* schema = at_.emplace(pointer, std::make_unique<valijson::Schema>())
-                                 .first->second.get();
+  valijson::Schema* schema =
+      at_.emplace(pointer, std::make_unique<valijson::Schema>()).first->second.get();
   // The whole lowered document with a root reference to `pointer`, so that
   // local references inside the schema still resolve.
   auto document = std::make_unique<KorvoSetvault::JsonDocument>();
@@ -480,8 +477,8 @@ const valijson::Schema* CheckerSchemas::At(const std::string& pointer) {
   document->RemoveMember("$ref");
   document->AddMember("$ref", JsonValue(fragment.c_str(), document->GetAllocator()),
                       document->GetAllocator());
-  const KorvoSetvault::JsonDocument& kept = *documents_.emplace(pointer, std::move(document))
-                                                 .first->second;
+  const KorvoSetvault::JsonDocument& kept =
+      *documents_.emplace(pointer, std::move(document)).first->second;
   Populate(kept, *schema);
   return schema;
 }

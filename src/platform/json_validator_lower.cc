@@ -25,11 +25,12 @@ namespace {
 
 // Keywords that only annotate, and the library's own tags: not checked here.
 const std::set<std::string> kIgnored = {
-    "$comment", "title", "description", "default", "examples", "readOnly", "writeOnly",
-    "vital", "cached", "solutionUser", "instanceIdProperty", "generatedInstanceId"};
+    "$comment", "title",        "description",        "default",
+    "examples", "readOnly",     "writeOnly",          "vital",
+    "cached",   "solutionUser", "instanceIdProperty", "generatedInstanceId"};
 const std::set<std::string> kSingleSchema = {"not", "if", "then", "else", "contains"};
 const std::set<std::string> kSchemaLists = {"allOf", "anyOf", "oneOf"};
-const std::set<std::string> kCounts = {"maxLength", "minLength", "maxItems",
+const std::set<std::string> kCounts = {"maxLength", "minLength",     "maxItems",
                                        "minItems",  "maxProperties", "minProperties"};
 const std::set<std::string> kBounds = {"maximum", "minimum", "exclusiveMaximum",
                                        "exclusiveMinimum"};
@@ -63,7 +64,9 @@ class Lowerer {
   }
 
   JsonValue Copy(const JsonValue& value) { return JsonValue(value, allocator_); }
-  JsonValue Text(const std::string& text) { return JsonValue(text.c_str(), text.size(), allocator_); }
+  JsonValue Text(const std::string& text) {
+    return JsonValue(text.c_str(), text.size(), allocator_);
+  }
 
   JsonValue Schema(const JsonValue& node, const std::string& at, const std::string& where,
                    bool root) {
@@ -104,7 +107,8 @@ class Lowerer {
     if (kSingleSchema.count(name)) return Add(out, name, Schema(value, at + token, below, false));
     if (kSchemaLists.count(name)) return Add(out, name, List(name, value, at + token, below));
     if (name == "items" || name == "additionalItems") {
-      if (value.IsArray() && name == "items") return Add(out, name, List(name, value, at + token, below));
+      if (value.IsArray() && name == "items")
+        return Add(out, name, List(name, value, at + token, below));
       if (value.IsBool() && name == "additionalItems") return Add(out, name, Copy(value));
       return Add(out, name, Schema(value, at + token, below, false));
     }
@@ -181,10 +185,9 @@ class Lowerer {
     for (const auto& member : value.GetObject()) {
       const std::string token =
           PointerOf({std::string(member.name.GetString(), member.name.GetStringLength())});
-      JsonValue lowered = member.value.IsArray()
-                              ? Names("dependencies", member.value, where)
-                              : Schema(member.value, at + token,
-                                       where + "/dependencies" + token, false);
+      JsonValue lowered = member.value.IsArray() ? Names("dependencies", member.value, where)
+                                                 : Schema(member.value, at + token,
+                                                          where + "/dependencies" + token, false);
       out.AddMember(Copy(member.name), lowered, allocator_);
     }
     return out;

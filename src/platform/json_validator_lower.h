@@ -18,7 +18,8 @@ namespace internal {
 // the keyword and its place, "#/properties/a") for an unknown or refused
 // keyword, a keyword with a value of the wrong kind, a "$ref" that is not a
 // local JSON Pointer to a schema, and "$id" or "$schema" below the root.
-void LowerForChecker(const KorvoSetvault::JsonValue& prepared, KorvoSetvault::JsonDocument& lowered);
+void LowerForChecker(const KorvoSetvault::JsonValue& prepared,
+                     KorvoSetvault::JsonDocument& lowered);
 
 // "#" and `pointer` percent-encoded as a URI fragment.
 std::string FragmentOf(const std::string& pointer);

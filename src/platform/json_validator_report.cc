@@ -58,9 +58,10 @@ std::string NumberAfter(const std::string& text, const char* prefix) {
 
 // The quoted name inside "... 'name'." or "... 'name'".
 std::string QuotedName(const std::string& text) {
-  size_t first = text.find('\'');
   size_t last = text.rfind('\'');
-  if (first == std::string::npos || last <= first) return std::string();
+  size_t first = (last == std::string::npos || last == 0) ? std::string::npos
+                                                          : text.rfind('\'', last - 1);
+  if (first == std::string::npos) return std::string();
   return text.substr(first + 1, last - first - 1);
 }
 

@@ -140,7 +140,8 @@ void RunValueChecks(const CompiledSchema& compiled, const JsonValue& instance, F
   }
   compiled.ReturnChecker(std::move(checker));
   // A constraint that fails without saying why still fails the instance.
-  if (!valid && results.numErrors() == 0) findings.AddValueFinding("/", "value does not match the schema");
+  if (!valid && results.numErrors() == 0)
+    findings.AddValueFinding("/", "value does not match the schema");
   for (const auto& error : results) {
     Finding finding;
     if (TranslateValueError(error.context, error.description, instance, compiled.ValueSchema(),

@@ -103,7 +103,8 @@ const JsonValue& MetaSchema() {
 std::string KeywordFinding(const std::string& error) {
   const std::string prefix = "member '";
   const std::string suffix = "' is not described in the schema";
-  if (error.size() > prefix.size() + suffix.size() && error.compare(0, prefix.size(), prefix) == 0 &&
+  if (error.size() > prefix.size() + suffix.size() &&
+      error.compare(0, prefix.size(), prefix) == 0 &&
       error.compare(error.size() - suffix.size(), suffix.size(), suffix) == 0) {
     return "\"" + error.substr(prefix.size(), error.size() - prefix.size() - suffix.size()) +
            "\" is not a supported keyword";
@@ -111,8 +112,8 @@ std::string KeywordFinding(const std::string& error) {
   return error;
 }
 
-void AddFindings(const KorvoSetvault::JsonDocument& result, const std::string& base,
-                 bool keywords, std::vector<std::string>* faults) {
+void AddFindings(const KorvoSetvault::JsonDocument& result, const std::string& base, bool keywords,
+                 std::vector<std::string>* faults) {
   for (const auto& finding : result.GetArray()) {
     std::string field = finding["field"].GetString();
     std::string error = finding["error"].GetString();
@@ -162,7 +163,8 @@ std::shared_ptr<const SchemaDefinition> CheckSchemaDefinition(const std::string&
   }
   if (faults.empty()) return definition;
   std::string message;
-  for (const std::string& fault : faults) message += (message.empty() ? "" : "\n") + origin + ": " + fault;
+  for (const std::string& fault : faults)
+    message += (message.empty() ? "" : "\n") + origin + ": " + fault;
   throw KorvoSetvault::SetvaultException(KorvoSetvault::SV_ERR_GENERIC, message.c_str());
 }
 

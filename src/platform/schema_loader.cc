@@ -70,8 +70,7 @@ Definitions ReadDefinitions(const std::string& directory) {
         definition->component + "/" + definition->group + "/" + definition->key;
     auto inserted = file_of_type.emplace(type, file);
     if (!inserted.second) {
-      refuse(file + ": defines " + type + ", which " + inserted.first->second +
-             " defines as well");
+      refuse(file + ": defines " + type + ", which " + inserted.first->second + " defines as well");
       continue;
     }
     definitions.push_back(std::move(definition));

@@ -24,13 +24,12 @@ bool IsUserDataNode(const JsonValue& node) {
   return true;
 }
 
-// True when the node's "type" is `type`. A described member always says its
-// type; a boolean schema (true or false) has none.
+// True when the node's "type" is `type`. "type" is required: an object node
+// without one asserts. A boolean schema (true or false) has no type.
 bool HasType(const JsonValue& schema_node, const char* type) {
-  if (!schema_node.IsObject()) return false;
-  auto value = schema_node.FindMember("type");
-  return value != schema_node.MemberEnd() && value->value.IsString() &&
-         std::strcmp(value->value.GetString(), type) == 0;
+  if (schema_node.IsBool()) return false;
+  const JsonValue& value = schema_node["type"];
+  return value.IsString() && std::strcmp(value.GetString(), type) == 0;
 }
 
 // True when the config kind of `object`'s type exempts it from clean-up.

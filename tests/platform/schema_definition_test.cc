@@ -128,7 +128,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "supported keyword"},
         RefusalCase{"PatternDoesNotCompile",
                     Definition("", R"({"properties":{"a":{"type":"string","pattern":"(["}}})"),
-                    "/schema/properties/a/pattern: value \"([\" is not a valid regex"},
+                    "/schema/properties/a/pattern: value \"([\" is not a valid regex (missing ]: [)"},
         RefusalCase{"PatternWithBackreference",
                     Definition("", R"({"properties":{"a":{"type":"string",
                         "pattern":"^(a)\\1$"}}})"),
@@ -140,14 +140,14 @@ INSTANTIATE_TEST_SUITE_P(
                     Definition("", R"({"properties":{"a":{"type":"string","format":"uri"}}})"),
                     "/schema/properties/a/format: value \"uri\" is not one of the allowed"},
         RefusalCase{"RemoteReference",
-                    Definition("", R"({"properties":{"a":{"$ref":"http://x/s.json#/a"}}})"),
+                    Definition("", R"({"properties":{"a":{"type":"string","$ref":"http://x/s.json#/a"}}})"),
                     "/schema/properties/a/$ref: value \"http://x/s.json#/a\" does not match"},
         RefusalCase{"DanglingReference",
-                    Definition("", R"({"properties":{"a":{"$ref":"#/definitions/gone"}}})"),
+                    Definition("", R"({"properties":{"a":{"type":"string","$ref":"#/definitions/gone"}}})"),
                     "/schema: Invalid JSON schema: unresolved \"$ref\" \"#/definitions/gone\""},
         RefusalCase{"AnchorReference",
                     Definition("", R"({"definitions":{"b":{"type":"string"}},
-                        "properties":{"a":{"$ref":"#b"}}})"),
+                        "properties":{"a":{"type":"string","$ref":"#b"}}})"),
                     "unresolved \"$ref\" \"#b\""},
         RefusalCase{"IdBelowTheRoot",
                     Definition("", R"({"properties":{"a":{"$id":"#a","type":"string"}}})"),
@@ -163,10 +163,10 @@ INSTANTIATE_TEST_SUITE_P(
                     Definition(R"("defaults":{"mtu":70000,"name":1,"odd":true})",
                                R"({"type":"object","properties":{
                         "mtu":{"type":"integer","maximum":9216},"name":{"type":"string"}}})"),
+                    "defs/bad.json: /defaults/odd: member 'odd' is not described in the schema\n"
                     "defs/bad.json: /defaults/mtu: value 70000 exceeds maximum 9216\n"
                     "defs/bad.json: /defaults/name: value of type integer is not allowed here "
-                    "(expected string)\n"
-                    "defs/bad.json: /defaults/odd: member 'odd' is not described in the schema"},
+                    "(expected string)"},
         RefusalCase{"VitalAndCached", Definition("", R"({"vital":true,"cached":true})"),
                     "both \"vital\" and \"cached\""},
         RefusalCase{"TypeIdUndescribed",

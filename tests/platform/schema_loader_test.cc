@@ -137,9 +137,8 @@ TEST_F(SchemaLoaderTest, EveryRefusedFileIsReported) {
   const std::string expected =
       defs_.File("b.json") + ": defines korvo/test/alpha, which " + defs_.File("a.json") +
       " defines as well\n" + defs_.File("c.json") +
-      ": /schema/propertise: \"propertise\" is not a supported keyword\n" +
-      defs_.File("c.json") +
       ": /schema/properties/s/pattern: value \"([\" is not a valid regex (missing ]: [)\n" +
+      defs_.File("c.json") + ": /schema/propertise: \"propertise\" is not a supported keyword\n" +
       defs_.File("e.json") + ": not valid JSON at offset 1: Missing a name for object member.";
   EXPECT_EQ(LoadError(defs_.path()), expected);
   try {
