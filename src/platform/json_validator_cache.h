@@ -37,8 +37,8 @@ class CompiledSchema {
   const KorvoSetvault::JsonValue& ValueSchema() const { return prepared_; }
   const valijson::Schema& CheckSchema() const { return checker_schemas_->Root(); }
 
-  // A checker for the duration of one validation. A checker keeps compiled
-  // patterns between calls, so they are pooled rather than made per call.
+  // A checker for the duration of one validation, taken from a pool so that
+  // its allocations are reused between calls.
   std::unique_ptr<valijson::Validator> TakeChecker() const;
   void ReturnChecker(std::unique_ptr<valijson::Validator> checker) const;
 

@@ -457,8 +457,6 @@ class MembersBuilder : public valijson::ConstraintBuilder {
 
 }  // namespace
 
-bool IsCheckedFormat(const std::string& name) { return Formats().count(name) != 0; }
-
 CheckerSchemas::CheckerSchemas(const JsonValue& lowered) : lowered_(lowered) {
   root_ = std::make_unique<valijson::Schema>();
   Populate(lowered_, *root_);

@@ -35,9 +35,6 @@ constexpr const char kPatternSchemas[] = "svPatternSchemas";
 constexpr const char kAdditionalSchema[] = "svAdditional";
 constexpr const char kNamesSchema[] = "svNamesSchema";
 
-// True when `name` is a format that "format" checks.
-bool IsCheckedFormat(const std::string& name);
-
 // The checker schemas of one lowered schema document: the root, and the
 // schemas of svMembers, each compiled on its own (a document that is the
 // lowered one with a root "$ref" to the schema's place). Immutable after
