@@ -1,11 +1,17 @@
-// Validation cost: a cached compiled schema against compiling per call, and
-// a large instance array.
+// Validation cost: a cached compiled schema against compiling per call, a
+// large instance array, and the pattern engine (RE2) beside std::regex on
+// ordinary patterns and values.
 #include <benchmark/benchmark.h>
 
+#include <memory>
+#include <regex>
 #include <string>
 #include <unordered_set>
+#include <utility>
+#include <vector>
 
 #include "platform/json_validator.h"
+#include "platform/pattern.h"
 #include "setvault/json_doc.h"
 
 namespace {
@@ -94,5 +100,47 @@ void BM_ValidateInstanceArray(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
 }
 BENCHMARK(BM_ValidateInstanceArray)->Arg(10000)->Unit(benchmark::kMillisecond);
+
+// Ordinary patterns of configuration types, each with a matching and a
+// non-matching value.
+const std::vector<std::pair<std::string, std::vector<std::string>>>& OrdinaryPatterns() {
+  static const auto* patterns = new std::vector<std::pair<std::string, std::vector<std::string>>>{
+      {"^[a-z][a-z0-9_-]{0,31}$", {"vswitch-main", "Vswitch main"}},
+      {"^([0-9a-fA-F]{2}:){5}[0-9a-fA-F]{2}$", {"00:1a:2b:3c:4d:5e", "00:1a:2b:3c:4d"}},
+      {"^[0-9]{1,3}(\\.[0-9]{1,3}){3}$", {"192.168.100.254", "192.168.100"}},
+      {"^[0-9a-f]{4}:[0-9a-f]{2}:[0-9a-f]{2}\\.[0-7]$", {"0000:3b:00.1", "0000:3b:00"}},
+      {"(debug|info|warning|error)", {"log level warning", "verbose"}},
+  };
+  return *patterns;
+}
+
+void BM_PatternRe2(benchmark::State& state) {
+  std::vector<std::unique_ptr<KorvoSetvault::Pattern>> compiled;
+  for (const auto& entry : OrdinaryPatterns()) {
+    compiled.push_back(std::make_unique<KorvoSetvault::Pattern>(entry.first));
+  }
+  for (auto _ : state) {
+    for (size_t i = 0; i < compiled.size(); ++i) {
+      for (const std::string& value : OrdinaryPatterns()[i].second) {
+        benchmark::DoNotOptimize(compiled[i]->Search(value));
+      }
+    }
+  }
+}
+BENCHMARK(BM_PatternRe2);
+
+// The engine patterns ran on before: std::regex, compiled once, searched.
+void BM_PatternStdRegexFloor(benchmark::State& state) {
+  std::vector<std::regex> compiled;
+  for (const auto& entry : OrdinaryPatterns()) compiled.emplace_back(entry.first);
+  for (auto _ : state) {
+    for (size_t i = 0; i < compiled.size(); ++i) {
+      for (const std::string& value : OrdinaryPatterns()[i].second) {
+        benchmark::DoNotOptimize(std::regex_search(value, compiled[i]));
+      }
+    }
+  }
+}
+BENCHMARK(BM_PatternStdRegexFloor);
 
 }  // namespace

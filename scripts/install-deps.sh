@@ -11,7 +11,7 @@ if [ "$(id -u)" -ne 0 ]; then sudo_cmd=(sudo); fi
 
 packages=(
   build-essential cmake ninja-build pkg-config clang
-  rapidjson-dev libsqlite3-dev sqlite3 uuid-dev libcli11-dev
+  rapidjson-dev libsqlite3-dev sqlite3 uuid-dev libcli11-dev libre2-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )
 

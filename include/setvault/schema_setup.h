@@ -28,12 +28,16 @@ enum class SchemaLoadMode {
 // and writes the definitions into the schema database in one transaction.
 // Returns the number of definitions loaded.
 // Throws SetvaultException 2000 when the directory cannot be read or holds no
-// *.json file, when a definition is refused (bad JSON, a missing or invalid
-// component, group, key or version, a "schema" that is not an object, badly
-// typed tags or flags, a name with characters other than letters, digits, '_'
-// and '-', two files defining the same type) with a message naming the file
-// and the fault, or when the schema database cannot be written. On any
-// failure the schema database is left as it was.
+// *.json file, when definitions are refused, or when the schema database
+// cannot be written. A definition is refused for bad JSON, a missing or
+// invalid component, group, key or version, badly typed tags or flags, a name
+// with characters other than letters, digits, '_' and '-', two files defining
+// the same type, a "schema" outside the supported JSON Schema dialect (an
+// unknown or unsupported keyword, a pattern that does not compile, an
+// unsupported "format", a "$ref" that does not resolve inside the
+// definition), or "defaults" that the schema refuses. The message holds one
+// line per fault of every refused file: "<file>: <JSON Pointer>: <fault>".
+// On any failure the schema database is left as it was.
 SETVAULT_EXPORT size_t LoadSchemaDefinitions(const std::string& directory,
                                              SchemaLoadMode mode = SchemaLoadMode::kReplaceAll);
 

@@ -42,10 +42,19 @@
 //     reached through "$ref" is prepared for the value checks where it is
 //     defined, so tags of the places that refer to it do not change which of
 //     its members keep their value checks.
-//   - Strings longer than 8192 bytes are reported instead of checked when the
-//     schema has patterns (the pattern engine recurses per character), and an
-//     instance nested deeper than 128 levels gives the single finding
+//   - An instance nested deeper than 128 levels gives the single finding
 //     {"/", "value is nested deeper than 128 levels"}.
+//
+// The schema dialect is JSON Schema draft 7. valijson walks the schema; the
+// library checks "type" (1.0 is an integer), "pattern", "patternProperties"
+// and "propertyNames" (patterns with RE2, linear time: see platform/pattern.h),
+// "format" (date, time, date-time, ipv4, ipv6, hostname, regex), "multipleOf"
+// and the boolean schemas itself (json_validator_keywords.h). Counts may be
+// written 2.0. Annotations ("title", "description", "default", "examples",
+// "$comment", "readOnly", "writeOnly") are accepted and not checked; "$id"
+// and "$schema" (draft 7 only) are accepted at the root only. Every other
+// keyword, a remote reference or one by "$id", and any other format make the
+// schema malformed.
 //   - An object schema without "properties" (or with "additionalProperties"
 //     true or a schema) accepts undescribed members under option 1.
 //

@@ -5,6 +5,7 @@
 #include <exception>
 #include <utility>
 
+#include "platform/json_validator_lower.h"
 #include "setvault/exceptions.h"
 
 namespace JsonValidator {
@@ -12,28 +13,6 @@ namespace internal {
 
 using KorvoSetvault::JsonValue;
 
-namespace {
-
-// True when a member named "pattern" or "patternProperties" appears anywhere
-// in `schema` (over-approximates: a property called "pattern" counts too).
-bool MentionsPatterns(const JsonValue& schema) {
-  std::vector<const JsonValue*> pending{&schema};
-  while (!pending.empty()) {
-    const JsonValue* current = pending.back();
-    pending.pop_back();
-    if (current->IsObject()) {
-      for (const auto& member : current->GetObject()) {
-        if (member.name == "pattern" || member.name == "patternProperties") return true;
-        pending.push_back(&member.value);
-      }
-    } else if (current->IsArray()) {
-      for (const auto& element : current->GetArray()) pending.push_back(&element);
-    }
-  }
-  return false;
-}
-
-}  // namespace
 
 CompiledSchema::CompiledSchema(const JsonValue& schema, OptionMask mask) : mask_(mask) {
   if (!schema.IsObject()) ThrowInvalidSchema("the schema is not a JSON object");
@@ -43,11 +22,9 @@ CompiledSchema::CompiledSchema(const JsonValue& schema, OptionMask mask) : mask_
   CopyOwned(schema, original_);
   rules_ = std::make_unique<RuleTree>(original_);
   PrepareValueSchema(original_, *rules_, mask, prepared_);
-  has_patterns_ = MentionsPatterns(prepared_);
-  check_schema_ = std::make_unique<valijson::Schema>();
+  LowerForChecker(prepared_, lowered_);
   try {
-    valijson::SchemaParser parser(valijson::SchemaParser::kDraft7);
-    parser.populateSchema(valijson::adapters::RapidJsonAdapter(prepared_), *check_schema_);
+    checker_schemas_ = std::make_unique<CheckerSchemas>(lowered_);
   } catch (const KorvoSetvault::SetvaultException&) {
     throw;
   } catch (const std::exception& e) {

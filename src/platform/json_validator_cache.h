@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/json_validator_keywords.h"
 #include "platform/json_validator_rules.h"
 #include "platform/json_validator_valijson.h"
 
@@ -34,22 +35,20 @@ class CompiledSchema {
   const RuleTree& Rules() const { return *rules_; }
   // The schema the value checks run on (see PrepareValueSchema).
   const KorvoSetvault::JsonValue& ValueSchema() const { return prepared_; }
-  const valijson::Schema& CheckSchema() const { return *check_schema_; }
-  // True when some schema keyword matches strings against patterns.
-  bool HasPatterns() const { return has_patterns_; }
+  const valijson::Schema& CheckSchema() const { return checker_schemas_->Root(); }
 
-  // A checker for the duration of one validation. A checker keeps compiled
-  // patterns between calls, so they are pooled rather than made per call.
+  // A checker for the duration of one validation, taken from a pool so that
+  // its allocations are reused between calls.
   std::unique_ptr<valijson::Validator> TakeChecker() const;
   void ReturnChecker(std::unique_ptr<valijson::Validator> checker) const;
 
  private:
   KorvoSetvault::JsonDocument original_;
   KorvoSetvault::JsonDocument prepared_;
+  KorvoSetvault::JsonDocument lowered_;  // what the checker compiles
   std::unique_ptr<RuleTree> rules_;
-  std::unique_ptr<valijson::Schema> check_schema_;
+  std::unique_ptr<CheckerSchemas> checker_schemas_;
   OptionMask mask_;
-  bool has_patterns_ = false;
   mutable std::mutex pool_mutex_;
   mutable std::vector<std::unique_ptr<valijson::Validator>> pool_;
 };

@@ -58,9 +58,10 @@ std::string NumberAfter(const std::string& text, const char* prefix) {
 
 // The quoted name inside "... 'name'." or "... 'name'".
 std::string QuotedName(const std::string& text) {
-  size_t first = text.find('\'');
   size_t last = text.rfind('\'');
-  if (first == std::string::npos || last <= first) return std::string();
+  size_t first =
+      (last == std::string::npos || last == 0) ? std::string::npos : text.rfind('\'', last - 1);
+  if (first == std::string::npos) return std::string();
   return text.substr(first + 1, last - first - 1);
 }
 
@@ -175,6 +176,9 @@ bool IsSummary(const std::string& description) {
       "Failed to validate against additional properties schema",
       "Failed to validate against child schema #",
       "Failed to validate against schema associated with pattern",
+      "Failed to validate against a conditional schema",
+      "Failed to validate against dependent schema",
+      "Cannot validate item #",
   };
   for (const char* summary : kSummaries) {
     if (StartsWith(description, summary)) return true;
@@ -225,6 +229,32 @@ std::string Rewrite(const std::string& description, const JsonValue* value,
   }
   if (StartsWith(description, "Failed to match regex")) {
     return "value " + shown + " does not match " + PatternOf(schema);
+  }
+  // Combinators and other whole-value keywords, each from its fixed text.
+  static const std::pair<const char*, const char*> kWholeValue[] = {
+      {"Target should not validate against schema specified in 'not'",
+       " matches the schema under \"not\""},
+      {"Failed to validate against any schemas allowed by anyOf",
+       " matches none of the schemas of \"anyOf\""},
+      {"Failed to validate against exactly one child schema",
+       " does not match exactly one schema of \"oneOf\""},
+      {"Failed to any values against subschema in 'contains'",
+       " has no element that matches \"contains\""},
+      {"Elements at indexes #", " has equal elements (\"uniqueItems\")"},
+      {"Array contains more items than allowed by items", " has more elements than allowed"},
+      {"Object should have no more than ", " has more members than allowed"},
+      {"Object should have no fewer than ", " has fewer members than allowed"},
+  };
+  for (const auto& [prefix, text] : kWholeValue) {
+    if (StartsWith(description, prefix)) {
+      return (value && (value->IsArray() || value->IsObject())
+                  ? "the " + std::string(TypeNameOf(*value))
+                  : "value " + shown) +
+             text;
+    }
+  }
+  if (StartsWith(description, "Missing dependency '")) {
+    return "missing member '" + QuotedName(description) + "' that another member depends on";
   }
   bool is_string = value && value->IsString();
   bool is_array = value && value->IsArray();

@@ -1,7 +1,6 @@
 // The two passes of a validation: member rules and value checks.
 #include "platform/json_validator_run.h"
 
-#include <regex>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -116,54 +115,6 @@ class MemberWalker {
   std::vector<std::string> path_;
 };
 
-// True when some string in `value` is longer than `limit` bytes.
-bool HasStringLongerThan(const JsonValue& value, size_t limit) {
-  std::vector<const JsonValue*> pending{&value};
-  while (!pending.empty()) {
-    const JsonValue* current = pending.back();
-    pending.pop_back();
-    if (current->IsString()) {
-      if (current->GetStringLength() > limit) return true;
-    } else if (current->IsObject()) {
-      for (const auto& member : current->GetObject()) pending.push_back(&member.value);
-    } else if (current->IsArray()) {
-      for (const auto& element : current->GetArray()) pending.push_back(&element);
-    }
-  }
-  return false;
-}
-
-// Reports strings too long for the pattern engine; true when there are any.
-bool ReportOverlongStrings(const JsonValue& instance, Findings& findings) {
-  if (!HasStringLongerThan(instance, kMaxPatternCheckedLength)) return false;
-  bool found = false;
-  std::vector<std::pair<const JsonValue*, std::vector<std::string>>> pending{{&instance, {}}};
-  while (!pending.empty()) {
-    auto [current, tokens] = std::move(pending.back());
-    pending.pop_back();
-    if (current->IsString() && current->GetStringLength() > kMaxPatternCheckedLength) {
-      findings.AddValueFinding(PointerOf(tokens),
-                               "string of " + std::to_string(current->GetStringLength()) +
-                                   " bytes is too long to check (at most " +
-                                   std::to_string(kMaxPatternCheckedLength) + " bytes)");
-      found = true;
-    } else if (current->IsObject()) {
-      for (const auto& member : current->GetObject()) {
-        auto child = tokens;
-        child.push_back(Name(member.name));
-        pending.emplace_back(&member.value, std::move(child));
-      }
-    } else if (current->IsArray()) {
-      for (rapidjson::SizeType i = 0; i < current->Size(); ++i) {
-        auto child = tokens;
-        child.push_back(std::to_string(i));
-        pending.emplace_back(&(*current)[i], std::move(child));
-      }
-    }
-  }
-  return found;
-}
-
 }  // namespace
 
 void RunMemberRules(const CompiledSchema& compiled, const JsonValue& instance, Findings& findings) {
@@ -174,14 +125,12 @@ void RunMemberRules(const CompiledSchema& compiled, const JsonValue& instance, F
 }
 
 void RunValueChecks(const CompiledSchema& compiled, const JsonValue& instance, Findings& findings) {
-  if (compiled.HasPatterns() && ReportOverlongStrings(instance, findings)) return;
   valijson::ValidationResults results;
   auto checker = compiled.TakeChecker();
+  bool valid = true;
   try {
-    checker->validate(compiled.CheckSchema(), valijson::adapters::RapidJsonAdapter(instance),
-                      &results);
-  } catch (const std::regex_error& e) {
-    ThrowInvalidSchema(std::string("a pattern does not compile: ") + e.what());
+    valid = checker->validate(compiled.CheckSchema(),
+                              valijson::adapters::RapidJsonAdapter(instance), &results);
   } catch (const KorvoSetvault::SetvaultException&) {
     throw;
   } catch (const std::exception& e) {
@@ -190,6 +139,9 @@ void RunValueChecks(const CompiledSchema& compiled, const JsonValue& instance, F
         (std::string("JSON validation failed: ") + e.what()).c_str());
   }
   compiled.ReturnChecker(std::move(checker));
+  // A constraint that fails without saying why still fails the instance.
+  if (!valid && results.numErrors() == 0)
+    findings.AddValueFinding("/", "value does not match the schema");
   for (const auto& error : results) {
     Finding finding;
     if (TranslateValueError(error.context, error.description, instance, compiled.ValueSchema(),

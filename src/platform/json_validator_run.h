@@ -8,18 +8,13 @@
 namespace JsonValidator {
 namespace internal {
 
-// Longest string checked against a schema that has patterns: the pattern
-// engine recurses per character and would exhaust the stack on huge texts.
-constexpr size_t kMaxPatternCheckedLength = 8192;
-
 // Undescribed members (option 1), tag policies (3, 4, 5, 9) and instance ids
 // (8). Expects an instance no deeper than kMaxInstanceDepth.
 void RunMemberRules(const CompiledSchema& compiled, const KorvoSetvault::JsonValue& instance,
                     Findings& findings);
 
 // Type, value, length, pattern and nested-schema checks, and "required" when
-// the option set asks for it. Throws SetvaultException 2000 when the schema
-// holds a pattern that does not compile.
+// the option set asks for it.
 void RunValueChecks(const CompiledSchema& compiled, const KorvoSetvault::JsonValue& instance,
                     Findings& findings);
 

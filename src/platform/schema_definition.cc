@@ -169,7 +169,8 @@ class DefinitionChecker {
   }
 
   void CheckNode(const JsonValue& node, const std::string& where) {
-    if (!node.IsObject()) Fail("schema node " + where + " must be a JSON object");
+    if (node.IsBool()) return;  // true accepts anything, false nothing
+    if (!node.IsObject()) Fail("schema node " + where + " must be a JSON object or a boolean");
     for (const char* flag : kNodeFlags) {
       if (Has(node, flag) && !node[flag].IsBool()) {
         Fail("schema node " + where + ": \"" + flag + "\" must be true or false");
@@ -197,6 +198,7 @@ class DefinitionChecker {
   // described member says what it is, so that a write never meets a schema it
   // cannot walk.
   void RequireShape(const JsonValue& node, const std::string& where) const {
+    if (node.IsBool()) return;
     if (!Has(node, "type")) Fail("schema node " + where + ": \"type\" is missing");
     const JsonValue& type = node["type"];
     if (!type.IsString()) return;

@@ -25,9 +25,10 @@
 // confirmed user value, and the pending one only during an upgrade.
 //
 // Names (component, group, key, valueType, instance id members) hold only
-// letters, digits, '_' and '-'. "schema" is a JSON Schema (draft 7 subset)
-// whose nodes, as far as "properties" and "items" lead, are objects with a
-// valid "type" where they have one. Inside "schema", any node may carry the
+// letters, digits, '_' and '-'. "schema" is a JSON Schema of draft 7 in the
+// dialect that CheckDefinitionSchema describes; its nodes, as far as
+// "properties" and "items" lead, are objects (or the boolean schemas true and
+// false) with a valid "type" where they have one. Inside "schema", any node may carry the
 // booleans "vital", "cached" and "solutionUser"; an array property whose
 // elements are sub-object instances carries either "instanceIdProperty" (the
 // member of each element holding its id, which its "items" must describe) or
@@ -78,11 +79,40 @@ struct SchemaDefinition {
 // True when `name` is non-empty and holds only letters, digits, '_' and '-'.
 bool IsValidSchemaName(const std::string& name);
 
-// Parses and checks the definition `text`. `origin` (a file name, or a row of
-// the schema database) starts every error message. Throws SetvaultException
-// 2000 "<origin>: <what is wrong>" for a definition that is not accepted.
+// Parses the definition `text` and checks its shape (members, names, flags,
+// instance arrays). `origin` (a file name, or a row of the schema database)
+// starts every error message. Throws SetvaultException 2000 "<origin>: <what
+// is wrong>" for a definition that is not accepted. Used for definitions
+// already checked by CheckSchemaDefinition (rows of the schema database).
 std::shared_ptr<const SchemaDefinition> ParseSchemaDefinition(const std::string& text,
                                                               const std::string& origin);
+
+// The whole check of a definition file before it is loaded:
+// ParseSchemaDefinition, then CheckDefinitionSchema and the defaults against
+// the schema (CheckValueAgainstSchema at "/defaults"). Throws
+// SetvaultException 2000 with one line "<origin>: <JSON Pointer>: <fault>"
+// per fault found (the pointer leads into the definition document).
+std::shared_ptr<const SchemaDefinition> CheckSchemaDefinition(const std::string& text,
+                                                              const std::string& origin);
+
+// Checks a definition's "schema" against the supported dialect: the
+// meta-schema of draft 7 narrowed to the keywords the validator honours
+// (every other keyword is refused), every pattern compiles with RE2, every
+// "format" is one the validator checks, every "$ref" is a local JSON Pointer
+// that resolves to a schema, and the validator compiles the schema. Appends
+// "<JSON Pointer into the definition>: <fault>" to `faults` per fault.
+void CheckDefinitionSchema(const KorvoSetvault::JsonValue& schema,
+                           std::vector<std::string>* faults);
+
+// Validates `value` (default values or a default instance) against `schema`
+// as the validator checks stored data: value checks, and no member the schema
+// does not describe; "required" is not applied. Appends
+// "<pointer_base><field>: <error>" to `faults` per finding ("/defaults/mtu:
+// value 70000 exceeds maximum 9216"). `schema` must have passed
+// CheckDefinitionSchema; a schema that does not compile adds one fault.
+void CheckValueAgainstSchema(const KorvoSetvault::JsonValue& schema,
+                             const KorvoSetvault::JsonValue& value,
+                             const std::string& pointer_base, std::vector<std::string>* faults);
 
 }  // namespace KorvoSchemaStore
 

@@ -49,20 +49,33 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
-// Parses and checks every definition file of `directory`.
+// Parses and checks every definition file of `directory`. Every refused file
+// is reported, each with all its faults, in one exception.
 Definitions ReadDefinitions(const std::string& directory) {
   Definitions definitions;
   std::map<std::string, std::string> file_of_type;
+  std::string refusals;
+  auto refuse = [&refusals](const std::string& what) {
+    refusals += (refusals.empty() ? "" : "\n") + what;
+  };
   for (const std::string& file : ListDefinitionFiles(directory)) {
-    auto definition = KorvoSchemaStore::ParseSchemaDefinition(ReadFile(file), file);
+    std::shared_ptr<const SchemaDefinition> definition;
+    try {
+      definition = KorvoSchemaStore::CheckSchemaDefinition(ReadFile(file), file);
+    } catch (const SetvaultException& e) {
+      refuse(e.what());
+      continue;
+    }
     const std::string type =
         definition->component + "/" + definition->group + "/" + definition->key;
     auto inserted = file_of_type.emplace(type, file);
     if (!inserted.second) {
-      Fail(file + ": defines " + type + ", which " + inserted.first->second + " defines as well");
+      refuse(file + ": defines " + type + ", which " + inserted.first->second + " defines as well");
+      continue;
     }
     definitions.push_back(std::move(definition));
   }
+  if (!refusals.empty()) Fail(refusals);
   return definitions;
 }
 

@@ -24,9 +24,10 @@ bool IsUserDataNode(const JsonValue& node) {
   return true;
 }
 
-// True when the node's "type" is `type`. "type" is required: a node without
-// one (or a node that is not an object) asserts.
+// True when the node's "type" is `type`. "type" is required: an object node
+// without one asserts. A boolean schema (true or false) has no type.
 bool HasType(const JsonValue& schema_node, const char* type) {
+  if (schema_node.IsBool()) return false;
   const JsonValue& value = schema_node["type"];
   return value.IsString() && std::strcmp(value.GetString(), type) == 0;
 }

@@ -82,6 +82,38 @@ TEST(JsonValidatorFindings, BoundsAndLengthMessagesNameValueAndLimit) {
                   Found{"/word", "value \"A1\" does not match the pattern \"^[a-z]+$\""}));
 }
 
+TEST(JsonValidatorFindings, KeywordsOfWholeValuesAreNamed) {
+  const std::string schema = R"({"type": "object", "properties": {
+      "not": {"not": {"type": "string"}}, "any": {"anyOf": [{"type": "string"}, false]},
+      "one": {"oneOf": [{"minimum": 1}, {"maximum": 3}]},
+      "has": {"contains": {"const": 3}}, "set": {"uniqueItems": true},
+      "pair": {"items": [{}], "additionalItems": false}, "few": {"minProperties": 1},
+      "dep": {"dependencies": {"a": ["b"]}}, "never": false, "int": {"type": "integer"},
+      "step": {"multipleOf": 0.5}, "day": {"format": "date"},
+      "names": {"propertyNames": {"maxLength": 1}}}})";
+  EXPECT_THAT(
+      Check(schema, R"({"not": "s", "any": 1, "one": 2, "has": [1], "set": [1, 1], "pair": [1, 2],
+          "few": {}, "dep": {"a": 1}, "never": null, "int": 1.5, "step": 0.7,
+          "day": "2023-02-29", "names": {"ab": 1}})",
+            {0}),
+      UnorderedElementsAre(
+          Found{"/not", "value \"s\" matches the schema under \"not\""},
+          Found{"/any", "no value is allowed here"},
+          Found{"/any", "value of type integer is not allowed here (expected string)"},
+          Found{"/any", "value 1 matches none of the schemas of \"anyOf\""},
+          Found{"/one", "value 2 does not match exactly one schema of \"oneOf\""},
+          Found{"/has", "the array has no element that matches \"contains\""},
+          Found{"/set", "the array has equal elements (\"uniqueItems\")"},
+          Found{"/pair", "the array has more elements than allowed"},
+          Found{"/few", "the object has fewer members than allowed"},
+          Found{"/dep", "missing member 'b' that another member depends on"},
+          Found{"/never", "no value is allowed here"},
+          Found{"/int", "value of type number is not allowed here (expected integer)"},
+          Found{"/step", "value 0.7 is not a multiple of 0.5"},
+          Found{"/day", "value \"2023-02-29\" is not a valid date"},
+          Found{"/names/ab", "member name \"ab\" is not allowed by \"propertyNames\""}));
+}
+
 TEST(JsonValidatorFindings, LongValuesAreCutInMessages) {
   std::string long_text(200, 'q');
   auto findings = Check(R"({"type": "object", "properties": {"e": {"enum": ["a"]}}})",

@@ -11,14 +11,15 @@
 
 namespace {
 
+using KorvoSchemaStore::CheckSchemaDefinition;
 using KorvoSchemaStore::ParseSchemaDefinition;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-// The message of the SetvaultException that parsing `text` throws.
+// The message of the SetvaultException that checking `text` throws.
 std::string RefusalOf(const std::string& text) {
   try {
-    ParseSchemaDefinition(text, "defs/bad.json");
+    CheckSchemaDefinition(text, "defs/bad.json");
   } catch (const KorvoSetvault::SetvaultException& e) {
     EXPECT_EQ(e.GetErrorCode(), KorvoSetvault::SV_ERR_GENERIC);
     return e.what();
@@ -50,6 +51,13 @@ TEST_P(DefinitionRefusalTest, NamesTheFileAndTheFault) {
 }
 
 const std::string kNames = R"("component":"korvo","group":"net","key":"vswitch","version":"1")";
+
+// A schema of `levels` nested "properties" (two levels of JSON each).
+std::string NestedSchema(int levels) {
+  std::string schema = R"({"type":"string"})";
+  for (int i = 0; i < levels; ++i) schema = R"({"type":"object","properties":{"a":)" + schema + "}}";
+  return schema;
+}
 
 INSTANTIATE_TEST_SUITE_P(
     Refusals, DefinitionRefusalTest,
@@ -106,8 +114,59 @@ INSTANTIATE_TEST_SUITE_P(
                     "schema node /schema/properties/a: \"type\" must name JSON types"},
         RefusalCase{"TypeListWithNumber", Definition("", R"({"type":["object", 1]})"),
                     "schema node /schema: \"type\" must name JSON types"},
-        RefusalCase{"PropertyNotObject", Definition("", R"({"properties":{"a":true}})"),
-                    "schema node /schema/properties/a must be a JSON object"},
+        RefusalCase{"PropertyNotSchema", Definition("", R"({"properties":{"a":5}})"),
+                    "schema node /schema/properties/a must be a JSON object or a boolean"},
+        RefusalCase{"DeepSchema", Definition("", NestedSchema(125)),
+                    "defs/bad.json: /schema: value is nested deeper than 128 levels"},
+        RefusalCase{"MisspeltKeyword",
+                    Definition("", R"({"type":"object","propertise":{"a":{"type":"string"}}})"),
+                    "/schema/propertise: \"propertise\" is not a supported keyword"},
+        RefusalCase{"UnsupportedKeyword",
+                    Definition("", R"({"properties":{"a":{"type":"string",
+                        "contentMediaType":"text/plain"}}})"),
+                    "/schema/properties/a/contentMediaType: \"contentMediaType\" is not a "
+                    "supported keyword"},
+        RefusalCase{"PatternDoesNotCompile",
+                    Definition("", R"({"properties":{"a":{"type":"string","pattern":"(["}}})"),
+                    "/schema/properties/a/pattern: value \"([\" is not a valid regex (missing ]: [)"},
+        RefusalCase{"PatternWithBackreference",
+                    Definition("", R"({"properties":{"a":{"type":"string",
+                        "pattern":"^(a)\\1$"}}})"),
+                    "/schema/properties/a/pattern: value"},
+        RefusalCase{"PatternPropertyDoesNotCompile",
+                    Definition("", R"({"patternProperties":{"a(":{"type":"string"}}})"),
+                    "/schema/patternProperties/a(: member name \"a(\""},
+        RefusalCase{"UnsupportedFormat",
+                    Definition("", R"({"properties":{"a":{"type":"string","format":"uri"}}})"),
+                    "/schema/properties/a/format: value \"uri\" is not one of the allowed"},
+        RefusalCase{"RemoteReference",
+                    Definition("", R"({"properties":{"a":{"type":"string","$ref":"http://x/s.json#/a"}}})"),
+                    "/schema/properties/a/$ref: value \"http://x/s.json#/a\" does not match"},
+        RefusalCase{"DanglingReference",
+                    Definition("", R"({"properties":{"a":{"type":"string","$ref":"#/definitions/gone"}}})"),
+                    "/schema: Invalid JSON schema: unresolved \"$ref\" \"#/definitions/gone\""},
+        RefusalCase{"AnchorReference",
+                    Definition("", R"({"definitions":{"b":{"type":"string"}},
+                        "properties":{"a":{"type":"string","$ref":"#b"}}})"),
+                    "unresolved \"$ref\" \"#b\""},
+        RefusalCase{"IdBelowTheRoot",
+                    Definition("", R"({"properties":{"a":{"$id":"#a","type":"string"}}})"),
+                    "/schema/properties/a/$id: \"$id\" is not a supported keyword"},
+        RefusalCase{"OtherDraft",
+                    Definition("", R"({"$schema":"http://json-schema.org/draft-04/schema#"})"),
+                    "/schema/$schema: value"},
+        RefusalCase{"FractionalCount",
+                    Definition("", R"({"properties":{"a":{"type":"string","maxLength":2.5}}})"),
+                    "/schema/properties/a/maxLength: value of type number is not allowed here "
+                    "(expected integer)"},
+        RefusalCase{"DefaultsAgainstSchema",
+                    Definition(R"("defaults":{"mtu":70000,"name":1,"odd":true})",
+                               R"({"type":"object","properties":{
+                        "mtu":{"type":"integer","maximum":9216},"name":{"type":"string"}}})"),
+                    "defs/bad.json: /defaults/odd: member 'odd' is not described in the schema\n"
+                    "defs/bad.json: /defaults/mtu: value 70000 exceeds maximum 9216\n"
+                    "defs/bad.json: /defaults/name: value of type integer is not allowed here "
+                    "(expected string)"},
         RefusalCase{"VitalAndCached", Definition("", R"({"vital":true,"cached":true})"),
                     "both \"vital\" and \"cached\""},
         RefusalCase{"TypeIdUndescribed",

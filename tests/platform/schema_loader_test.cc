@@ -126,11 +126,27 @@ TEST_F(SchemaLoaderTest, RefusedDefinitionLeavesTheDatabaseAsItWas) {
   }
 }
 
-TEST_F(SchemaLoaderTest, TwoFilesForOneTypeAreRefused) {
+TEST_F(SchemaLoaderTest, EveryRefusedFileIsReported) {
   defs_.WriteFile("a.json", Minimal("alpha"));
   defs_.WriteFile("b.json", Minimal("alpha", "2"));
-  EXPECT_EQ(LoadError(defs_.path()), defs_.File("b.json") + ": defines korvo/test/alpha, which " +
-                                         defs_.File("a.json") + " defines as well");
+  defs_.WriteFile("c.json", R"({"component":"korvo","group":"test","key":"gamma","version":"1",
+      "schema":{"type":"object","propertise":{},"properties":{"s":{"type":"string",
+      "pattern":"(["}}}})");
+  defs_.WriteFile("d.json", Minimal("delta"));
+  defs_.WriteFile("e.json", "{");
+  const std::string expected =
+      defs_.File("b.json") + ": defines korvo/test/alpha, which " + defs_.File("a.json") +
+      " defines as well\n" + defs_.File("c.json") +
+      ": /schema/properties/s/pattern: value \"([\" is not a valid regex (missing ]: [)\n" +
+      defs_.File("c.json") + ": /schema/propertise: \"propertise\" is not a supported keyword\n" +
+      defs_.File("e.json") + ": not valid JSON at offset 1: Missing a name for object member.";
+  EXPECT_EQ(LoadError(defs_.path()), expected);
+  try {
+    KorvoSetvault::CheckSchemaDefinitions(defs_.path());
+    ADD_FAILURE() << "check passed";
+  } catch (const KorvoSetvault::SetvaultException& e) {
+    EXPECT_EQ(e.what(), expected);
+  }
   EXPECT_FALSE(std::filesystem::exists(database_));
 }
 

@@ -90,6 +90,20 @@ TEST_F(SetvaultCliTest, ErrorsCarryTheirCodeAndFindings) {
   EXPECT_EQ(bad_json.status, 1);
   EXPECT_NE(bad_json.err.find("error 1080"), std::string::npos) << bad_json.err;
 
+  // Every refused definition file is reported, and nothing is printed as valid.
+  TempDir defs;
+  defs.WriteFile("a.json", R"({"component":"a","group":"b","key":"c","version":"1",
+      "schema":{"type":"object","propertise":{}}})");
+  defs.WriteFile("b.json", R"({"component":"a","group":"b","key":"d","version":"1",
+      "defaults":{"x":"s"},"schema":{"type":"object","properties":{"x":{"type":"integer"}}}})");
+  Result refused = Run("schema check " + defs.path());
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_NE(refused.err.find(defs.File("a.json") + ": /schema/propertise: "), std::string::npos)
+      << refused.err;
+  EXPECT_NE(refused.err.find(defs.File("b.json") + ": /defaults/x: "), std::string::npos)
+      << refused.err;
+
   EXPECT_EQ(Run("get korvo system host").status, 3);  // nothing stored
   EXPECT_EQ(Run("no-such-command").status, 2);
   EXPECT_EQ(Run("get korvo").status, 2);

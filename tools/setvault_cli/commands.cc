@@ -71,7 +71,8 @@ int LoadSchemas(const std::string& directory, bool merge) {
 }
 
 int CheckSchemas(const std::string& directory) {
-  std::cout << "{\"valid\":" << KorvoSetvault::CheckSchemaDefinitions(directory) << "}\n";
+  const size_t count = KorvoSetvault::CheckSchemaDefinitions(directory);  // throws first
+  std::cout << "{\"valid\":" << count << "}\n";
   return 0;
 }
 
