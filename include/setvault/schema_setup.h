@@ -26,14 +26,21 @@ enum class SchemaLoadMode {
 
 // Reads and checks every *.json file of `directory` (not its sub-directories)
 // and writes the definitions into the schema database in one transaction.
+// The shipped defaults they carry go into the store's (SetStorePath) table of
+// default configuration at the same time: a singleton type's "defaults" as its
+// default object, a multi-instance type's "defaultInstances" as its default
+// instances; they replace the defaults of every type (kReplaceAll) or of the
+// loaded types (kMerge). The store's transaction stays open until the schema
+// database is written, so a failure of either leaves both as they were.
 // Returns the number of definitions loaded.
 // Throws SetvaultException 2000 when the directory cannot be read or holds no
 // *.json file, when a definition is refused (bad JSON, a missing or invalid
 // component, group, key or version, a "schema" that is not an object, badly
 // typed tags or flags, a name with characters other than letters, digits, '_'
-// and '-', two files defining the same type) with a message naming the file
-// and the fault, or when the schema database cannot be written. On any
-// failure the schema database is left as it was.
+// and '-', two files defining the same type, default instances that are
+// malformed, listed twice or refused by the type's schema) with a message
+// naming the file and the fault, or when the schema database or the store
+// cannot be written. On any failure the schema database is left as it was.
 SETVAULT_EXPORT size_t LoadSchemaDefinitions(const std::string& directory,
                                              SchemaLoadMode mode = SchemaLoadMode::kReplaceAll);
 

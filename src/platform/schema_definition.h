@@ -14,7 +14,13 @@
 //                                       // confirmed at once (default false)
 //     "currentValueDuringBoot": false,  // reads during boot show the pending user
 //                                       // value instead of the confirmed one (default false)
-//     "defaults": { "mtu": 1500 },      // optional default values
+//     "defaults": { "mtu": 1500 },      // optional default values: the shipped
+//                                       // value of a singleton type; for a
+//                                       // multi-instance type, the values an
+//                                       // instance's getters fall back to
+//     "defaultInstances": [             // optional, multi-instance types only:
+//       { "name": "vSwitch0", "mtu": 1500 } ],  // the shipped instances, each
+//                                       // naming itself in the instance id member
 //     "schema": { "type": "object", "properties": { ... } } }   // required
 //
 // Names (component, group, key, valueType, instance id members) hold only
@@ -66,6 +72,9 @@ struct SchemaDefinition {
 
   // The "schema" member of `document`.
   const KorvoSetvault::JsonValue& Schema() const;
+  // The "defaultInstances" member of `document` (an array), or null when the
+  // definition has none.
+  const KorvoSetvault::JsonValue* DefaultInstances() const;
 };
 
 // True when `name` is non-empty and holds only letters, digits, '_' and '-'.

@@ -75,7 +75,9 @@ class SchemaLoaderTest : public ::testing::Test {
   void SetUp() override {
     database_ = db_dir_.File("state/schema.db");
     KorvoSetvault::SetSchemaStorePath(database_);
+    KorvoSetvault::SetStorePath(db_dir_.File("store.db"));
   }
+  void TearDown() override { KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath); }
 
   setvault_test::TempDir defs_;
   setvault_test::TempDir db_dir_;
