@@ -17,7 +17,7 @@ using KorvoSchemaStore::SchemaObjectCache;
 
 // Instances are handed to ExportInternal in batches of this many, so that a
 // type with many instances is never held in memory whole.
-constexpr size_t kExportBatch = 256;
+constexpr size_t kExportBatch = 32;
 
 // What an export reads of one type.
 struct TypeExport {
