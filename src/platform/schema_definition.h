@@ -23,6 +23,10 @@
 //                                       // naming itself in the instance id member
 //     "schema": { "type": "object", "properties": { ... } } }   // required
 //
+// LoadSchemaDefinitions writes a singleton type's "defaults" and a
+// multi-instance type's "defaultInstances" into the store's DefaultConfig;
+// default instances must pass the type's schema as a whole-object write.
+//
 // Names (component, group, key, valueType, instance id members) hold only
 // letters, digits, '_' and '-'. "schema" is a JSON Schema (draft 7 subset)
 // whose nodes, as far as "properties" and "items" lead, are objects with a
