@@ -19,6 +19,7 @@ void LoadExamples() {
     std::string dir = (std::filesystem::temp_directory_path() / "setvault-bench-XXXXXX").string();
     if (mkdtemp(&dir[0]) == nullptr) std::abort();
     KorvoSetvault::SetSchemaStorePath(dir + "/schema.db");
+    KorvoSetvault::SetStorePath(dir + "/store.db");  // loading writes the shipped defaults
     const auto examples =
         std::filesystem::path(__FILE__).parent_path().parent_path() / "examples" / "schemas";
     KorvoSetvault::LoadSchemaDefinitions(examples.string());

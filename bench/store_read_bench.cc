@@ -70,10 +70,10 @@ struct BenchStore {
     dir = pattern;
     KorvoSetvault::SVLogger::SetCallbackSink([](int, const std::string&) {});
     KorvoSetvault::SetSchemaStorePath(dir + "/schema.db");
+    KorvoSetvault::SetStorePath(dir + "/store.db");  // loading writes the shipped defaults
     const auto examples =
         std::filesystem::path(__FILE__).parent_path().parent_path() / "examples" / "schemas";
     if (KorvoSetvault::LoadSchemaDefinitions(examples.string()) == 0) std::abort();
-    KorvoSetvault::SetStorePath(dir + "/store.db");
     auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
     if (!conn) std::abort();
     sqlite3* db = DBStore::GetSqliteHandle(*conn);

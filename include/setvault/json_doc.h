@@ -44,8 +44,9 @@ struct SETVAULT_EXPORT JsonNode {
   std::string name;
   std::string instanceKey;  // empty for a step into a plain member
   std::string instanceId;
-  // The element's position in its array when the step was made; used to
-  // write JSON Pointers only, never to find the element.
+  // The element's position in its array when the step was made (when
+  // `hasIndex`): looked at first when the element is found again, and the
+  // array searched by instance id when it holds another element by then.
   size_t index = 0;
   bool hasIndex = false;
 };

@@ -26,6 +26,12 @@ enum class SchemaLoadMode {
 
 // Reads and checks every *.json file of `directory` (not its sub-directories)
 // and writes the definitions into the schema database in one transaction.
+// The shipped defaults they carry go into the store's (SetStorePath) table of
+// default configuration at the same time: a singleton type's "defaults" as its
+// default object, a multi-instance type's "defaultInstances" as its default
+// instances; they replace the defaults of every type (kReplaceAll) or of the
+// loaded types (kMerge). The store's transaction stays open until the schema
+// database is written, so a failure of either leaves both as they were.
 // Returns the number of definitions loaded.
 // Throws SetvaultException 2000 when the directory cannot be read or holds no
 // *.json file, when definitions are refused, or when the schema database
@@ -35,7 +41,9 @@ enum class SchemaLoadMode {
 // the same type, a "schema" outside the supported JSON Schema dialect (an
 // unknown or unsupported keyword, a pattern that does not compile, an
 // unsupported "format", a "$ref" that does not resolve inside the
-// definition), or "defaults" that the schema refuses. The message holds one
+// definition), or "defaults" or "defaultInstances" that the schema refuses (default
+// instances also when malformed or listed twice), or when the store cannot
+// be written. The message holds one
 // line per fault of every refused file: "<file>: <JSON Pointer>: <fault>".
 // On any failure the schema database is left as it was.
 SETVAULT_EXPORT size_t LoadSchemaDefinitions(const std::string& directory,

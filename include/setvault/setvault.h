@@ -12,6 +12,8 @@
 // RapidJSON's configuration comes first (see the header's comment).
 #include "setvault/rapidjson_config.h"
 
+#include "setvault/config_document.h"
+#include "setvault/default_instances.h"
 #include "setvault/drift_object.h"
 #include "setvault/error_codes.h"
 #include "setvault/exceptions.h"

@@ -4,6 +4,7 @@
 #ifndef SETVAULT_SRC_DB_CONFIG_READS_H_
 #define SETVAULT_SRC_DB_CONFIG_READS_H_
 
+#include <functional>
 #include <vector>
 
 #include "db/row_readers.h"
@@ -43,6 +44,14 @@ ObjectPtr GetRebootRequiredConfigInternal(const SetvaultObjectId& id, const Conn
 
 // --- Instances ------------------------------------------------------------
 
+// Calls `visit` with each stored instance of the type `type` names (built as
+// GetConfigInstancesInternal builds them), in row order, one row at a time:
+// a read of many instances holds only the row being visited. An exception of
+// `visit` ends the read and reaches the caller unchanged. Throws 2000 "Read
+// Instances failed for: <id>" when the statement fails.
+void VisitConfigInstancesInternal(const SetvaultObjectId& type, const ConnectionPtr& conn,
+                                  const SchemaPtr& schema,
+                                  const std::function<void(const ObjectPtr&)>& visit);
 // Every stored instance of the filter's type whose data match the filter;
 // a row that shows no value gives an object holding only its instance id.
 ObjectList GetConfigInstancesInternal(const std::shared_ptr<FilterSpecObject>& filter,

@@ -1,10 +1,13 @@
 // Reads of every instance of a type.
 #include "db/config_reads.h"
 
+#include <exception>
 #include <optional>
 
+#include "db/row_callbacks.h"
 #include "model/setvault_object_impl.h"
 #include "platform/upgrade_ctx.h"
+#include "setvault/exceptions.h"
 
 namespace KorvoSetvault {
 namespace {
@@ -48,37 +51,70 @@ ObjectList Filtered(ObjectList objects, const std::shared_ptr<FilterSpecObject>&
 
 }  // namespace
 
+namespace {
+
+// The row callback of VisitConfigInstancesInternal: one object per row, handed on at once.
+struct InstanceVisit {
+  const SetvaultObjectId& type;
+  const SchemaPtr& schema;
+  const std::function<void(const ObjectPtr&)>& visit;
+  std::optional<int> upgrade_ctx;  // read once, and only when a row's user views differ
+  std::exception_ptr failure;
+
+  static int OnRow(void* context, int count, char** texts, char** names) {
+    auto& self = *static_cast<InstanceVisit*>(context);
+    try {
+      StoreRow row;
+      RowIntoMapCallback(&row, count, texts, names);
+      const char* user = ConfirmedUserColumn(row);
+      if (UserViewsDiffer(row)) {
+        if (!self.upgrade_ctx) self.upgrade_ctx = GetUpgradeCtx();
+        user = CurrentUserColumn(row, *self.upgrade_ctx);
+      }
+      const SetvaultObjectId id = InstanceIdOfRow(row, self.type);
+      ObjectPtr object = RowToMergedObject(
+          row, {kVitalValueColumn, kCachedValueColumn, kAutoConfValueColumn, user}, id,
+          self.schema);
+      // Every stored instance yields an object, as GetInstanceIds lists every
+      // row: one that shows no value is an object holding only its id.
+      self.visit(object ? object : RowToValuelessObject(row, id, self.schema));
+      return 0;
+    } catch (...) {
+      self.failure = std::current_exception();
+      return 1;
+    }
+  }
+};
+
+}  // namespace
+
+void VisitConfigInstancesInternal(const SetvaultObjectId& type, const ConnectionPtr& conn,
+                                  const SchemaPtr& schema,
+                                  const std::function<void(const ObjectPtr&)>& visit) {
+  DBStore::StmtPtr stmt = GET_INSTANCES.PrepareAndBind(conn, type.key, type.group, type.component);
+  InstanceVisit context{type, schema, visit, std::nullopt, nullptr};
+  const int status =
+      DBStore::ExecuteStmt(conn, stmt, &InstanceVisit::OnRow, &context, DBStore::kBusyTimeoutMs);
+  if (context.failure) std::rethrow_exception(context.failure);
+  if (status != 0) {
+    throw SetvaultException(SV_ERR_GENERIC,
+                            ("Read Instances failed for: " + type.toString()).c_str());
+  }
+}
+
 ObjectList GetConfigInstancesInternal(const std::shared_ptr<FilterSpecObject>& filter,
                                       const ConnectionPtr& conn, const SchemaPtr& schema) {
-  const SetvaultObjectId& type = filter->GetSetvaultObjectId();
-  const StoreRows rows = ReadStoreRows(type, conn, GET_INSTANCES);
-  // The upgrade context is read once, and only when a row's views differ.
-  std::optional<int> upgrade_ctx;
-  auto user_column = [&upgrade_ctx](const StoreRow& row) {
-    if (!UserViewsDiffer(row)) return ConfirmedUserColumn(row);
-    if (!upgrade_ctx) upgrade_ctx = GetUpgradeCtx();
-    return CurrentUserColumn(row, *upgrade_ctx);
-  };
-  // Every stored instance yields an object, as GetInstanceIds lists every
-  // row: one that shows no value is an object holding only its id.
-  return Filtered(ObjectsOfRows(rows, type,
-                                [&](const StoreRow& row, const SetvaultObjectId& id) {
-                                  ObjectPtr merged =
-                                      RowToMergedObject(row,
-                                                        {kVitalValueColumn, kCachedValueColumn,
-                                                         kAutoConfValueColumn, user_column(row)},
-                                                        id, schema);
-                                  return merged ? merged : RowToValuelessObject(row, id, schema);
-                                }),
-                  filter);
+  ObjectList objects;
+  VisitConfigInstancesInternal(filter->GetSetvaultObjectId(), conn, schema,
+                               [&objects](const ObjectPtr& object) { objects.push_back(object); });
+  return Filtered(std::move(objects), filter);
 }
 
 ObjectList GetCurrentConfigInstancesInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
                                              const SchemaPtr& schema) {
   const StoreRows rows = ReadStoreRows(id, conn, GET_INSTANCES);
   return ObjectsOfRows(rows, id, [&schema](const StoreRow& row, const SetvaultObjectId& row_id) {
-    return RowToMergedObject(row, {kAutoConfValueColumn, ConfirmedUserColumn(row)}, row_id,
-                             schema);
+    return RowToMergedObject(row, {kAutoConfValueColumn, ConfirmedUserColumn(row)}, row_id, schema);
   });
 }
 
@@ -129,8 +165,8 @@ ObjectList GetRebootRequiredConfigInstancesInternal(const std::shared_ptr<Filter
                                 [&schema](const StoreRow& row, const SetvaultObjectId& id) {
                                   return RowToMergedObject(
                                       row,
-                                      {kVitalValueColumn, kCachedValueColumn, kUserValueColumn},
-                                      id, schema);
+                                      {kVitalValueColumn, kCachedValueColumn, kUserValueColumn}, id,
+                                      schema);
                                 }),
                   filter);
 }

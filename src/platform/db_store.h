@@ -97,6 +97,27 @@ bool InTransaction(const std::shared_ptr<StoreConnection>& conn);
 int CommitTransaction(const std::shared_ptr<StoreConnection>& conn);
 int CancelTransaction(const std::shared_ptr<StoreConnection>& conn);
 
+// Keeps the reads of its scope on one snapshot of the store. Outside a transaction it opens
+// a read transaction (BEGIN DEFERRED: in WAL mode other connections go on writing, and
+// their commits are not seen until it ends) and ends it when destroyed; inside a
+// transaction begun through this layer it does nothing, that transaction being one
+// snapshot already. No write may run in its scope outside a transaction.
+class ReadSnapshot {
+ public:
+  explicit ReadSnapshot(std::shared_ptr<StoreConnection> conn);
+  ~ReadSnapshot();
+  ReadSnapshot(const ReadSnapshot&) = delete;
+  ReadSnapshot& operator=(const ReadSnapshot&) = delete;
+
+  // 0 when the reads are on one snapshot, 1 when the read transaction could not begin.
+  int status() const { return status_; }
+
+ private:
+  std::shared_ptr<StoreConnection> conn_;
+  bool began_ = false;
+  int status_ = 0;
+};
+
 // Steps `stmt` to the end, calling `callback` (may be null) with `context` for each row.
 // `busy_timeout_ms` bounds the wait for a lock held by another connection. Returns 0 when
 // every row was delivered, 1 on every failure (busy, constraint, I/O, corruption, callback

@@ -4,6 +4,8 @@
 // the outer commit then rolls back and reports failure instead of committing what the inner
 // level cancelled. The same happens when the engine has rolled the transaction back on its
 // own (after an I/O error, for example): a lost write never reads as a commit.
+#include <utility>
+
 #include "platform/db_store_connection.h"
 #include "setvault/logger.h"
 
@@ -80,9 +82,7 @@ int CommitTransaction(const std::shared_ptr<StoreConnection>& conn) {
   return 1;
 }
 
-bool InTransaction(const std::shared_ptr<StoreConnection>& conn) {
-  return conn && conn->depth > 0;
-}
+bool InTransaction(const std::shared_ptr<StoreConnection>& conn) { return conn && conn->depth > 0; }
 
 int CancelTransaction(const std::shared_ptr<StoreConnection>& conn) {
   if (!conn || conn->depth == 0) {
@@ -95,6 +95,25 @@ int CancelTransaction(const std::shared_ptr<StoreConnection>& conn) {
     return 1;
   }
   return RollBackAll(conn);
+}
+
+ReadSnapshot::ReadSnapshot(std::shared_ptr<StoreConnection> conn) : conn_(std::move(conn)) {
+  if (!conn_) {
+    status_ = 1;
+    return;
+  }
+  if (conn_->depth > 0) return;
+  if (internal::RunSql(conn_, "BEGIN DEFERRED") != SQLITE_OK) {
+    status_ = 1;
+    return;
+  }
+  began_ = true;
+}
+
+ReadSnapshot::~ReadSnapshot() {
+  if (!began_ || !StillOpen(conn_)) return;
+  // A read transaction has nothing to keep: ending it either way releases the snapshot.
+  if (internal::RunSql(conn_, "COMMIT") != SQLITE_OK) internal::RunSql(conn_, "ROLLBACK");
 }
 
 }  // namespace DBStore

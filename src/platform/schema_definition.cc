@@ -31,6 +31,7 @@ const std::set<std::string> kKnownMembers = {"component",
                                              "confirmedDuringUpgrade",
                                              "currentValueDuringBoot",
                                              "defaults",
+                                             "defaultInstances",
                                              "schema"};
 
 // The boolean markers a schema node may carry.
@@ -68,6 +69,34 @@ class DefinitionChecker {
       Fail("\"defaults\" must be a JSON object");
     }
     CheckSchema(root);
+    CheckDefaultInstances(root);
+  }
+
+  // "defaultInstances": the shipped instances of a multi-instance type, each
+  // an object naming itself in the type's instance id member with a
+  // non-empty string, unique among them. Their data are checked against the
+  // schema when definitions are read for loading (schema_loader.cc).
+  void CheckDefaultInstances(const JsonValue& root) const {
+    if (!Has(root, "defaultInstances")) return;
+    const JsonValue& instances = root["defaultInstances"];
+    if (out_.instanceIdProperty.empty()) {
+      Fail("\"defaultInstances\" needs a multi-instance type (\"instanceIdProperty\")");
+    }
+    if (!instances.IsArray()) Fail("\"defaultInstances\" must be an array of objects");
+    const char* id_member = out_.instanceIdProperty.c_str();
+    std::set<std::string> seen;
+    for (rapidjson::SizeType i = 0; i < instances.Size(); ++i) {
+      const std::string where = "\"defaultInstances\" element " + std::to_string(i);
+      const JsonValue& instance = instances[i];
+      if (!instance.IsObject()) Fail(where + " must be an object");
+      if (!Has(instance, id_member) || !instance[id_member].IsString() ||
+          instance[id_member].GetStringLength() == 0) {
+        Fail(where + " must name its instance in \"" + out_.instanceIdProperty +
+             "\" with a non-empty string");
+      }
+      const std::string id(instance[id_member].GetString(), instance[id_member].GetStringLength());
+      if (!seen.insert(id).second) Fail(where + ": instance \"" + id + "\" is listed twice");
+    }
   }
 
  private:
@@ -283,6 +312,12 @@ class DefinitionChecker {
 
 const JsonValue& SchemaDefinition::Schema() const {
   return (*document->GetJsonValuePtr())["schema"];
+}
+
+const JsonValue* SchemaDefinition::DefaultInstances() const {
+  const JsonValue& root = *document->GetJsonValuePtr();
+  auto member = root.FindMember("defaultInstances");
+  return member == root.MemberEnd() ? nullptr : &member->value;
 }
 
 bool IsValidSchemaName(const std::string& name) {

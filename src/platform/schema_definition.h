@@ -13,7 +13,13 @@
 //     "confirmedDuringUpgrade": false,  // user writes during an upgrade count as
 //                                       // confirmed at once (default false)
 //     "currentValueDuringBoot": false,  // see below (default false)
-//     "defaults": { "mtu": 1500 },      // optional default values
+//     "defaults": { "mtu": 1500 },      // optional default values: the shipped
+//                                       // value of a singleton type; for a
+//                                       // multi-instance type, the values an
+//                                       // instance's getters fall back to
+//     "defaultInstances": [             // optional, multi-instance types only:
+//       { "name": "vSwitch0", "mtu": 1500 } ],  // the shipped instances, each
+//                                       // naming itself in the instance id member
 //     "schema": { "type": "object", "properties": { ... } } }   // required
 //
 // "currentValueDuringBoot" concerns Update only: during boot (outside an
@@ -23,6 +29,10 @@
 // boot, so it matters for types that are not user configuration. Get,
 // GetInstances and the other reads do not depend on it: they show the
 // confirmed user value, and the pending one only during an upgrade.
+//
+// LoadSchemaDefinitions writes a singleton type's "defaults" and a
+// multi-instance type's "defaultInstances" into the store's DefaultConfig;
+// default instances must pass the type's schema as a whole-object write.
 //
 // Names (component, group, key, valueType, instance id members) hold only
 // letters, digits, '_' and '-'. "schema" is a JSON Schema of draft 7 in the
@@ -38,6 +48,7 @@
 #define SETVAULT_SRC_PLATFORM_SCHEMA_DEFINITION_H_
 
 #include <memory>
+#include <unordered_set>
 #include <string>
 #include <vector>
 
@@ -74,6 +85,9 @@ struct SchemaDefinition {
 
   // The "schema" member of `document`.
   const KorvoSetvault::JsonValue& Schema() const;
+  // The "defaultInstances" member of `document` (an array), or null when the
+  // definition has none.
+  const KorvoSetvault::JsonValue* DefaultInstances() const;
 };
 
 // True when `name` is non-empty and holds only letters, digits, '_' and '-'.
@@ -88,8 +102,10 @@ std::shared_ptr<const SchemaDefinition> ParseSchemaDefinition(const std::string&
                                                               const std::string& origin);
 
 // The whole check of a definition file before it is loaded:
-// ParseSchemaDefinition, then CheckDefinitionSchema and the defaults against
-// the schema (CheckValueAgainstSchema at "/defaults"). Throws
+// ParseSchemaDefinition, then CheckDefinitionSchema, the defaults against the
+// schema (CheckValueAgainstSchema at "/defaults") and each shipped default
+// instance as a whole-object write would check it (value checks, no
+// undescribed member, "required", instance ids; at "/defaultInstances/<i>"). Throws
 // SetvaultException 2000 with one line "<origin>: <JSON Pointer>: <fault>"
 // per fault found (the pointer leads into the definition document).
 std::shared_ptr<const SchemaDefinition> CheckSchemaDefinition(const std::string& text,
@@ -105,14 +121,15 @@ void CheckDefinitionSchema(const KorvoSetvault::JsonValue& schema,
                            std::vector<std::string>* faults);
 
 // Validates `value` (default values or a default instance) against `schema`
-// as the validator checks stored data: value checks, and no member the schema
-// does not describe; "required" is not applied. Appends
+// with the validator's option set `options` (by default value checks and no
+// member the schema does not describe; "required" is not applied). Appends
 // "<pointer_base><field>: <error>" to `faults` per finding ("/defaults/mtu:
 // value 70000 exceeds maximum 9216"). `schema` must have passed
 // CheckDefinitionSchema; a schema that does not compile adds one fault.
 void CheckValueAgainstSchema(const KorvoSetvault::JsonValue& schema,
                              const KorvoSetvault::JsonValue& value,
-                             const std::string& pointer_base, std::vector<std::string>* faults);
+                             const std::string& pointer_base, std::vector<std::string>* faults,
+                             const std::unordered_set<int>& options = {0, 1});
 
 }  // namespace KorvoSchemaStore
 

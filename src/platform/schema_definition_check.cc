@@ -141,10 +141,11 @@ void CheckDefinitionSchema(const JsonValue& schema, std::vector<std::string>* fa
 }
 
 void CheckValueAgainstSchema(const JsonValue& schema, const JsonValue& value,
-                             const std::string& pointer_base, std::vector<std::string>* faults) {
+                             const std::string& pointer_base, std::vector<std::string>* faults,
+                             const std::unordered_set<int>& options) {
   KorvoSetvault::JsonDocument result;
   try {
-    JsonValidator::Validate(schema, value, result, {0, 1}, "");
+    JsonValidator::Validate(schema, value, result, options, "");
   } catch (const KorvoSetvault::SetvaultException& e) {
     faults->push_back("/schema: " + std::string(e.what()));
     return;
@@ -160,6 +161,12 @@ std::shared_ptr<const SchemaDefinition> CheckSchemaDefinition(const std::string&
   if (faults.empty() && definition->defaults) {
     CheckValueAgainstSchema(definition->Schema(), *definition->defaults->GetJsonValuePtr(),
                             "/defaults", &faults);
+  }
+  const JsonValue* instances = definition->DefaultInstances();
+  for (rapidjson::SizeType i = 0; faults.empty() && instances && i < instances->Size(); ++i) {
+    // As a whole-object write of the instance checks it.
+    CheckValueAgainstSchema(definition->Schema(), (*instances)[i],
+                            "/defaultInstances/" + std::to_string(i), &faults, {0, 1, 7, 8});
   }
   if (faults.empty()) return definition;
   std::string message;

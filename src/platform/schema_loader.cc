@@ -4,6 +4,8 @@
 #include <map>
 #include <sstream>
 
+#include "db/default_config_writes.h"
+#include "platform/json_validator.h"
 #include "platform/schema_database.h"
 #include "platform/schema_definition.h"
 #include "platform/schema_store.h"
@@ -11,6 +13,9 @@
 #include "setvault/host_setup.h"
 #include "setvault/logger.h"
 #include "setvault/schema_setup.h"
+#include "store/setvault_impl.h"
+#include "store/transaction_scope.h"
+#include "validation/schema_validation.h"
 
 namespace KorvoSetvault {
 namespace {
@@ -47,6 +52,29 @@ std::string ReadFile(const std::string& path) {
   text << in.rdbuf();
   if (in.bad()) Fail(path + ": cannot be read");
   return text.str();
+}
+
+// The DefaultConfig rows of `definitions`: a singleton type's "defaults" and a
+// multi-instance type's "defaultInstances", split into their columns.
+std::vector<DefaultConfigRow> DefaultConfigRows(const Definitions& definitions) {
+  std::vector<DefaultConfigRow> rows;
+  for (const auto& definition : definitions) {
+    const SetvaultObjectId type(definition->key, definition->group, definition->component);
+    if (definition->instanceIdProperty.empty() && definition->defaults) {
+      rows.push_back(
+          {type, definition->version,
+           SplitObjectData(*definition->defaults->GetJsonValuePtr(), definition->Schema())});
+    }
+    if (definition->DefaultInstances() == nullptr) continue;
+    const char* id_member = definition->instanceIdProperty.c_str();
+    for (const JsonValue& instance : definition->DefaultInstances()->GetArray()) {
+      SetvaultObjectId id = type;
+      id.instanceId = instance[id_member].GetString();
+      rows.push_back(
+          {std::move(id), definition->version, SplitObjectData(instance, definition->Schema())});
+    }
+  }
+  return rows;
 }
 
 // Parses and checks every definition file of `directory`. Every refused file
@@ -87,11 +115,23 @@ size_t CheckSchemaDefinitions(const std::string& directory) {
 
 size_t LoadSchemaDefinitions(const std::string& directory, SchemaLoadMode mode) {
   const Definitions definitions = ReadDefinitions(directory);
+  const std::vector<DefaultConfigRow> rows = DefaultConfigRows(definitions);
+  std::vector<SetvaultObjectId> types;
+  for (const auto& definition : definitions) {
+    types.emplace_back(definition->key, definition->group, definition->component);
+  }
   const std::string path = GetSchemaStorePath();
-  KorvoSchemaStore::WriteSchemaDefinitions(path, definitions,
-                                           mode == SchemaLoadMode::kMerge
-                                               ? KorvoSchemaStore::SchemaWriteMode::kMerge
-                                               : KorvoSchemaStore::SchemaWriteMode::kReplaceAll);
+  // The store's shipped defaults and the schema database change together:
+  // the definitions are written inside the store's transaction, which is
+  // cancelled when they cannot be.
+  const auto connection = GetDBStore(DBStore::kConfigStore, true);
+  RunUnderTransaction(connection, "LoadSchemaDefinitions", [&] {
+    ReplaceDefaultConfigInternal(types, mode == SchemaLoadMode::kReplaceAll, rows, connection);
+    KorvoSchemaStore::WriteSchemaDefinitions(path, definitions,
+                                             mode == SchemaLoadMode::kMerge
+                                                 ? KorvoSchemaStore::SchemaWriteMode::kMerge
+                                                 : KorvoSchemaStore::SchemaWriteMode::kReplaceAll);
+  });
   SVLogger::Log(2, "Loaded %zu schema definitions from %s into %s", definitions.size(),
                 directory.c_str(), path.c_str());
   return definitions.size();

@@ -58,9 +58,8 @@ TEST(DocumentFromFile, ReadsFilesAndRefusesTheRest) {
   auto doc = CreateDocumentFromFile(dir.WriteFile("ok.json", R"({"mtu": 1500})"));
   EXPECT_EQ((*doc->GetJsonValuePtr())["mtu"].GetInt(), 1500);
 
-  for (const std::string& path :
-       {dir.File("missing.json"), dir.WriteFile("bad.json", "{\"mtu\": "), dir.path(),
-        dir.WriteFile("empty.json", "")}) {
+  for (const std::string& path : {dir.File("missing.json"), dir.WriteFile("bad.json", "{\"mtu\": "),
+                                  dir.path(), dir.WriteFile("empty.json", "")}) {
     try {
       CreateDocumentFromFile(path);
       ADD_FAILURE() << "no exception for " << path;

@@ -32,6 +32,7 @@ class SchemaDocumentTest : public ::testing::Test {
   static void SetUpTestSuite() {
     dir_ = new setvault_test::TempDir();
     KorvoSetvault::SetSchemaStorePath(dir_->File("schema.db"));
+    KorvoSetvault::SetStorePath(dir_->File("store.db"));
     KorvoSetvault::LoadSchemaDefinitions(setvault_test::SourceDir() + "/examples/schemas");
   }
   static void TearDownTestSuite() { delete dir_; }

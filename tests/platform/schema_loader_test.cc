@@ -25,22 +25,29 @@ std::string Minimal(const std::string& key, const std::string& version = "1") {
          R"(","schema":{"type":"object"}})";
 }
 
-// "Name=Version" of every row, ordered by name; "" when the table cannot be read.
-std::string Rows(const std::string& path) {
+// A multi-instance type "multi" with an integer member "n" (at most 9) and the default
+// instances `instances` (JSON text of the array).
+std::string Multi(const std::string& instances) {
+  return R"({"component":"korvo","group":"test","key":"multi","version":"1",)"
+         R"("instanceIdProperty":"id","defaultInstances":)" +
+         instances +
+         R"(,"schema":{"type":"object","properties":{"id":{"type":"string"},)"
+         R"("n":{"type":"integer","maximum":9},"c":{"type":"integer","cached":true}}}})";
+}
+
+// The first column of every row of `sql`, each followed by a blank; "" when the table
+// cannot be read. By default "Name=Version(ValueType)" of every definition, by name.
+std::string Rows(const std::string& path,
+                 const char* sql =
+                     "SELECT Name || '=' || Version || COALESCE('(' || ValueType || "
+                     "')', '') FROM SmartnicSchema ORDER BY Name") {
   sqlite3* db = nullptr;
   std::string rows;
   if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
     sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT Name, Version, ValueType FROM SmartnicSchema ORDER BY Name",
-                           -1, &statement, nullptr) == SQLITE_OK) {
+    if (sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) == SQLITE_OK) {
       while (sqlite3_step(statement) == SQLITE_ROW) {
-        rows += std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0))) +
-                "=" + reinterpret_cast<const char*>(sqlite3_column_text(statement, 1));
-        if (sqlite3_column_type(statement, 2) != SQLITE_NULL) {
-          rows += std::string("(") +
-                  reinterpret_cast<const char*>(sqlite3_column_text(statement, 2)) + ")";
-        }
-        rows += " ";
+        rows += std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0))) + " ";
       }
     }
     sqlite3_finalize(statement);
@@ -48,6 +55,11 @@ std::string Rows(const std::string& path) {
   sqlite3_close(db);
   return rows;
 }
+
+// The shipped defaults of a store: "Name/Identifier=Value" (and " cached=" CachedValue).
+constexpr char kDefaultsSql[] =
+    "SELECT Name || '/' || Identifier || '=' || COALESCE(Value, '-') || COALESCE(' cached=' || "
+    "CachedValue, '') FROM DefaultConfig ORDER BY Name, Identifier";
 
 std::string LoadError(const std::string& directory,
                       SchemaLoadMode mode = SchemaLoadMode::kReplaceAll) {
@@ -75,11 +87,15 @@ class SchemaLoaderTest : public ::testing::Test {
   void SetUp() override {
     database_ = db_dir_.File("state/schema.db");
     KorvoSetvault::SetSchemaStorePath(database_);
+    store_ = db_dir_.File("store.db");
+    KorvoSetvault::SetStorePath(store_);
   }
+  void TearDown() override { KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath); }
 
   setvault_test::TempDir defs_;
   setvault_test::TempDir db_dir_;
   std::string database_;
+  std::string store_;
 };
 
 TEST_F(SchemaLoaderTest, LoadsEveryJsonFileAndIgnoresOthers) {
@@ -110,6 +126,16 @@ TEST_F(SchemaLoaderTest, RefusedDefinitionLeavesTheDatabaseAsItWas) {
       {R"({"component":"korvo","group":"test","version":"1","schema":{}})", "\"key\" is missing"},
       {R"({"component":"korvo","group":"test","key":"gamma","version":"1","schema":5})",
        "\"schema\" must be a JSON object"},
+      {R"({"component":"korvo","group":"test","key":"gamma","version":"1","schema":{},)"
+       R"("defaultInstances":[]})",
+       "\"defaultInstances\" needs a multi-instance type"},
+      {Multi("{}"), "\"defaultInstances\" must be an array of objects"},
+      {Multi("[5]"), "\"defaultInstances\" element 0 must be an object"},
+      {Multi(R"([{"n":1}])"), "element 0 must name its instance in \"id\""},
+      {Multi(R"([{"id":""}])"), "element 0 must name its instance in \"id\""},
+      {Multi(R"([{"id":"a"},{"id":"a"}])"), "element 1: instance \"a\" is listed twice"},
+      {Multi(R"([{"id":"a"},{"id":"b","n":10}])"), "/defaultInstances/1/n: value 10 exceeds maximum"},
+      {Multi(R"([{"id":"a","x":1}])"), "/defaultInstances/0/x: member 'x' is not described"},
   };
   for (const Case& c : cases) {
     // A good new definition sorts before the bad one and a changed one after it.
@@ -121,6 +147,7 @@ TEST_F(SchemaLoaderTest, RefusedDefinitionLeavesTheDatabaseAsItWas) {
     EXPECT_THAT(message, StartsWith(next.File("m.json") + ": ")) << c.fault;
     EXPECT_THAT(message, HasSubstr(c.fault));
     EXPECT_EQ(Rows(database_), "alpha=1 beta=1 ");
+    EXPECT_EQ(Rows(store_, kDefaultsSql), "");
     EXPECT_EQ(SchemaStore::GetStore(false)->GetSchemaObject("korvo", "test", "alpha")->GetVersion(),
               "1");
   }
@@ -173,6 +200,32 @@ TEST_F(SchemaLoaderTest, ReplaceAllDropsTypesThatAreGoneAndMergeKeepsThem) {
   EXPECT_EQ(LoadSchemaDefinitions(more.path(), SchemaLoadMode::kReplaceAll), 2u);
   EXPECT_EQ(Rows(database_), "beta=2 gamma=1 ");
   EXPECT_EQ(SchemaStore::GetStore(false)->GetSchemaObject("korvo", "test", "alpha"), nullptr);
+}
+
+TEST_F(SchemaLoaderTest, ShippedDefaultsGoIntoTheStoreWithTheirDefinitions) {
+  defs_.WriteFile("a.json", R"({"component":"korvo","group":"test","key":"alpha","version":"1",)"
+                            R"("defaults":{"n":1},"schema":{"type":"object","properties":)"
+                            R"({"n":{"type":"integer"}}}})");
+  defs_.WriteFile("m.json", Multi(R"([{"id":"b","n":2,"c":3},{"id":"a"}])"));
+  LoadSchemaDefinitions(defs_.path());
+  EXPECT_EQ(Rows(store_, kDefaultsSql),
+            R"(alpha/={"n":1} multi/a={"id":"a"} multi/b={"id":"b","n":2} cached={"c":3} )");
+
+  // Merging replaces the defaults of the loaded types only; replacing drops the others.
+  setvault_test::TempDir more;
+  more.WriteFile("m.json", Multi(R"([{"id":"z"}])"));
+  LoadSchemaDefinitions(more.path(), SchemaLoadMode::kMerge);
+  EXPECT_EQ(Rows(store_, kDefaultsSql), R"(alpha/={"n":1} multi/z={"id":"z"} )");
+  LoadSchemaDefinitions(more.path(), SchemaLoadMode::kReplaceAll);
+  EXPECT_EQ(Rows(store_, kDefaultsSql), R"(multi/z={"id":"z"} )");
+
+  // When the store refuses the defaults, the schema database is not written either.
+  Execute(store_,
+          "CREATE TRIGGER refuse BEFORE INSERT ON DefaultConfig BEGIN SELECT RAISE(ABORT, "
+          "'refused'); END");
+  EXPECT_THAT(LoadError(defs_.path()), HasSubstr("Write default configuration failed: "));
+  EXPECT_EQ(Rows(database_), "multi=1 ");
+  EXPECT_EQ(Rows(store_, kDefaultsSql), R"(multi/z={"id":"z"} )");
 }
 
 TEST_F(SchemaLoaderTest, UnwritableDatabaseIsReported) {

@@ -33,6 +33,7 @@ class SchemaStoreStampsTest : public ::testing::TestWithParam<const char*> {
   void SetUp() override {
     database_ = dir_.File("schema.db");
     KorvoSetvault::SetSchemaStorePath(database_);
+    KorvoSetvault::SetStorePath(dir_.File("store.db"));
     for (const char* key : {"first", "second"}) {
       dir_.WriteFile(std::string(key) + ".json",
                      std::string(R"({"component":"korvo","group":"test","key":")") + key +
@@ -43,6 +44,7 @@ class SchemaStoreStampsTest : public ::testing::TestWithParam<const char*> {
   }
   void TearDown() override {
     KorvoSetvault::SetSchemaStorePath(KorvoSetvault::kDefaultSchemaStorePath);
+    KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath);
   }
 
   setvault_test::TempDir dir_;

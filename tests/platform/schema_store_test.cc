@@ -57,7 +57,9 @@ class SchemaStoreTest : public ::testing::Test {
   void SetUp() override {
     database_ = dir_.File("schema.db");
     KorvoSetvault::SetSchemaStorePath(database_);
+    KorvoSetvault::SetStorePath(dir_.File("store.db"));
   }
+  void TearDown() override { KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath); }
 
   setvault_test::TempDir dir_;
   std::string database_;

@@ -8,11 +8,15 @@ namespace setvault_test {
 std::string ExampleSchemaDir() { return SourceDir() + "/examples/schemas"; }
 
 ExampleSchemas::ExampleSchemas() {
+  // Loading writes the shipped defaults into the store: a store of its own,
+  // never the system's. Fixtures with a store of their own set it afterwards.
+  KorvoSetvault::SetStorePath(dir_.File("store.db"));
   KorvoSetvault::SetSchemaStorePath(dir_.File("schema.db"));
   KorvoSetvault::LoadSchemaDefinitions(ExampleSchemaDir());
 }
 
 ExampleSchemas::~ExampleSchemas() {
+  KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath);
   KorvoSetvault::SetSchemaStorePath(KorvoSetvault::kDefaultSchemaStorePath);
 }
 

@@ -1,0 +1,258 @@
+// Import and export of whole configuration documents, through the public calls, on a real
+// store: round trips, all-or-nothing imports, refused documents and one-snapshot exports.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <map>
+#include <tuple>
+
+#include "document/config_document.h"
+#include "platform/setvault_document.h"
+#include "setvault/config_document.h"
+#include "store/store_fixture.h"
+
+namespace setvault_test {
+namespace {
+
+using KorvoSetvault::ErrorInfo;
+using KorvoSetvault::Export;
+using KorvoSetvault::ExportStore;
+using KorvoSetvault::FilterSpecObject;
+using KorvoSetvault::Import;
+using ::testing::HasSubstr;
+
+const SetvaultObjectId kHost("host", "system", "korvo");
+const SetvaultObjectId kFirewall("firewall", "net", "korvo");
+SetvaultObjectId Vswitch(const std::string& name) { return {"vswitch", "net", "korvo", name}; }
+SetvaultObjectId Datastore(const std::string& label) {
+  return {"datastore", "storage", "korvo", label};
+}
+const SetvaultObjectId kFirmware("firmware", "hw", "nicmgr", "0000:01:00.0");
+
+// True when the two texts hold equal JSON (object members in any order).
+bool SameJson(const std::string& a, const std::string& b) {
+  KorvoSetvault::JsonDocument x, y;
+  x.Parse(a.c_str());
+  y.Parse(b.c_str());
+  return !x.HasParseError() && !y.HasParseError() &&
+         KorvoSetvault::SetvaultDocument::ValuesEqual(x, y);
+}
+
+// Data, creation time and revision of a stored object.
+struct Stored {
+  std::string data;
+  std::string created;
+  int revision;
+};
+
+class ConfigDocumentTest : public WriteStoreTest {
+ protected:
+  // Singletons and instances with vital and cached members, sub-object instance arrays,
+  // generated ids and a type that is cached as a whole; every object written twice.
+  void Populate() {
+    for (const char* hostname : {"h0", "h1"}) {
+      store_->Set(Object(kHost, std::string(R"({"hostname":")") + hostname +
+                                    R"(","systemUuid":"u-1","memoryBytes":1024,)"
+                                    R"("ntp":{"enabled":true,"servers":["ntp1"]}})"),
+                  kExternal);
+      store_->Set(Object(kFirewall, R"({"enabled":true,"rules":[{"service":"ssh","port":22},)"
+                                    R"({"service":"dns","port":53}]})"),
+                  kExternal);
+      store_->SetInstances(
+          {Object(Vswitch("a"), R"({"name":"a","mtu":9000,"portgroups":[{"name":"pg1",)"
+                                R"("vlanId":10,"activePorts":3},{"name":"pg2"}]})"),
+           Object(Vswitch("b"), R"({"name":"b","mtu":1500,"uplinks":["vmnic1"]})")},
+          kExternal);
+      store_->SetInstances({Object(Datastore("d1"), R"({"label":"d1","capacityBytes":77})")},
+                           kExternal);
+      store_->Set(Object(kFirmware, R"({"pciAddress":"0000:01:00.0","vendor":"x"})"), kExternal);
+    }
+  }
+
+  std::map<std::string, Stored> ReadAll() {
+    std::map<std::string, Stored> all;
+    for (const auto& id :
+         {kHost, kFirewall, Vswitch("a"), Vswitch("b"), Datastore("d1"), kFirmware}) {
+      auto object = store_->Get(id);
+      if (object) {
+        all[id.toString()] = {object->GetData(), object->GetCreationTime(), object->GetRevision()};
+      }
+    }
+    return all;
+  }
+
+  // Makes the store a new, empty file.
+  void SetUpEmptyStore() {
+    KorvoSetvault::SetStorePath(dir_.File("empty.db"));
+    store_ = KorvoSetvault::Setvault::GetStore("");
+  }
+
+  // Imports `document`, expecting success.
+  void ImportOk(const std::string& document) {
+    std::vector<ErrorInfo> errors;
+    EXPECT_TRUE(Import(document, errors));
+    for (const auto& e : errors) ADD_FAILURE() << e.path << ": " << e.message;
+  }
+};
+
+TEST_F(ConfigDocumentTest, RoundTripKeepsDataRevisionsAndCreationTimes) {
+  Populate();
+  const auto before = ReadAll();
+  ASSERT_EQ(before.size(), 6u);
+  const std::string document = ExportStore();
+  EXPECT_THAT(document, ::testing::Not(HasSubstr("sv_generated_id")));
+  EXPECT_TRUE(SameJson(document, Export({std::make_shared<FilterSpecObject>(kHost),
+                                         std::make_shared<FilterSpecObject>(kFirewall),
+                                         std::make_shared<FilterSpecObject>(Vswitch("")),
+                                         std::make_shared<FilterSpecObject>(Datastore("")),
+                                         std::make_shared<FilterSpecObject>(kFirmware)})));
+
+  // Into the same store: every row is replaced, keeping its history.
+  ImportOk(document);
+  for (const auto& [id, after] : ReadAll()) {
+    EXPECT_TRUE(SameJson(after.data, before.at(id).data)) << id << ": " << after.data;
+    EXPECT_EQ(after.created, before.at(id).created) << id;
+    EXPECT_EQ(after.revision, before.at(id).revision + 1) << id;
+  }
+
+  // Into an empty store: the same document comes out again.
+  SetUpEmptyStore();
+  ImportOk(document);
+  EXPECT_TRUE(SameJson(ExportStore(), document)) << ExportStore() << "\n" << document;
+  const auto copied = ReadAll();
+  ASSERT_EQ(copied.size(), before.size());
+  for (const auto& [id, after] : copied) {
+    EXPECT_TRUE(SameJson(after.data, before.at(id).data)) << id;
+    EXPECT_EQ(after.revision, 1) << id;
+  }
+}
+
+TEST_F(ConfigDocumentTest, ExportSelectsByFilterAndSkipsWhatIsNotStored) {
+  Populate();
+  store_->Delete(kFirewall);
+  auto jumbo = std::make_shared<FilterSpecObject>(Vswitch(""));
+  jumbo->SetValue("mtu", 9000);
+  const std::string document = Export({std::make_shared<FilterSpecObject>(kHost), jumbo, nullptr,
+                                       std::make_shared<FilterSpecObject>(kHost),
+                                       std::make_shared<FilterSpecObject>(kFirewall)});
+  EXPECT_TRUE(
+      SameJson(document, R"({"korvo":{"net":{"vswitch":[)" + store_->Get(Vswitch("a"))->GetData() +
+                             R"(]},"system":{"host":)" + store_->Get(kHost)->GetData() + "}}}"))
+      << document;
+  ExpectThrow<KorvoSetvault::SetvaultException>(
+      [&] {
+        Export(
+            {jumbo, std::make_shared<FilterSpecObject>(SetvaultObjectId("nope", "net", "korvo"))});
+      },
+      1037);
+  // An empty list opens nothing: even an unusable store path answers "{}".
+  KorvoSetvault::SetStorePath(dir_.path());
+  EXPECT_EQ(Export({}), "{}");
+  EXPECT_THROW(Export({jumbo}), KorvoSetvault::SetvaultException);
+}
+
+TEST_F(ConfigDocumentTest, RefusedDocumentsImportNothingAndSayWhere) {
+  Populate();
+  const std::string stored = ExportStore();
+  struct Case {
+    std::string document;
+    std::string path;     // of one finding
+    std::string message;  // part of that finding's message
+  };
+  const Case cases[] = {
+      {"not json", "/", "not valid JSON at offset "},
+      {R"({"korvo":{}} {})", "/", "not valid JSON"},
+      {"[]", "/", "INCORRECT TYPE: expected object."},
+      {R"({"korvo":5})", "/korvo", ""},
+      {R"({"korvo":{"net":[]}})", "/korvo/net", ""},
+      {R"({"korvo":{"net":{"nope":{}}}})", "/korvo/net/nope", "comp korvo grp net key nope"},
+      {R"({"korvo":{"system":{"host":[]}}})", "/korvo/system/host", ""},
+      {R"({"korvo":{"net":{"vswitch":{"name":"a"}}}})", "/korvo/net/vswitch", ""},
+      {R"({"korvo":{"net":{"vswitch":[{"mtu":1500}]}}})", "/korvo/net/vswitch/0/name", "missing"},
+      {R"({"korvo":{"net":{"vswitch":[{"name":"a"},{"name":"a"}]}}})", "/korvo/net/vswitch/1/name",
+       "duplicate"},
+      {R"({"korvo":{"net":{"vswitch":[{"name":""}]}}})", "/korvo/net/vswitch/0/name", "empty"},
+      {R"({"korvo":{"net":{"vswitch":[{"name":"a"}],"vswitch":[{"name":"b"}]}}})",
+       "/korvo/net/vswitch", "more than once"},
+      // One invalid object among valid ones.
+      {R"({"korvo":{"system":{"host":{"hostname":"new"}},"net":{"vswitch":[{"name":"c"},)"
+       R"({"name":"d","mtu":5}]}}})",
+       "/korvo/net/vswitch/1/mtu", ""},
+  };
+  for (const Case& c : cases) {
+    std::vector<ErrorInfo> errors;
+    EXPECT_FALSE(Import(c.document, errors)) << c.document;
+    bool found = false;
+    for (const auto& e : errors)
+      found = found || (e.path == c.path && e.message.find(c.message) != std::string::npos);
+    EXPECT_TRUE(found) << c.document << ": no finding at " << c.path;
+    EXPECT_EQ(ExportStore(), stored) << c.document;
+  }
+  ImportOk("{}");
+  EXPECT_EQ(ExportStore(), stored);
+}
+
+TEST_F(ConfigDocumentTest, ImportReplacesTheInstancesOfImportedTypesOnly) {
+  Populate();
+  const std::string datastore = store_->Get(Datastore("d1"))->GetData();
+  const std::string created = store_->Get(Vswitch("b"))->GetCreationTime();
+  ImportOk(R"({"korvo":{"net":{"vswitch":[{"name":"b","mtu":9000}]}}})");
+  EXPECT_EQ(RowCount(Vswitch("")), 1);
+  EXPECT_EQ(Column(Vswitch("b"), "UserValue"), R"({"name":"b","mtu":9000})");
+  EXPECT_EQ(store_->GetRevision(Vswitch("b")), 3);
+  EXPECT_EQ(store_->Get(Vswitch("b"))->GetCreationTime(), created);
+  EXPECT_EQ(store_->Get(Datastore("d1"))->GetData(), datastore);
+  EXPECT_EQ(store_->Get(kHost)->GetRevision(), 2);
+}
+
+TEST_F(ConfigDocumentTest, DatabaseFailureDuringImportLeavesTheStoreAsItWas) {
+  Populate();
+  const std::string stored = ExportStore();
+  // The host and vswitch "a" are written before vswitch "b" fails.
+  ASSERT_EQ(RunSql(Db(),
+                   "CREATE TRIGGER FailOne BEFORE INSERT ON Config WHEN NEW.Identifier = 'b' "
+                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
+            SQLITE_OK);
+  std::vector<ErrorInfo> errors;
+  ExpectThrow<KorvoSetvault::SetvaultException>([&] { Import(stored, errors); }, 2000);
+  EXPECT_EQ(ExportStore(), stored);
+  EXPECT_NE(sqlite3_get_autocommit(Db()), 0);  // no transaction left open
+  ASSERT_EQ(RunSql(Db(), "DROP TRIGGER FailOne"), SQLITE_OK);
+  ImportOk(stored);
+}
+
+TEST_F(ConfigDocumentTest, ExportIsOneSnapshotWhileAnotherProcessWrites) {
+  Populate();
+  const std::string before = ExportStore();
+  // After the first type is written, another process changes the store and commits.
+  bool changed = false;
+  KorvoSetvault::SetExportTypeHookForTesting([&](const SetvaultObjectId&) {
+    if (changed) return;
+    changed = true;
+    const pid_t child = fork();
+    if (child == 0) {
+      int status = 0;
+      try {
+        auto store = KorvoSetvault::Setvault::GetStore("");
+        store->SetInstances({Object(Vswitch("c"), R"({"name":"c"})")}, kExternal);
+        store->Set(Object(kHost, R"({"hostname":"changed"})"), kExternal);
+      } catch (...) {
+        status = 1;
+      }
+      _exit(status);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+  });
+  const std::string during = ExportStore();
+  KorvoSetvault::SetExportTypeHookForTesting(nullptr);
+  EXPECT_TRUE(changed);
+  EXPECT_EQ(during, before);
+  EXPECT_NE(ExportStore(), before);  // the change is there once the export is done
+}
+
+}  // namespace
+}  // namespace setvault_test
