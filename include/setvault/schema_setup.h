@@ -33,7 +33,9 @@ enum class SchemaLoadMode {
 // typed tags or flags, a name with characters other than letters, digits, '_'
 // and '-', two files defining the same type) with a message naming the file
 // and the fault, or when the schema database cannot be written. On any
-// failure the schema database is left as it was.
+// failure the schema database is left as it was. A definition file larger
+// than 4 MiB, or whose text nests deeper than 512 levels or is not valid
+// UTF-8, is refused the same way, never read whole or parsed recursively.
 SETVAULT_EXPORT size_t LoadSchemaDefinitions(const std::string& directory,
                                              SchemaLoadMode mode = SchemaLoadMode::kReplaceAll);
 

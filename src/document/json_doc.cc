@@ -2,10 +2,12 @@
 
 #include <algorithm>
 
-#include <cstdio>
 #include <cstring>
 
+#include <rapidjson/error/en.h>
+
 #include "document/json_parse.h"
+#include "platform/bounded_file.h"
 #include "platform/setvault_document.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"
@@ -18,10 +20,10 @@ namespace {
 // input from exhausting the stack. Configuration never comes near it.
 constexpr int kMaxNestingDepth = 512;
 
-// True when the arrays and objects of `text` nest at most kMaxNestingDepth
-// deep. Brackets inside strings do not count. Invalid JSON is left to the
-// parser to report.
-bool NestingWithinLimit(const char* text, size_t length) {
+// The offset at which the arrays and objects of `text` first nest deeper
+// than kMaxNestingDepth; npos when they never do. Brackets inside strings do
+// not count. Invalid JSON is left to the parser to report.
+size_t FirstTooDeepOffset(const char* text, size_t length) {
   int depth = 0;
   bool in_string = false;
   for (size_t i = 0; i < length; ++i) {
@@ -35,24 +37,18 @@ bool NestingWithinLimit(const char* text, size_t length) {
     } else if (c == '"') {
       in_string = true;
     } else if (c == '[' || c == '{') {
-      if (++depth > kMaxNestingDepth) return false;
+      if (++depth > kMaxNestingDepth) return i;
     } else if (c == ']' || c == '}') {
       --depth;
     }
   }
-  return true;
+  return std::string::npos;
 }
 
-// Reads the whole file at `path`; false when it cannot be read.
-bool ReadFile(const std::string& path, std::string* content) {
-  std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
-  if (!file) return false;
-  char buffer[64 * 1024];
-  size_t count;
-  while ((count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0) {
-    content->append(buffer, count);
-  }
-  return std::ferror(file.get()) == 0;
+// Sets `*fault` (when asked for) to "at offset <offset>: <why>"; returns false.
+bool ParseFault(std::string* fault, size_t offset, const std::string& why) {
+  if (fault != nullptr) *fault = "at offset " + std::to_string(offset) + ": " + why;
+  return false;
 }
 
 // The position of the first element of `array` that is an object whose
@@ -140,29 +136,44 @@ size_t ChunkSizeForText(size_t length) {
 
 }  // namespace
 
-bool ParseJsonText(const std::string& text, JsonDocument& document) {
+bool ParseJsonText(const std::string& text, JsonDocument& document, std::string* fault) {
   // The parser stops at a NUL byte; JSON text never holds one raw.
-  if (text.find('\0') != std::string::npos) return false;
-  if (!NestingWithinLimit(text.data(), text.size())) return false;
-  document.Parse(text.c_str(), text.size());
-  return !document.HasParseError();
+  const size_t nul = text.find('\0');
+  if (nul != std::string::npos) return ParseFault(fault, nul, "NUL byte in the text.");
+  const size_t too_deep = FirstTooDeepOffset(text.data(), text.size());
+  if (too_deep != std::string::npos) {
+    return ParseFault(
+        fault, too_deep,
+        "arrays and objects nested deeper than " + std::to_string(kMaxNestingDepth) + " levels.");
+  }
+  document.Parse<rapidjson::kParseValidateEncodingFlag>(text.c_str(), text.size());
+  if (!document.HasParseError()) return true;
+  return ParseFault(fault, document.GetErrorOffset(),
+                    rapidjson::GetParseError_En(document.GetParseError()));
 }
 
 std::shared_ptr<JsonDoc> CreateDocument() { return CreateDocumentWithChunks(kJsonChunkSize); }
 
 std::shared_ptr<JsonDoc> CreateDocumentFromString(const std::string& text) {
   std::shared_ptr<JsonDoc> doc = CreateDocumentWithChunks(ChunkSizeForText(text.size()));
-  if (!ParseJsonText(text, doc->GetDocument())) {
-    ThrowException<InvalidArgumentException>(SV_ERR_JSON_PARSE);
+  std::string fault;
+  if (!ParseJsonText(text, doc->GetDocument(), &fault)) {
+    ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_PARSE, fault.c_str());
   }
   return doc;
 }
 
 std::shared_ptr<JsonDoc> CreateDocumentFromFile(const std::string& path) {
   std::string content;
+  std::string fault;
   std::shared_ptr<JsonDoc> doc = CreateDocument();
-  if (!ReadFile(path, &content) || !ParseJsonText(content, doc->GetDocument())) {
-    ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_FILE, path.c_str());
+  if (!ReadFileBounded(path, kMaxDocumentFileBytes, &content, &fault)) {
+    ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_FILE,
+                                                          (path + ": " + fault).c_str());
+  }
+  if (!ParseJsonText(content, doc->GetDocument(), &fault)) {
+    ThrowException<InvalidArgumentException, const char*>(
+        SV_ERR_JSON_FILE, (path + ": not valid JSON " + fault).c_str());
   }
   return doc;
 }

@@ -73,7 +73,9 @@ bool IsValidSchemaName(const std::string& name);
 
 // Parses and checks the definition `text`. `origin` (a file name, or a row of
 // the schema database) starts every error message. Throws SetvaultException
-// 2000 "<origin>: <what is wrong>" for a definition that is not accepted.
+// 2000 "<origin>: <what is wrong>" for a definition that is not accepted,
+// "<origin>: not valid JSON at offset <n>: <reason>" for text that does not
+// parse (nesting deeper than 512 levels and invalid UTF-8 included).
 std::shared_ptr<const SchemaDefinition> ParseSchemaDefinition(const std::string& text,
                                                               const std::string& origin);
 
