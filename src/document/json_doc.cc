@@ -146,7 +146,10 @@ bool ParseJsonText(const std::string& text, JsonDocument& document, std::string*
         fault, too_deep,
         "arrays and objects nested deeper than " + std::to_string(kMaxNestingDepth) + " levels.");
   }
-  document.Parse<rapidjson::kParseValidateEncodingFlag>(text.c_str(), text.size());
+  // Full precision: the fast number parse may be off by a unit in the last
+  // place, so that a stored number would change at every write and read.
+  document.Parse<rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag>(
+      text.c_str(), text.size());
   if (!document.HasParseError()) return true;
   return ParseFault(fault, document.GetErrorOffset(),
                     rapidjson::GetParseError_En(document.GetParseError()));
