@@ -45,6 +45,77 @@ size_t FirstTooDeepOffset(const char* text, size_t length) {
   return std::string::npos;
 }
 
+// Decimal exponents of the largest and smallest magnitudes a number may have.
+constexpr long kMaxDecimalExponent = 307;
+constexpr long kMinDecimalExponent = -307;
+
+// The decimal exponent of the first significant digit of the number token
+// starting at text[*i] (1 for 12.5, -2 for 0.0125e0, 3 for 1e3), moving *i
+// past the token; false for zero. The exponent saturates far out of range.
+bool NumberMagnitude(const char* text, size_t length, size_t* i, long* magnitude) {
+  auto digit = [&](size_t at) { return at < length && text[at] >= '0' && text[at] <= '9'; };
+  if (*i < length && text[*i] == '-') ++*i;
+  long integer_digits = 0;  // after leading zeros
+  long fraction_zeros = 0;  // leading zeros of the fraction when the integer part is 0
+  bool significant = false;
+  for (; digit(*i); ++*i) {
+    if (significant || text[*i] != '0') {
+      significant = true;
+      ++integer_digits;
+    }
+  }
+  if (*i < length && text[*i] == '.') {
+    for (++*i; digit(*i); ++*i) {
+      if (significant) continue;
+      if (text[*i] == '0') {
+        ++fraction_zeros;
+      } else {
+        significant = true;
+      }
+    }
+  }
+  long exponent = 0;
+  if (*i < length && (text[*i] == 'e' || text[*i] == 'E')) {
+    ++*i;
+    const bool negative = *i < length && text[*i] == '-';
+    if (*i < length && (text[*i] == '-' || text[*i] == '+')) ++*i;
+    for (; digit(*i); ++*i) exponent = std::min(exponent * 10 + (text[*i] - '0'), 1000000L);
+    if (negative) exponent = -exponent;
+  }
+  if (!significant) return false;
+  *magnitude = (integer_digits > 0 ? integer_digits - 1 : -(fraction_zeros + 1)) + exponent;
+  return true;
+}
+
+// The offset of the first number of `text` whose magnitude lies outside
+// [1e-307, 1e308) (zero excepted); npos when none does. RapidJSON's exact
+// number parse turns such numbers (1e20 written with an exponent of 290, for
+// one) into unrelated values instead of refusing them.
+size_t FirstNumberOutOfRange(const char* text, size_t length) {
+  bool in_string = false;
+  for (size_t i = 0; i < length; ++i) {
+    const char c = text[i];
+    if (in_string) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        in_string = false;
+      }
+    } else if (c == '"') {
+      in_string = true;
+    } else if (c == '-' || (c >= '0' && c <= '9')) {
+      const size_t start = i;
+      long magnitude = 0;
+      if (NumberMagnitude(text, length, &i, &magnitude) &&
+          (magnitude > kMaxDecimalExponent || magnitude < kMinDecimalExponent)) {
+        return start;
+      }
+      --i;  // the loop steps past the token's last character
+    }
+  }
+  return std::string::npos;
+}
+
 // Sets `*fault` (when asked for) to "at offset <offset>: <why>"; returns false.
 bool ParseFault(std::string* fault, size_t offset, const std::string& why) {
   if (fault != nullptr) *fault = "at offset " + std::to_string(offset) + ": " + why;
@@ -145,6 +216,10 @@ bool ParseJsonText(const std::string& text, JsonDocument& document, std::string*
     return ParseFault(
         fault, too_deep,
         "arrays and objects nested deeper than " + std::to_string(kMaxNestingDepth) + " levels.");
+  }
+  const size_t out_of_range = FirstNumberOutOfRange(text.data(), text.size());
+  if (out_of_range != std::string::npos) {
+    return ParseFault(fault, out_of_range, "Number outside the range 1e-307 to 1e308.");
   }
   // Full precision: the fast number parse may be off by a unit in the last
   // place, so that a stored number would change at every write and read.

@@ -51,13 +51,20 @@ TEST(DocumentFromString, StrictJsonWithOneRoot) {
 TEST(DocumentFromString, NumbersSurviveASerializeAndParseRoundTrip) {
   // The fast number parse once read these a unit in the last place off, and
   // every write and read of the value moved it again.
-  for (const char* text : {"22299911116171178221737961038280",
-                           "[0.1, 1e-320, 1.7976931348623157e308]", "9007199254740993.5"}) {
+  for (const char* text : {"22299911116171178221737961038280", "[0.1, 1e-307, 9.99e307, -0.0]",
+                           "9007199254740993.5"}) {
     auto doc = CreateDocumentFromString(text);
     auto again =
         CreateDocumentFromString(SetvaultDocument::SerializeValue(*doc->GetJsonValuePtr()));
     EXPECT_TRUE(SetvaultDocument::ValuesEqual(*doc->GetJsonValuePtr(), *again->GetJsonValuePtr()))
         << text;
+  }
+  // Out of range, these once became an infinity that could not be written back
+  // or unrelated values (1e310 read as -3e-297); now they are refused.
+  for (const std::string& text :
+       {"1" + std::string(150, '0') + "e200", "[1" + std::string(20, '0') + "e290]",
+        std::string("1.8e308"), "0." + std::string(40, '0') + "1e-300"}) {
+    EXPECT_EQ(ParseErrorCode(text), 1080) << text;
   }
 }
 
