@@ -88,8 +88,9 @@ class SETVAULT_EXPORT JsonDoc {
 SETVAULT_EXPORT std::shared_ptr<JsonDoc> CreateDocument();
 
 // Parses `text` (strict JSON in valid UTF-8, one root value, trailing blanks
-// allowed, at most 512 levels of nesting, no NUL byte, numbers of magnitude
-// 1e-307 to below 1e308 or zero, read exactly). Throws
+// allowed, at most 512 levels of nesting, no NUL byte, numbers of at most 40
+// characters and of magnitude 1e-307 to below 1e308 or zero, read exactly).
+// Throws
 // InvalidArgumentException 1080 when it does not parse; the message says
 // where and why ("Invalid JSON text at offset 3: Invalid value.").
 SETVAULT_EXPORT std::shared_ptr<JsonDoc> CreateDocumentFromString(const std::string& text);

@@ -48,6 +48,8 @@ size_t FirstTooDeepOffset(const char* text, size_t length) {
 // Decimal exponents of the largest and smallest magnitudes a number may have.
 constexpr long kMaxDecimalExponent = 307;
 constexpr long kMinDecimalExponent = -307;
+// Longest number token (sign, digits, point and exponent).
+constexpr size_t kMaxNumberLength = 40;
 
 // The decimal exponent of the first significant digit of the number token
 // starting at text[*i] (1 for 12.5, -2 for 0.0125e0, 3 for 1e3), moving *i
@@ -87,10 +89,11 @@ bool NumberMagnitude(const char* text, size_t length, size_t* i, long* magnitude
   return true;
 }
 
-// The offset of the first number of `text` whose magnitude lies outside
-// [1e-307, 1e308) (zero excepted); npos when none does. RapidJSON's exact
-// number parse turns such numbers (1e20 written with an exponent of 290, for
-// one) into unrelated values instead of refusing them.
+// The offset of the first number of `text` longer than kMaxNumberLength or
+// whose magnitude lies outside [1e-307, 1e308) (zero excepted); npos when
+// none is. RapidJSON's exact number parse turns such numbers (1e20 written
+// with an exponent of 290, for one) into unrelated values, and crashes on a
+// fraction of some hundred zeros.
 size_t FirstNumberOutOfRange(const char* text, size_t length) {
   bool in_string = false;
   for (size_t i = 0; i < length; ++i) {
@@ -106,8 +109,9 @@ size_t FirstNumberOutOfRange(const char* text, size_t length) {
     } else if (c == '-' || (c >= '0' && c <= '9')) {
       const size_t start = i;
       long magnitude = 0;
-      if (NumberMagnitude(text, length, &i, &magnitude) &&
-          (magnitude > kMaxDecimalExponent || magnitude < kMinDecimalExponent)) {
+      const bool significant = NumberMagnitude(text, length, &i, &magnitude);
+      if (i - start > kMaxNumberLength ||
+          (significant && (magnitude > kMaxDecimalExponent || magnitude < kMinDecimalExponent))) {
         return start;
       }
       --i;  // the loop steps past the token's last character
@@ -219,7 +223,8 @@ bool ParseJsonText(const std::string& text, JsonDocument& document, std::string*
   }
   const size_t out_of_range = FirstNumberOutOfRange(text.data(), text.size());
   if (out_of_range != std::string::npos) {
-    return ParseFault(fault, out_of_range, "Number outside the range 1e-307 to 1e308.");
+    return ParseFault(fault, out_of_range,
+                      "Number longer than 40 characters or outside the range 1e-307 to 1e308.");
   }
   // Full precision: the fast number parse may be off by a unit in the last
   // place, so that a stored number would change at every write and read.

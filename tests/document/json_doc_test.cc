@@ -59,11 +59,13 @@ TEST(DocumentFromString, NumbersSurviveASerializeAndParseRoundTrip) {
     EXPECT_TRUE(SetvaultDocument::ValuesEqual(*doc->GetJsonValuePtr(), *again->GetJsonValuePtr()))
         << text;
   }
-  // Out of range, these once became an infinity that could not be written back
-  // or unrelated values (1e310 read as -3e-297); now they are refused.
+  // Out of range or overlong, these once became an infinity that could not be
+  // written back or unrelated values (1e310 read as -3e-297), or crashed the
+  // parser (a fraction of 430 zeros); now they are refused.
   for (const std::string& text :
        {"1" + std::string(150, '0') + "e200", "[1" + std::string(20, '0') + "e290]",
-        std::string("1.8e308"), "0." + std::string(40, '0') + "1e-300"}) {
+        std::string("1.8e308"), "0." + std::string(40, '0') + "1e-300",
+        "0." + std::string(430, '0')}) {
     EXPECT_EQ(ParseErrorCode(text), 1080) << text;
   }
 }
