@@ -9,6 +9,7 @@
 #include "document/json_parse.h"
 #include "platform/bounded_file.h"
 #include "platform/setvault_document.h"
+#include "platform/utf8.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"
 
@@ -230,7 +231,14 @@ bool ParseJsonText(const std::string& text, JsonDocument& document, std::string*
   // place, so that a stored number would change at every write and read.
   document.Parse<rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag>(
       text.c_str(), text.size());
-  if (!document.HasParseError()) return true;
+  if (!document.HasParseError()) {
+    // The parser takes a lone low surrogate escape ("\udd11") as a character
+    // and stores bytes that are not UTF-8, which no later parse would accept.
+    const std::optional<std::string> pointer = FindInvalidUtf8(document);
+    if (!pointer) return true;
+    if (fault != nullptr) *fault = "at \"" + *pointer + "\": an escape that is not a character.";
+    return false;
+  }
   return ParseFault(fault, document.GetErrorOffset(),
                     rapidjson::GetParseError_En(document.GetParseError()));
 }

@@ -41,6 +41,8 @@ TEST(DocumentFromString, StrictJsonWithOneRoot) {
                           "{\"\xf4\x90\x80\x80\": 1}"}) {
     EXPECT_EQ(ParseErrorCode(bad), 1080) << bad;
   }
+  // A lone low surrogate escape was once stored as bytes no later parse accepts.
+  EXPECT_EQ(ParseErrorCode(R"({"s": ["\udd11"]})"), 1080);
   EXPECT_EQ(ParseErrorCode("\"caf\xc3\xa9 \xf0\x9f\x94\x91 \\u0000 \\ud83d\\udd11\""), 0);
   EXPECT_EQ(ParseErrorCode("  {}  \n"), 0);
   auto doc = CreateDocumentFromString(R"([1, "two", {"three": 3}])");
