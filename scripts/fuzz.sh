@@ -8,7 +8,7 @@ seconds="${1:-60}"
 "${root}/scripts/build.sh" "${root}/build-fuzz" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang \
   -DSETVAULT_BUILD_FUZZERS=ON -DSETVAULT_SANITIZE=ON -DSETVAULT_BUILD_TESTS=OFF \
   -DSETVAULT_BUILD_BENCHMARKS=OFF -DSETVAULT_BUILD_TOOLS=OFF
-for pair in json_document:json schema_definition:definition import_document:import; do
+for pair in json_document:json schema_definition:definition import_document:import filter:filter drift:drift; do
   target="${pair%%:*}"
   corpus="$(mktemp -d)"
   cp "${root}/fuzz/corpus/${pair##*:}"/* "${corpus}/"

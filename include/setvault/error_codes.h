@@ -19,7 +19,7 @@ enum SVErrorCodes : int {
   SV_ERR_SUBOBJECT_NOT_ARRAY = 1049,      // singleton given an instance id (%s: id)
   SV_ERR_EMPTY_OBJECT_LIST = 1061,        // an object list holds no object
   SV_ERR_MIXED_TYPES = 1062,              // objects of one call differ in type
-  SV_ERR_JSON_PARSE = 1080,               // a JSON text does not parse
+  SV_ERR_JSON_PARSE = 1080,               // a JSON text does not parse (%s: where, why)
   SV_ERR_JSON_FILE = 1081,                // a JSON file cannot be read or parsed (%s: path)
   SV_ERR_JSON = 1082,                     // a RapidJSON assertion failed
   SV_ERR_VALIDATION = 1083,               // one validation finding (%s: field, %s: error)

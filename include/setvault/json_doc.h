@@ -88,12 +88,17 @@ class SETVAULT_EXPORT JsonDoc {
 // A new document holding null, with an empty path. Never throws but bad_alloc.
 SETVAULT_EXPORT std::shared_ptr<JsonDoc> CreateDocument();
 
-// Parses `text` (strict JSON, one root value, trailing blanks allowed).
-// Throws InvalidArgumentException 1080 when it does not parse.
+// Parses `text` (strict JSON in valid UTF-8, one root value, trailing blanks
+// allowed, at most 512 levels of nesting, no NUL byte, numbers of at most 40
+// characters and of magnitude 1e-307 to below 1e308 or zero, read exactly).
+// Throws
+// InvalidArgumentException 1080 when it does not parse; the message says
+// where and why ("Invalid JSON text at offset 3: Invalid value.").
 SETVAULT_EXPORT std::shared_ptr<JsonDoc> CreateDocumentFromString(const std::string& text);
 
-// Parses the file at `path`. Throws InvalidArgumentException 1081 with the path
-// when the file cannot be read or is not valid JSON.
+// Parses the file at `path` as CreateDocumentFromString parses text. Throws
+// InvalidArgumentException 1081, its message naming the path and the fault,
+// when the file cannot be read, is larger than 16 MiB or is not valid JSON.
 SETVAULT_EXPORT std::shared_ptr<JsonDoc> CreateDocumentFromFile(const std::string& path);
 
 }  // namespace KorvoSetvault

@@ -45,7 +45,10 @@ enum class SchemaLoadMode {
 // instances also when malformed or listed twice), or when the store cannot
 // be written. The message holds one
 // line per fault of every refused file: "<file>: <JSON Pointer>: <fault>".
-// On any failure the schema database is left as it was.
+// On any failure the schema database is left as it was. A definition file
+// larger than 4 MiB, or whose text nests deeper than 512 levels or is not
+// valid UTF-8, is refused the same way, never read whole or parsed
+// recursively.
 SETVAULT_EXPORT size_t LoadSchemaDefinitions(const std::string& directory,
                                              SchemaLoadMode mode = SchemaLoadMode::kReplaceAll);
 

@@ -44,7 +44,9 @@ class SETVAULT_EXPORT SetvaultObject : public StoreObject {
   // A new, empty object of the type `id` names. Takes the id map and defaults
   // from the type's schema and, for a multi-instance type, writes the id's
   // instance id into the instance-id member. Throws SetvaultException 1037
-  // when the schema store has no schema for the type.
+  // when the schema store has no schema for the type, and
+  // InvalidArgumentException 2000 "Instance id cannot contain a NUL byte" or
+  // "Instance id must be valid UTF-8" for such an instance id.
   explicit SetvaultObject(const SetvaultObjectId& id);
   // Wraps `impl` (must not be null); the handle shares it.
   explicit SetvaultObject(const std::shared_ptr<SetvaultObjectImpl>& impl);
@@ -73,7 +75,8 @@ class SETVAULT_EXPORT SetvaultObject : public StoreObject {
   // `value` holds NaN or an infinity; the data is then unchanged.
   void SetValueEx(const char* key, const JsonValue& value);
   // Writes the id's instance id into the member the id map names for the
-  // object's key; nothing for a type without one.
+  // object's key; nothing for a type without one. Throws as the constructor
+  // does for an instance id with a NUL byte or invalid UTF-8.
   void SetInstanceIdFromSvoId();
 
   // A handle on an existing sub-object, or empty when the data lacks it.

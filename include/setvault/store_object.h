@@ -90,6 +90,9 @@ class SETVAULT_EXPORT StoreObject {
   // Setters overwrite a present, non-null member in place; otherwise they
   // append a new member at the end. A member holding null is not replaced: a
   // second member of that name is appended (Remove the key first to replace).
+  // Text that is not valid UTF-8 throws InvalidArgumentException 2000
+  // "String value is not valid UTF-8" (a value, a list element) or "Member
+  // name is not valid UTF-8" (the name of a new member); nothing is changed.
   void SetValue(const char* key, std::string_view value);
   // Throws InvalidArgumentException "value cannot be null" for null.
   void SetValue(const char* key, const char* value);

@@ -119,8 +119,9 @@ ObjectPtr RowToMergedObject(const StoreRow& row, std::initializer_list<const cha
     char buffer[kScratchBufferSize];
     JsonAllocator allocator(buffer, sizeof buffer);
     JsonDocument part(&allocator);
-    if (!ParseJsonText(value->second, part)) {
-      ThrowException<InvalidArgumentException>(SV_ERR_JSON_PARSE);
+    std::string fault;
+    if (!ParseJsonText(value->second, part, &fault)) {
+      ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_PARSE, fault.c_str());
     }
     MergeDataInto(part, *merged);
   }

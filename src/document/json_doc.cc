@@ -2,22 +2,25 @@
 
 #include <algorithm>
 
-#include <cstdio>
 #include <cstring>
+
+#include <rapidjson/error/en.h>
 
 #include "document/json_parse.h"
 #include "document/value_limits.h"
+#include "platform/bounded_file.h"
 #include "platform/setvault_document.h"
+#include "platform/utf8.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"
 
 namespace KorvoSetvault {
 namespace {
 
-// True when the arrays and objects of `text` nest at most kMaxNestingDepth
-// deep. Brackets inside strings do not count. Invalid JSON is left to the
-// parser to report.
-bool NestingWithinLimit(const char* text, size_t length) {
+// The offset at which the arrays and objects of `text` first nest deeper
+// than kMaxNestingDepth; npos when they never do. Brackets inside strings do
+// not count. Invalid JSON is left to the parser to report.
+size_t FirstTooDeepOffset(const char* text, size_t length) {
   int depth = 0;
   bool in_string = false;
   for (size_t i = 0; i < length; ++i) {
@@ -31,24 +34,93 @@ bool NestingWithinLimit(const char* text, size_t length) {
     } else if (c == '"') {
       in_string = true;
     } else if (c == '[' || c == '{') {
-      if (++depth > kMaxNestingDepth) return false;
+      if (++depth > kMaxNestingDepth) return i;
     } else if (c == ']' || c == '}') {
       --depth;
     }
   }
+  return std::string::npos;
+}
+
+// Decimal exponents of the largest and smallest magnitudes a number may have.
+constexpr long kMaxDecimalExponent = 307;
+constexpr long kMinDecimalExponent = -307;
+// Longest number token (sign, digits, point and exponent).
+constexpr size_t kMaxNumberLength = 40;
+
+// The decimal exponent of the first significant digit of the number token
+// starting at text[*i] (1 for 12.5, -2 for 0.0125e0, 3 for 1e3), moving *i
+// past the token; false for zero. The exponent saturates far out of range.
+bool NumberMagnitude(const char* text, size_t length, size_t* i, long* magnitude) {
+  auto digit = [&](size_t at) { return at < length && text[at] >= '0' && text[at] <= '9'; };
+  if (*i < length && text[*i] == '-') ++*i;
+  long integer_digits = 0;  // after leading zeros
+  long fraction_zeros = 0;  // leading zeros of the fraction when the integer part is 0
+  bool significant = false;
+  for (; digit(*i); ++*i) {
+    if (significant || text[*i] != '0') {
+      significant = true;
+      ++integer_digits;
+    }
+  }
+  if (*i < length && text[*i] == '.') {
+    for (++*i; digit(*i); ++*i) {
+      if (significant) continue;
+      if (text[*i] == '0') {
+        ++fraction_zeros;
+      } else {
+        significant = true;
+      }
+    }
+  }
+  long exponent = 0;
+  if (*i < length && (text[*i] == 'e' || text[*i] == 'E')) {
+    ++*i;
+    const bool negative = *i < length && text[*i] == '-';
+    if (*i < length && (text[*i] == '-' || text[*i] == '+')) ++*i;
+    for (; digit(*i); ++*i) exponent = std::min(exponent * 10 + (text[*i] - '0'), 1000000L);
+    if (negative) exponent = -exponent;
+  }
+  if (!significant) return false;
+  *magnitude = (integer_digits > 0 ? integer_digits - 1 : -(fraction_zeros + 1)) + exponent;
   return true;
 }
 
-// Reads the whole file at `path`; false when it cannot be read.
-bool ReadFile(const std::string& path, std::string* content) {
-  std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
-  if (!file) return false;
-  char buffer[64 * 1024];
-  size_t count;
-  while ((count = std::fread(buffer, 1, sizeof buffer, file.get())) > 0) {
-    content->append(buffer, count);
+// The offset of the first number of `text` longer than kMaxNumberLength or
+// whose magnitude lies outside [1e-307, 1e308) (zero excepted); npos when
+// none is. RapidJSON's exact number parse turns such numbers (1e20 written
+// with an exponent of 290, for one) into unrelated values, and crashes on a
+// fraction of some hundred zeros.
+size_t FirstNumberOutOfRange(const char* text, size_t length) {
+  bool in_string = false;
+  for (size_t i = 0; i < length; ++i) {
+    const char c = text[i];
+    if (in_string) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        in_string = false;
+      }
+    } else if (c == '"') {
+      in_string = true;
+    } else if (c == '-' || (c >= '0' && c <= '9')) {
+      const size_t start = i;
+      long magnitude = 0;
+      const bool significant = NumberMagnitude(text, length, &i, &magnitude);
+      if (i - start > kMaxNumberLength ||
+          (significant && (magnitude > kMaxDecimalExponent || magnitude < kMinDecimalExponent))) {
+        return start;
+      }
+      --i;  // the loop steps past the token's last character
+    }
   }
-  return std::ferror(file.get()) == 0;
+  return std::string::npos;
+}
+
+// Sets `*fault` (when asked for) to "at offset <offset>: <why>"; returns false.
+bool ParseFault(std::string* fault, size_t offset, const std::string& why) {
+  if (fault != nullptr) *fault = "at offset " + std::to_string(offset) + ": " + why;
+  return false;
 }
 
 // True when `element` is an object whose member `instance_key` is a string
@@ -147,29 +219,59 @@ size_t ChunkSizeForText(size_t length) {
 
 }  // namespace
 
-bool ParseJsonText(const std::string& text, JsonDocument& document) {
+bool ParseJsonText(const std::string& text, JsonDocument& document, std::string* fault) {
   // The parser stops at a NUL byte; JSON text never holds one raw.
-  if (text.find('\0') != std::string::npos) return false;
-  if (!NestingWithinLimit(text.data(), text.size())) return false;
-  document.Parse(text.c_str(), text.size());
-  return !document.HasParseError();
+  const size_t nul = text.find('\0');
+  if (nul != std::string::npos) return ParseFault(fault, nul, "NUL byte in the text.");
+  const size_t too_deep = FirstTooDeepOffset(text.data(), text.size());
+  if (too_deep != std::string::npos) {
+    return ParseFault(
+        fault, too_deep,
+        "arrays and objects nested deeper than " + std::to_string(kMaxNestingDepth) + " levels.");
+  }
+  const size_t out_of_range = FirstNumberOutOfRange(text.data(), text.size());
+  if (out_of_range != std::string::npos) {
+    return ParseFault(fault, out_of_range,
+                      "Number longer than 40 characters or outside the range 1e-307 to 1e308.");
+  }
+  // Full precision: the fast number parse may be off by a unit in the last
+  // place, so that a stored number would change at every write and read.
+  document.Parse<rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag>(
+      text.c_str(), text.size());
+  if (!document.HasParseError()) {
+    // The parser takes a lone low surrogate escape ("\udd11") as a character
+    // and stores bytes that are not UTF-8, which no later parse would accept.
+    const std::optional<std::string> pointer = FindInvalidUtf8(document);
+    if (!pointer) return true;
+    if (fault != nullptr) *fault = "at \"" + *pointer + "\": an escape that is not a character.";
+    return false;
+  }
+  return ParseFault(fault, document.GetErrorOffset(),
+                    rapidjson::GetParseError_En(document.GetParseError()));
 }
 
 std::shared_ptr<JsonDoc> CreateDocument() { return CreateDocumentWithChunks(kJsonChunkSize); }
 
 std::shared_ptr<JsonDoc> CreateDocumentFromString(const std::string& text) {
   std::shared_ptr<JsonDoc> doc = CreateDocumentWithChunks(ChunkSizeForText(text.size()));
-  if (!ParseJsonText(text, doc->GetDocument())) {
-    ThrowException<InvalidArgumentException>(SV_ERR_JSON_PARSE);
+  std::string fault;
+  if (!ParseJsonText(text, doc->GetDocument(), &fault)) {
+    ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_PARSE, fault.c_str());
   }
   return doc;
 }
 
 std::shared_ptr<JsonDoc> CreateDocumentFromFile(const std::string& path) {
   std::string content;
+  std::string fault;
   std::shared_ptr<JsonDoc> doc = CreateDocument();
-  if (!ReadFile(path, &content) || !ParseJsonText(content, doc->GetDocument())) {
-    ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_FILE, path.c_str());
+  if (!ReadFileBounded(path, kMaxDocumentFileBytes, &content, &fault)) {
+    ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_FILE,
+                                                          (path + ": " + fault).c_str());
+  }
+  if (!ParseJsonText(content, doc->GetDocument(), &fault)) {
+    ThrowException<InvalidArgumentException, const char*>(
+        SV_ERR_JSON_FILE, (path + ": not valid JSON " + fault).c_str());
   }
   return doc;
 }

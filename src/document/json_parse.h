@@ -8,10 +8,13 @@
 
 namespace KorvoSetvault {
 
-// Parses `text` into `document` (strict JSON, one root value). False when it
-// is not valid JSON, holds a NUL byte, or nests arrays and objects more than
-// 512 levels deep (RapidJSON's parser, writer and copy are recursive).
-bool ParseJsonText(const std::string& text, JsonDocument& document);
+// Parses `text` into `document` (strict JSON in valid UTF-8, one root value).
+// False when it is not valid JSON, holds a NUL byte or a number longer than
+// 40 characters or of magnitude outside [1e-307, 1e308) other than zero, or nests arrays and objects more
+// than 512 levels deep (RapidJSON's parser, writer and copy are
+// recursive); `fault`, when given, then says where and why:
+// "at offset <n>: <reason>".
+bool ParseJsonText(const std::string& text, JsonDocument& document, std::string* fault = nullptr);
 
 }  // namespace KorvoSetvault
 

@@ -23,7 +23,7 @@ constexpr ErrorMessageEntry kMessages[] = {
     {SV_ERR_EMPTY_OBJECT_LIST, "The object list is empty", ""},
     {SV_ERR_MIXED_TYPES,
      "All objects of the list must have the same component, group and key", ""},
-    {SV_ERR_JSON_PARSE, "Invalid JSON text", ""},
+    {SV_ERR_JSON_PARSE, "Invalid JSON text %s", "s"},
     {SV_ERR_JSON_FILE, "Cannot read a JSON document from file %s", "s"},
     {SV_ERR_JSON, "JSON error: %s", "s"},
     {SV_ERR_VALIDATION, "Validation error at %s: %s", "ss"},

@@ -9,6 +9,7 @@
 #include "setvault/logger.h"
 #include "setvault/setvault_object.h"
 #include "validation/cleanup.h"
+#include "validation/guards.h"
 
 namespace KorvoSetvault {
 namespace {
@@ -129,6 +130,7 @@ const JsonValue* SetvaultObjectImpl::InstanceIdMember(const std::string& key) co
 void SetvaultObjectImpl::SetInstanceIdFromSvoId() {
   const JsonValue* member = InstanceIdMember(GetSetvaultObjectId().key);
   if (member == nullptr) return;
+  RequireCleanInstanceId(GetSetvaultObjectId());
   SetValue(member->GetString(), std::string_view(GetSetvaultObjectId().instanceId));
 }
 

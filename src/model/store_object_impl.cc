@@ -5,10 +5,19 @@
 #include "document/value_limits.h"
 #include "platform/base64.h"
 #include "platform/setvault_document.h"
+#include "platform/utf8.h"
 #include "setvault/exceptions.h"
 
 namespace KorvoSetvault {
 namespace {
+
+// Refuses text that is not valid UTF-8: every JSON string and member name is.
+void RequireUtf8(std::string_view text, const char* what) {
+  if (!IsValidUtf8(text)) {
+    throw InvalidArgumentException(SV_ERR_GENERIC,
+                                   (std::string(what) + " is not valid UTF-8").c_str());
+  }
+}
 
 // How each C++ type maps to JSON: the kind a stored value must have to be
 // read as the type (Is), the conversion, which asserts the kind through
@@ -21,6 +30,7 @@ struct Kind<std::string> {
   static bool Is(const JsonValue& v) { return v.IsString(); }
   static std::string Read(const JsonValue& v) { return std::string(v.GetString(), v.GetStringLength()); }
   static JsonValue Make(const std::string& s, JsonAllocator& a) {
+    RequireUtf8(s, "String value");
     return JsonValue(s.data(), static_cast<rapidjson::SizeType>(s.size()), a);
   }
 };
@@ -205,6 +215,7 @@ void StoreObjectImpl::Store(const char* key, JsonValue&& value) {
     *existing = value;  // moves
     return;
   }
+  RequireUtf8(key, "Member name");
   JsonAllocator& allocator = Allocator();
   Root().AddMember(JsonValue(key, static_cast<rapidjson::SizeType>(std::strlen(key)), allocator),
                    value, allocator);
@@ -212,6 +223,7 @@ void StoreObjectImpl::Store(const char* key, JsonValue&& value) {
 
 void StoreObjectImpl::SetValue(const char* key, std::string_view value) {
   const char* text = value.data() != nullptr ? value.data() : "";
+  RequireUtf8(value, "String value");
   Store(key, JsonValue(text, static_cast<rapidjson::SizeType>(value.size()), Allocator()));
 }
 
@@ -253,6 +265,7 @@ void StoreObjectImpl::SetValueBinary(const char* key, const unsigned char* data,
 
 void StoreObjectImpl::SetValueEmptyList(const char* key) {
   RequireKey(key);
+  RequireUtf8(key, "Member name");
   Remove(key);
   JsonAllocator& allocator = Allocator();
   Root().AddMember(JsonValue(key, static_cast<rapidjson::SizeType>(std::strlen(key)), allocator),

@@ -16,8 +16,9 @@ extern const char kNotifyEndpoint[];
 
 // Reads the allowlist file: a JSON array of "component.group.key" and
 // "component.group.*" strings. Throws SetvaultException 2000 "Notification
-// allowlist <path> missing." when the file does not exist, 1081 when it is
-// not JSON and 1082 when it is not an array of strings.
+// allowlist <path> missing." when the file does not exist, 1081 when it
+// cannot be read, is larger than 16 MiB or is not JSON, and 1082 when it is
+// not an array of strings.
 std::unordered_set<std::string> ReadNotifyAllowlist();
 
 // The process's allowlist, read on first use; a failed read is not kept and

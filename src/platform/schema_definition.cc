@@ -1,10 +1,9 @@
 #include "platform/schema_definition.h"
 
-#include <rapidjson/error/en.h>
-
 #include <cctype>
 #include <set>
 
+#include "document/json_parse.h"
 #include "platform/setvault_document.h"
 #include "setvault/exceptions.h"
 
@@ -333,13 +332,10 @@ std::shared_ptr<const SchemaDefinition> ParseSchemaDefinition(const std::string&
   auto definition = std::make_shared<SchemaDefinition>();
   definition->document = KorvoSetvault::CreateDocument();
   auto& document = definition->document->GetDocument();
-  document.Parse(text.c_str(), text.size());
-  if (document.HasParseError()) {
-    throw KorvoSetvault::SetvaultException(
-        KorvoSetvault::SV_ERR_GENERIC,
-        (origin + ": not valid JSON at offset " + std::to_string(document.GetErrorOffset()) + ": " +
-         rapidjson::GetParseError_En(document.GetParseError()))
-            .c_str());
+  std::string fault;
+  if (!KorvoSetvault::ParseJsonText(text, document, &fault)) {
+    throw KorvoSetvault::SetvaultException(KorvoSetvault::SV_ERR_GENERIC,
+                                           (origin + ": not valid JSON " + fault).c_str());
   }
   definition->idMap = KorvoSetvault::CreateDocument();
   definition->idMap->GetDocument().SetObject();

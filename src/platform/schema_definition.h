@@ -93,11 +93,13 @@ struct SchemaDefinition {
 // True when `name` is non-empty and holds only letters, digits, '_' and '-'.
 bool IsValidSchemaName(const std::string& name);
 
-// Parses the definition `text` and checks its shape (members, names, flags,
-// instance arrays). `origin` (a file name, or a row of the schema database)
-// starts every error message. Throws SetvaultException 2000 "<origin>: <what
-// is wrong>" for a definition that is not accepted. Used for definitions
-// already checked by CheckSchemaDefinition (rows of the schema database).
+// Parses and checks the definition `text`. `origin` (a file name, or a row of
+// the schema database) starts every error message. Throws SetvaultException
+// 2000 "<origin>: <what is wrong>" for a definition that is not accepted,
+// "<origin>: not valid JSON at offset <n>: <reason>" for text that does not
+// parse (nesting deeper than 512 levels and invalid UTF-8 included). Used for
+// definitions already checked by CheckSchemaDefinition (rows of the schema
+// database) and as its first step.
 std::shared_ptr<const SchemaDefinition> ParseSchemaDefinition(const std::string& text,
                                                               const std::string& origin);
 

@@ -1,11 +1,10 @@
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
 
 #include "db/default_config_writes.h"
 #include "platform/json_validator.h"
+#include "platform/bounded_file.h"
 #include "platform/schema_database.h"
 #include "platform/schema_definition.h"
 #include "platform/schema_store.h"
@@ -45,13 +44,12 @@ std::vector<std::string> ListDefinitionFiles(const std::string& directory) {
   return files;
 }
 
+// The text of the definition file at `path`, at most kMaxDefinitionFileBytes.
 std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in.is_open()) Fail(path + ": cannot be read");
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) Fail(path + ": cannot be read");
-  return text.str();
+  std::string text;
+  std::string fault;
+  if (!ReadFileBounded(path, kMaxDefinitionFileBytes, &text, &fault)) Fail(path + ": " + fault);
+  return text;
 }
 
 // The DefaultConfig rows of `definitions`: a singleton type's "defaults" and a

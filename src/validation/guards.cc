@@ -1,6 +1,7 @@
 #include "validation/guards.h"
 
 #include "platform/upgrade_ctx.h"
+#include "platform/utf8.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"
 
@@ -11,6 +12,15 @@ namespace {
 
 }  // namespace
 
+void RequireCleanInstanceId(const SetvaultObjectId& id) {
+  if (id.instanceId.find('\0') != std::string::npos) {
+    throw InvalidArgumentException(SV_ERR_GENERIC, "Instance id cannot contain a NUL byte");
+  }
+  if (!IsValidUtf8(id.instanceId)) {
+    throw InvalidArgumentException(SV_ERR_GENERIC, "Instance id must be valid UTF-8");
+  }
+}
+
 void checkUserContext(bool duringBoot, const USERDATA_CONTEXT& context) {
   if (!duringBoot || context.kind != kExternalContext) return;
   if (GetUpgradeCtx() != 0) return;
@@ -19,6 +29,7 @@ void checkUserContext(bool duringBoot, const USERDATA_CONTEXT& context) {
 
 void validateInstanceId(const SetvaultObjectId& id) {
   if (id.instanceId.empty()) Refuse("Non-Singleton object should contain instanceId");
+  RequireCleanInstanceId(id);
 }
 
 void validateSingletonNonSingleton(const SetvaultObjectId& id,
@@ -55,6 +66,7 @@ void ValidateSvoIdInstances(const SetvaultObjectId& id,
                             const std::shared_ptr<SchemaObject>& schema) {
   CheckSchema(id, schema);
   if (!schema->IsNonSingleton()) Refuse("API called for singleton object, non-singleton expected");
+  RequireCleanInstanceId(id);
 }
 
 void ValidateSvoIdInstances(const std::shared_ptr<FilterSpecObject>& filter,

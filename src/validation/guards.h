@@ -1,6 +1,8 @@
 // Argument and schema-kind checks that store operations run before touching
 // the database. Every refusal is a ValidationException with code 2000 and no
-// findings, except a missing schema (SetvaultException 1037).
+// findings, except a missing schema (SetvaultException 1037) and an instance
+// id holding a NUL byte or invalid UTF-8 (InvalidArgumentException 2000
+// "Instance id cannot contain a NUL byte", "Instance id must be valid UTF-8").
 #ifndef SETVAULT_SRC_VALIDATION_GUARDS_H_
 #define SETVAULT_SRC_VALIDATION_GUARDS_H_
 
@@ -18,7 +20,11 @@ using KorvoSchemaStore::SchemaObject;
 
 // Refuses an external caller during boot unless an upgrade is in progress.
 void checkUserContext(bool duringBoot, const USERDATA_CONTEXT& context);
-// Refuses an id without instance id.
+// Throws InvalidArgumentException 2000 "Instance id cannot contain a NUL
+// byte" or "Instance id must be valid UTF-8" for such an instance id: stored
+// whole, a NUL would be read back cut and name another row.
+void RequireCleanInstanceId(const SetvaultObjectId& id);
+// Refuses an id without instance id, or with one that is not clean text.
 void validateInstanceId(const SetvaultObjectId& id);
 // Refuses an instance id on a singleton type and its absence on a
 // non-singleton type. `schema` must not be empty.
@@ -32,8 +38,8 @@ void CheckSchema(const SetvaultObjectId& id, const std::shared_ptr<SchemaObject>
 void ValidateSvoId(const SetvaultObjectId& id, const std::shared_ptr<SchemaObject>& schema);
 void ValidateSvoId(const std::shared_ptr<SetvaultObject>& object,
                    const std::shared_ptr<SchemaObject>& schema);
-// CheckSchema, then refuses a singleton type. An id without instance id
-// stands for every instance.
+// CheckSchema, then refuses a singleton type and an instance id that is not
+// clean text. An id without instance id stands for every instance.
 void ValidateSvoIdInstances(const SetvaultObjectId& id, const std::shared_ptr<SchemaObject>& schema);
 void ValidateSvoIdInstances(const std::shared_ptr<FilterSpecObject>& filter,
                             const std::shared_ptr<SchemaObject>& schema);

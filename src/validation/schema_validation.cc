@@ -3,6 +3,7 @@
 #include "model/setvault_object_impl.h"
 #include "platform/json_validator.h"
 #include "platform/schema_generated_id.h"
+#include "platform/utf8.h"
 #include "setvault/logger.h"
 #include "validation/cleanup.h"
 
@@ -17,6 +18,8 @@ const OptionSet PartialConfigOptions = {0, 1, 3, 7};
 const OptionSet ApplyFileOptions = {0, 1, 4, 8};
 
 namespace {
+
+constexpr char kNotUtf8Finding[] = "Text is not valid UTF-8.";
 
 // Runs the validator into a fresh result document.
 void RunValidator(const JsonValue& schema, const JsonValue& data, const OptionSet& options,
@@ -73,6 +76,8 @@ bool ValidateObjectData(const std::shared_ptr<SchemaObject>& schema,
                         std::vector<ErrorInfo>& errors, bool quiet) {
   const JsonValue& data = object->GetImpl()->Root();
   if (data.IsObject()) {
+    // Values built through the API (not parsed from text) may hold any bytes.
+    if (auto pointer = FindInvalidUtf8(data)) errors.push_back({*pointer, kNotUtf8Finding});
     JsonDocument result;
     RunValidator(schema->GetSchemaJson(), data, options, result);
     CollectValidationResults(result, errors, quiet);

@@ -40,11 +40,10 @@ TEST(ErrorMessages, ThrowHelperCodesTakeAtMostOneText) {
   // Codes raised through ThrowException carry zero or one "%s".
   for (SVErrorCodes code : {SV_ERR_DB_FILE, SV_ERR_INSTANCE_ID_VALUE, SV_ERR_SCHEMA_NOT_FOUND,
                             SV_ERR_SUBOBJECT_INSTANCES, SV_ERR_SUBOBJECT_NEEDS_INSTANCE,
-                            SV_ERR_SUBOBJECT_NOT_ARRAY, SV_ERR_JSON_FILE}) {
+                            SV_ERR_SUBOBJECT_NOT_ARRAY, SV_ERR_JSON_FILE, SV_ERR_JSON_PARSE}) {
     EXPECT_EQ(Conversions(ErrorMessageForId(code)), "s") << code;
   }
-  for (SVErrorCodes code : {SV_ERR_EMPTY_OBJECT_LIST, SV_ERR_MIXED_TYPES, SV_ERR_JSON_PARSE,
-                            SV_ERR_NULL_OBJECT}) {
+  for (SVErrorCodes code : {SV_ERR_EMPTY_OBJECT_LIST, SV_ERR_MIXED_TYPES, SV_ERR_NULL_OBJECT}) {
     EXPECT_EQ(Conversions(ErrorMessageForId(code)), "") << code;
   }
 }

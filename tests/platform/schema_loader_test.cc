@@ -73,6 +73,21 @@ std::string LoadError(const std::string& directory,
   return std::string();
 }
 
+std::string CheckError(const std::string& directory) {
+  try {
+    KorvoSetvault::CheckSchemaDefinitions(directory);
+  } catch (const KorvoSetvault::SetvaultException& e) {
+    return e.what();
+  }
+  return "check of " + directory + " succeeded";
+}
+
+std::string Repeat(const std::string& text, int times) {
+  std::string repeated;
+  for (int i = 0; i < times; ++i) repeated += text;
+  return repeated;
+}
+
 void Execute(const std::string& path, const std::string& sql) {
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
@@ -108,6 +123,8 @@ TEST_F(SchemaLoaderTest, LoadsEveryJsonFileAndIgnoresOthers) {
   EXPECT_EQ(Rows(database_), "alpha=1 beta=3(korvo-shared) ");
 }
 
+// Hostile and malformed definitions: each is refused with the file and the fault,
+// by the check and by the load alike, and the database is left as it was.
 TEST_F(SchemaLoaderTest, RefusedDefinitionLeavesTheDatabaseAsItWas) {
   defs_.WriteFile("a.json", Minimal("alpha"));
   defs_.WriteFile("b.json", Minimal("beta"));
@@ -136,6 +153,22 @@ TEST_F(SchemaLoaderTest, RefusedDefinitionLeavesTheDatabaseAsItWas) {
       {Multi(R"([{"id":"a"},{"id":"a"}])"), "element 1: instance \"a\" is listed twice"},
       {Multi(R"([{"id":"a"},{"id":"b","n":10}])"), "/defaultInstances/1/n: value 10 exceeds maximum"},
       {Multi(R"([{"id":"a","x":1}])"), "/defaultInstances/0/x: member 'x' is not described"},
+      {R"({"component":"korvo","group":"test","key":"gamma","version":1,"schema":{}})",
+       "\"version\" must be a string"},
+      {R"({"component":"korvo","group":"test","key":"gamma","version":"1","tags":{},"schema":{}})",
+       "\"tags\" must be an array of strings"},
+      // 400 KB of nested brackets once overflowed the stack of the parser.
+      {std::string(200000, '[') + std::string(200000, ']'),
+       "not valid JSON at offset 512: arrays and objects nested deeper than 512 levels."},
+      {R"({"component":"korvo","group":"test","key":"gamma","version":"1","schema":)" +
+           Repeat(R"({"items":)", 600) + "{}" + std::string(600, '}') + "}",
+       "nested deeper than 512 levels."},
+      {R"({"component":"korvo","group":"test","key":"gamma","version":"1",)"
+       "\"description\":\"caf\xe9\",\"schema\":{}}",
+       "not valid JSON at offset 82: Invalid encoding in string."},
+      {std::string("{\"component\":\"korvo\"\0}", 22), "not valid JSON at offset 20: NUL byte"},
+      {Minimal("gamma") + std::string(4 * 1024 * 1024, ' '),
+       "larger than the limit of 4194304 bytes"},
   };
   for (const Case& c : cases) {
     // A good new definition sorts before the bad one and a changed one after it.
@@ -146,6 +179,7 @@ TEST_F(SchemaLoaderTest, RefusedDefinitionLeavesTheDatabaseAsItWas) {
     const std::string message = LoadError(next.path());
     EXPECT_THAT(message, StartsWith(next.File("m.json") + ": ")) << c.fault;
     EXPECT_THAT(message, HasSubstr(c.fault));
+    EXPECT_EQ(CheckError(next.path()), message);
     EXPECT_EQ(Rows(database_), "alpha=1 beta=1 ");
     EXPECT_EQ(Rows(store_, kDefaultsSql), "");
     EXPECT_EQ(SchemaStore::GetStore(false)->GetSchemaObject("korvo", "test", "alpha")->GetVersion(),

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "store/store_fixture.h"
 #include "support/log_capture.h"
@@ -100,6 +101,73 @@ TEST_F(StoreHostileValuesTest, InstanceWritesUpdatesAndDeletesKeepEveryByte) {
   EXPECT_EQ(StoredDevice(HostileTexts()[2]), "<none>");
   EXPECT_EQ(StoredDevice(HostileTexts()[3]), HostileTexts()[3] + "!");
   EXPECT_EQ(RowCount(Datastore("")), static_cast<int>(HostileTexts().size()) - 2);
+}
+
+// Ids and values that could not be stored faithfully (a NUL byte in an instance id
+// once read back cut, yielding a second row on rewrite; invalid UTF-8 was stored
+// verbatim) are refused where they enter, with their error, and nothing is written.
+TEST_F(StoreHostileValuesTest, UnstorableIdsAndValuesAreRefusedAndNothingIsWritten) {
+  using KorvoSetvault::InvalidArgumentException;
+  LogCapture log(0);
+  const std::string nul_id("vs\0b", 4);
+  const std::string kNulId = "Instance id cannot contain a NUL byte";
+  const std::string kBadId = "Instance id must be valid UTF-8";
+  const std::string kBadText = "String value is not valid UTF-8";
+  auto fresh = [] { return std::make_shared<SetvaultObject>(Datastore("d0")); };
+  struct Case {
+    const char* name;
+    std::function<void()> call;
+    int code;
+    std::string message;
+  };
+  const Case cases[] = {
+      {"Set, NUL in id", [&] { store_->Set(Store(nul_id, "d"), kExternal); }, 2000, kNulId},
+      {"SetInstances, NUL in the second id",
+       [&] {
+         store_->SetInstances({Store("ok", "d"), Store(nul_id, "d")}, kExternal);
+       },
+       2000, kNulId},
+      {"Update, id not UTF-8", [&] { store_->Update(Store("\xff", "d"), kExternal); }, 2000,
+       kBadId},
+      {"SetCachedData, overlong id", [&] { store_->SetCachedData(Store("\xc0\xaf", "d")); }, 2000,
+       kBadId},
+      {"Get, NUL in id", [&] { store_->Get(Datastore(nul_id)); }, 2000, kNulId},
+      {"SetData, value not UTF-8", [&] { Object(Datastore("d0"), "{\"device\": \"\xff\"}"); }, 1080,
+       "Invalid JSON text at offset 12: Invalid encoding in string."},
+      {"SetData, nested too deep",
+       [&] { Object(Datastore("d0"), std::string(600, '[') + std::string(600, ']')); }, 1080,
+       "Invalid JSON text at offset 512: arrays and objects nested deeper than 512 levels."},
+      {"SetValue, truncated sequence", [&] { fresh()->SetValue("device", "caf\xc3"); }, 2000,
+       kBadText},
+      {"SetValue, list element",
+       [&] {
+         fresh()->SetValue("tags", std::vector<std::string>{"ok", "\xed\xa0\x80"});
+       },
+       2000, kBadText},
+      {"SetValue, member name", [&] { fresh()->SetValue("\xfe", 1); }, 2000,
+       "Member name is not valid UTF-8"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string message = ExpectThrow<KorvoSetvault::SetvaultException>(c.call, c.code);
+    EXPECT_EQ(message, c.message);
+  }
+
+  // A value built as a JSON value skips the setters; the write refuses it with
+  // the pointer of the bad text.
+  KorvoSetvault::JsonDocument scratch;
+  auto object = Store("d1", "d");
+  object->SetValueEx("device", KorvoSetvault::JsonValue("\xff\xfe", scratch.GetAllocator()));
+  try {
+    store_->Set(object, kExternal);
+    ADD_FAILURE() << "invalid UTF-8 stored";
+  } catch (const KorvoSetvault::ValidationException& e) {
+    EXPECT_EQ(e.GetErrorCode(), 1089);
+    ASSERT_FALSE(e.GetErrors().empty());
+    EXPECT_EQ(e.GetErrors()[0].path, "/device");
+    EXPECT_EQ(e.GetErrors()[0].message, "Text is not valid UTF-8.");
+  }
+  EXPECT_EQ(RowCount(Datastore("")), 0);
 }
 
 TEST_F(StoreHostileValuesTest, FailureMessagesShowHostileIdsVerbatim) {

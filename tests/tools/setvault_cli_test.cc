@@ -109,6 +109,43 @@ TEST_F(SetvaultCliTest, ErrorsCarryTheirCodeAndFindings) {
   EXPECT_EQ(Run("get korvo").status, 2);
 }
 
+// Hostile definitions, documents and arguments end in exit status 1 with their
+// error (no signal), and nothing is written.
+TEST_F(SetvaultCliTest, HostileInputGetsAnErrorAndWritesNothing) {
+  TempDir definitions;
+  const std::string brackets = std::string(200000, '[') + std::string(200000, ']');
+  definitions.WriteFile("deep.json", brackets);  // once a stack overflow
+  const std::string deep =
+      "not valid JSON at offset 512: arrays and objects nested deeper than "
+      "512 levels.";
+  const struct {
+    std::string arguments;
+    std::string input;
+    std::string error;
+  } cases[] = {
+      {"schema check " + definitions.path(), "", deep},
+      {"schema load " + definitions.path(), "", deep},
+      {"instances korvo net vswitch --filter @" + dir_.WriteFile("filter.json", brackets), "",
+       "error 1080: Invalid JSON text " + deep.substr(15)},
+      {"set korvo net vswitch --instance vs0 @" +
+           dir_.WriteFile("latin1.json", "{\"mtu\": 1500, \"x\": \"caf\xe9\"}"),
+       "", "error 1080: Invalid JSON text at offset 23: Invalid encoding in string."},
+      {"set korvo net vswitch --instance vs0 @/dev/zero", "",
+       "/dev/zero: larger than the limit of 16777216 bytes"},
+      {"set-instances korvo net vswitch -", R"({"a\u0000b": {"mtu": 1500}})",
+       "error 2000: Instance id cannot contain a NUL byte"},
+  };
+  for (const auto& c : cases) {
+    const Result result = Run(c.arguments, c.input);
+    EXPECT_EQ(result.status, 1) << c.arguments;
+    EXPECT_NE(result.err.find(c.error), std::string::npos) << c.arguments << ": " << result.err;
+  }
+  // The schema database still holds the example types, and no instance was stored.
+  const Result ids = Run("instance-ids korvo net vswitch");
+  EXPECT_EQ(ids.status, 0) << ids.err;
+  EXPECT_EQ(ids.out, "[]\n");
+}
+
 TEST_F(SetvaultCliTest, ValidatePrintsFindingsWithoutWriting) {
   Result result = Run(R"(validate korvo system host '{"hostname": 42}')");
   EXPECT_EQ(result.status, 1);

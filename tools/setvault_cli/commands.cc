@@ -154,7 +154,7 @@ int SetInstances(const Target& target, const WriteOptions& options) {
   std::vector<std::shared_ptr<SetvaultObject>> objects;
   for (const auto& member : instances.GetObject()) {
     Target instance = target;
-    instance.instance = member.name.GetString();
+    instance.instance.assign(member.name.GetString(), member.name.GetStringLength());
     objects.push_back(MakeObject(instance.Id(), Serialize(member.value)));
   }
   auto store = OpenStore();

@@ -4,7 +4,6 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <sstream>
 #include <stdexcept>
 
 #include <rapidjson/stringbuffer.h>
@@ -12,17 +11,37 @@
 
 namespace setvault_tool {
 
-std::string ReadJsonArgument(const std::string& argument) {
-  if (argument == "-") {
-    return std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+namespace {
+
+// Largest JSON argument read from a file or standard input, as for the
+// library's own document files.
+constexpr size_t kMaxJsonInputBytes = 16 * 1024 * 1024;
+
+// All of `in`, refused once it grows past kMaxJsonInputBytes (`name` says
+// what was read).
+std::string ReadBounded(std::istream& in, const std::string& name) {
+  std::string content;
+  char buffer[64 * 1024];
+  while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
+    if (content.size() + static_cast<size_t>(in.gcount()) > kMaxJsonInputBytes) {
+      throw std::runtime_error(name + ": larger than the limit of " +
+                               std::to_string(kMaxJsonInputBytes) + " bytes");
+    }
+    content.append(buffer, static_cast<size_t>(in.gcount()));
   }
+  if (in.bad()) throw std::runtime_error("cannot read " + name);
+  return content;
+}
+
+}  // namespace
+
+std::string ReadJsonArgument(const std::string& argument) {
+  if (argument == "-") return ReadBounded(std::cin, "standard input");
   if (argument.empty() || argument[0] != '@') return argument;
   const std::string path = argument.substr(1);
   std::ifstream in(path, std::ios::binary);
   if (!in) throw std::runtime_error("cannot read " + path);
-  std::ostringstream content;
-  content << in.rdbuf();
-  return content.str();
+  return ReadBounded(in, path);
 }
 
 std::string Serialize(const KorvoSetvault::JsonValue& value) {

@@ -12,7 +12,7 @@ namespace setvault_tool {
 
 // The text of a JSON argument: the argument itself, the content of the file
 // it names after '@', or standard input for "-". Throws std::runtime_error
-// when the file cannot be read.
+// when the file cannot be read or holds more than 16 MiB.
 std::string ReadJsonArgument(const std::string& argument);
 
 // An object as printed by the tool: its identity, metadata and data.

@@ -1,0 +1,83 @@
+#include "platform/utf8.h"
+
+#include <vector>
+
+#include "platform/setvault_document.h"
+
+namespace KorvoSetvault {
+namespace {
+
+// The length of the sequence that `lead` starts, 0 for a byte that cannot
+// start one; the allowed range of the second byte goes to `low` and `high`.
+size_t SequenceLength(unsigned char lead, unsigned char* low, unsigned char* high) {
+  *low = 0x80;
+  *high = 0xBF;
+  if (lead < 0x80) return 1;
+  if (lead < 0xC2) return 0;  // continuation byte or overlong two-byte form
+  if (lead < 0xE0) return 2;
+  if (lead < 0xF0) {
+    if (lead == 0xE0) *low = 0xA0;   // overlong
+    if (lead == 0xED) *high = 0x9F;  // surrogates
+    return 3;
+  }
+  if (lead < 0xF5) {
+    if (lead == 0xF0) *low = 0x90;   // overlong
+    if (lead == 0xF4) *high = 0x8F;  // above U+10FFFF
+    return 4;
+  }
+  return 0;
+}
+
+bool IsValid(const JsonValue& string) {
+  return IsValidUtf8(std::string_view(string.GetString(), string.GetStringLength()));
+}
+
+std::string Token(const JsonValue& name) {
+  return SetvaultDocument::EscapePointerToken(
+      std::string(name.GetString(), name.GetStringLength()));
+}
+
+}  // namespace
+
+bool IsValidUtf8(std::string_view text) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t size = text.size();
+  size_t i = 0;
+  while (i < size) {
+    unsigned char low;
+    unsigned char high;
+    const size_t length = SequenceLength(bytes[i], &low, &high);
+    if (length == 0 || size - i < length) return false;
+    for (size_t k = 1; k < length; ++k) {
+      const unsigned char byte = bytes[i + k];
+      if (byte < (k == 1 ? low : 0x80) || byte > (k == 1 ? high : 0xBF)) return false;
+    }
+    i += length;
+  }
+  return true;
+}
+
+std::optional<std::string> FindInvalidUtf8(const JsonValue& value) {
+  std::vector<std::pair<const JsonValue*, std::string>> pending{{&value, ""}};
+  while (!pending.empty()) {
+    auto [current, pointer] = std::move(pending.back());
+    pending.pop_back();
+    if (current->IsString()) {
+      if (!IsValid(*current)) return pointer;
+    } else if (current->IsObject()) {
+      // Pushed in reverse, so that members are looked at in document order.
+      for (auto member = current->MemberEnd(); member != current->MemberBegin();) {
+        --member;
+        if (!IsValid(member->name)) return pointer;
+        pending.emplace_back(&member->value, pointer + "/" + Token(member->name));
+      }
+    } else if (current->IsArray()) {
+      for (rapidjson::SizeType i = current->Size(); i > 0; --i) {
+        pending.emplace_back(&(*current)[i - 1], pointer + "/" + std::to_string(i - 1));
+      }
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace KorvoSetvault
