@@ -17,31 +17,6 @@
 namespace KorvoSetvault {
 namespace {
 
-// The offset at which the arrays and objects of `text` first nest deeper
-// than kMaxNestingDepth; npos when they never do. Brackets inside strings do
-// not count. Invalid JSON is left to the parser to report.
-size_t FirstTooDeepOffset(const char* text, size_t length) {
-  int depth = 0;
-  bool in_string = false;
-  for (size_t i = 0; i < length; ++i) {
-    const char c = text[i];
-    if (in_string) {
-      if (c == '\\') {
-        ++i;
-      } else if (c == '"') {
-        in_string = false;
-      }
-    } else if (c == '"') {
-      in_string = true;
-    } else if (c == '[' || c == '{') {
-      if (++depth > kMaxNestingDepth) return i;
-    } else if (c == ']' || c == '}') {
-      --depth;
-    }
-  }
-  return std::string::npos;
-}
-
 // Decimal exponents of the largest and smallest magnitudes a number may have.
 constexpr long kMaxDecimalExponent = 307;
 constexpr long kMinDecimalExponent = -307;
@@ -86,12 +61,24 @@ bool NumberMagnitude(const char* text, size_t length, size_t* i, long* magnitude
   return true;
 }
 
-// The offset of the first number of `text` longer than kMaxNumberLength or
-// whose magnitude lies outside [1e-307, 1e308) (zero excepted); npos when
-// none is. RapidJSON's exact number parse turns such numbers (1e20 written
-// with an exponent of 290, for one) into unrelated values, and crashes on a
-// fraction of some hundred zeros.
-size_t FirstNumberOutOfRange(const char* text, size_t length) {
+// Where `text` first breaks the limits parsing puts on it; npos for a limit
+// it keeps. Brackets and digits inside strings do not count; invalid JSON is
+// left to the parser to report.
+struct LimitFaults {
+  // The offset at which arrays and objects first nest deeper than
+  // kMaxNestingDepth.
+  size_t too_deep = std::string::npos;
+  // The first number longer than kMaxNumberLength or whose magnitude lies
+  // outside [1e-307, 1e308) (zero excepted). RapidJSON's exact number parse
+  // turns such numbers (1e20 written with an exponent of 290, for one) into
+  // unrelated values, and crashes on a fraction of some hundred zeros.
+  size_t bad_number = std::string::npos;
+};
+
+// One pass over `text` for both limits; it stops at the first nesting fault.
+LimitFaults FindLimitFaults(const char* text, size_t length) {
+  LimitFaults faults;
+  int depth = 0;
   bool in_string = false;
   for (size_t i = 0; i < length; ++i) {
     const char c = text[i];
@@ -103,18 +90,25 @@ size_t FirstNumberOutOfRange(const char* text, size_t length) {
       }
     } else if (c == '"') {
       in_string = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > kMaxNestingDepth) {
+        faults.too_deep = i;
+        break;
+      }
+    } else if (c == ']' || c == '}') {
+      --depth;
     } else if (c == '-' || (c >= '0' && c <= '9')) {
       const size_t start = i;
       long magnitude = 0;
       const bool significant = NumberMagnitude(text, length, &i, &magnitude);
-      if (i - start > kMaxNumberLength ||
-          (significant && (magnitude > kMaxDecimalExponent || magnitude < kMinDecimalExponent))) {
-        return start;
-      }
+      const bool bad =
+          i - start > kMaxNumberLength ||
+          (significant && (magnitude > kMaxDecimalExponent || magnitude < kMinDecimalExponent));
+      if (bad && faults.bad_number == std::string::npos) faults.bad_number = start;
       --i;  // the loop steps past the token's last character
     }
   }
-  return std::string::npos;
+  return faults;
 }
 
 // Sets `*fault` (when asked for) to "at offset <offset>: <why>"; returns false.
@@ -223,15 +217,14 @@ bool ParseJsonText(const std::string& text, JsonDocument& document, std::string*
   // The parser stops at a NUL byte; JSON text never holds one raw.
   const size_t nul = text.find('\0');
   if (nul != std::string::npos) return ParseFault(fault, nul, "NUL byte in the text.");
-  const size_t too_deep = FirstTooDeepOffset(text.data(), text.size());
-  if (too_deep != std::string::npos) {
+  const LimitFaults limits = FindLimitFaults(text.data(), text.size());
+  if (limits.too_deep != std::string::npos) {
     return ParseFault(
-        fault, too_deep,
+        fault, limits.too_deep,
         "arrays and objects nested deeper than " + std::to_string(kMaxNestingDepth) + " levels.");
   }
-  const size_t out_of_range = FirstNumberOutOfRange(text.data(), text.size());
-  if (out_of_range != std::string::npos) {
-    return ParseFault(fault, out_of_range,
+  if (limits.bad_number != std::string::npos) {
+    return ParseFault(fault, limits.bad_number,
                       "Number longer than 40 characters or outside the range 1e-307 to 1e308.");
   }
   // Full precision: the fast number parse may be off by a unit in the last
