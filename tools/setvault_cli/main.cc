@@ -53,6 +53,7 @@ int main(int argc, char** argv) {
                "against them on every write."};
   app.name("setvault");
   app.require_subcommand(1);
+  app.fallthrough();  // global options may also follow the command
   app.set_version_flag("--version", std::string("setvault ") + kVersion);
   app.footer(std::string(kOrigins) + "\n" + kExitStatuses);
   std::string store_path = Environment("SETVAULT_STORE");
