@@ -67,9 +67,9 @@ JsonValue DescribeInstances(const JsonValue& desired, const JsonValue& current,
   };
   for (const auto& [id, instance] : wanted) {
     auto stored = present.find(id);
-    add(id, stored == present.end() ? MarkAll(*instance, kDriftAdd, allocator)
-                                    : DescribeMembers(*instance, *stored->second, nullptr,
-                                                      allocator));
+    add(id, stored == present.end()
+                ? MarkAll(*instance, kDriftAdd, allocator)
+                : DescribeMembers(*instance, *stored->second, nullptr, allocator));
   }
   for (const auto& [id, instance] : present) {
     if (wanted.count(id) == 0) add(id, MarkAll(*instance, kDriftDelete, allocator));
@@ -138,9 +138,8 @@ DocumentObjectMap ReadDocument(const std::string& text,
   DocumentObjectMap objects;
   std::vector<ErrorInfo> errors;
   if (!GetSvoidObjMapFromDocument(text, objects, cache, errors)) {
-    throw ValidationException(SV_ERR_GENERIC,
-                              (std::string("The ") + which + " document is refused.").c_str(),
-                              errors);
+    throw ValidationException(
+        SV_ERR_GENERIC, (std::string("The ") + which + " document is refused.").c_str(), errors);
   }
   return objects;
 }

@@ -28,9 +28,9 @@ class SetvaultCliTest : public ::testing::Test {
   int Run(const std::string& line, std::string* output) {
     const std::string script = dir_.WriteFile(
         "step.sh", "cd " + dir_.path() + "\nexport SETVAULT_STORE=" + dir_.File("store.db") +
-                       " SETVAULT_SCHEMA_DB=" + dir_.File("schema.db") +
-                       " SETVAULT_NOTIFY_DIR=" + dir_.path() + " SETVAULT_NOTIFY_ALLOWLIST=" +
-                       dir_.File("allow.json") + " EXAMPLES=" + setvault_test::ExampleSchemaDir() +
+                       " SETVAULT_SCHEMA_DB=" + dir_.File("schema.db") + " SETVAULT_NOTIFY_DIR=" +
+                       dir_.path() + " SETVAULT_NOTIFY_ALLOWLIST=" + dir_.File("allow.json") +
+                       " EXAMPLES=" + setvault_test::ExampleSchemaDir() +
                        "\nsetvault() { " SETVAULT_TOOL_PATH " \"$@\"; }\n" + line + "\n");
     FILE* pipe = popen(("bash " + script + " 2>" + dir_.File("stderr")).c_str(), "r");
     output->clear();
@@ -66,7 +66,8 @@ TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
   dir_.WriteFile("deep.json", kDeep);
   RunAll({
       // Reads never create a store; usage errors.
-      {"setvault get korvo system host; s=$?; test ! -e store.db && exit $s", 1, "no store at " + dir_.File("store.db")},
+      {"setvault get korvo system host; s=$?; test ! -e store.db && exit $s", 1,
+       "no store at " + dir_.File("store.db")},
       {"setvault ls", 1, "reads never create one"},
       {"setvault sett korvo", 2, "unknown command 'sett'; did you mean: set"},
       {"setvault get korvo", 2, "required"},
@@ -76,7 +77,8 @@ TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
       // Types.
       {"setvault schema load $EXAMPLES", 0, R"({"loaded":9,"dropped":[]})"},
       {"setvault schema list", 0, R"("key":"vswitch","version":"2.0","instanceIdProperty":"name")"},
-      {"setvault schema show korvo system host", 0, R"("vitalMembers":["/systemUuid","/installDate"])"},
+      {"setvault schema show korvo system host", 0,
+       R"("vitalMembers":["/systemUuid","/installDate"])"},
       {"setvault schema show korvo net vswitch", 0, R"("instanceArrays":{"/portgroups":"name"})"},
       {"setvault schema show korvo net nothing", 3, "no type korvo net nothing is loaded"},
       {"setvault schema check $EXAMPLES", 0, R"(host.json","ok":true})"},
@@ -93,8 +95,10 @@ TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
       {R"(setvault set korvo net vswitch vs0 '{"mtu": 9000}')", 0, R"("mtu":9000,"name":"vs0")"},
       {R"(setvault update korvo net vswitch --instance vs1 '{"mtu": 1500}')", 0,
        "created korvo net vswitch vs1"},
-      {R"(setvault update korvo net vswitch vs2 '{"mtu": 1500}' --existing)", 3, "--existing refuses"},
-      {R"(echo '{"vs3": {"mtu": 9000}}' | setvault set-instances korvo net vswitch -)", 0, R"({"written":1})"},
+      {R"(setvault update korvo net vswitch vs2 '{"mtu": 1500}' --existing)", 3,
+       "--existing refuses"},
+      {R"(echo '{"vs3": {"mtu": 9000}}' | setvault set-instances korvo net vswitch -)", 0,
+       R"({"written":1})"},
       {"setvault ids korvo net vswitch", 0, R"(["vs0","vs1","vs3"])"},
       {R"(setvault instances korvo net vswitch --filter '{"mtu": 9000}' | grep -c vs1)", 1, "0"},
       {"setvault revision korvo net vswitch vs0", 0, "1"},
@@ -106,19 +110,23 @@ TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
       {"setvault delete korvo net vswitch vs9", 3, "nothing stored"},
       {"setvault delete korvo net vswitch vs3", 0, R"({"deleted":1})"},
       {"setvault delete-instances korvo net vswitch", 2, "needs either --filter JSON or --all"},
-      {R"(setvault delete-instances korvo net vswitch --filter '{"mtu": 1}')", 3, "no stored instance"},
-      {R"(setvault delete-instances korvo net vswitch --filter '{"mtu": 1500}')", 0, R"({"deleted":1})"},
+      {R"(setvault delete-instances korvo net vswitch --filter '{"mtu": 1}')", 3,
+       "no stored instance"},
+      {R"(setvault delete-instances korvo net vswitch --filter '{"mtu": 1500}')", 0,
+       R"({"deleted":1})"},
       // Bad input: refused with findings, JSON errors with line and column.
       {R"(setvault set korvo net vswitch vs0 '{"mtu": 99999, "speed": 1}')", 4, "  /mtu: "},
       {R"(setvault validate korvo system host '{"hostname": 42}')", 4, R"([{"field":"/hostname")"},
       {R"(setvault validate korvo system host '{"hostname": "h"}')", 0, "[]"},
       {"setvault set korvo system host '{\n  \"a\": }'", 2, "data: not JSON at line 2, column 8"},
       {"setvault instances korvo net vswitch --filter @deep.json", 2, "--filter: a JSON object"},
-      {"setvault set korvo net vswitch vs0 @/dev/zero", 1, "larger than the limit of 16777216 bytes"},
+      {"setvault set korvo net vswitch vs0 @/dev/zero", 1,
+       "larger than the limit of 16777216 bytes"},
       {R"(setvault set-instances korvo net vswitch '{"a\u0000b": {"mtu": 1500}}')", 1,
        "Instance id cannot contain a NUL byte"},
       // Documents.
-      {"setvault export korvo.net.vswitch", 0, R"({"korvo":{"net":{"vswitch":[{"mtu":9000,"name":"vs0"}]}}})"},
+      {"setvault export korvo.net.vswitch", 0,
+       R"({"korvo":{"net":{"vswitch":[{"mtu":9000,"name":"vs0"}]}}})"},
       {"setvault export korvo.net", 2, "component.group.key"},
       {"setvault export > all.json && grep -c systemUuid all.json", 0, "1"},
       {R"(sed 's/"mtu":9000/"mtu":1500/' all.json > edited.json; setvault diff edited.json)", 0,
@@ -127,8 +135,8 @@ TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
        R"("operation":"DELETE")"},
       {"setvault import edited.json && setvault get korvo net vswitch vs0", 0, R"("mtu":1500)"},
       {"setvault diff edited.json", 0, "[]"},
-      {R"(echo '{"korvo": {"net": {"vswitch": [{"name": "x", "mtu": 1}]}}}' | setvault import -)", 4,
-       "/korvo/net/vswitch/0/mtu"},
+      {R"(echo '{"korvo": {"net": {"vswitch": [{"name": "x", "mtu": 1}]}}}' | setvault import -)",
+       4, "/korvo/net/vswitch/0/mtu"},
       {"setvault validate --document edited.json", 0, "[]"},
       // Next boot, boot confirmation, host flags.
       {R"(setvault kernel-options update '{"logLevel": "debug"}')", 0, R"("logLevel":"debug")"},
@@ -136,9 +144,11 @@ TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
       {"setvault boot-status korvo hvcore options && setvault get korvo hvcore options", 0,
        R"("data":{"logLevel":"debug"})"},
       {"setvault kernel-options get", 0, R"("logLevel":"debug")"},
-      {R"(setvault next-boot set korvo hvcore cpuScheduler '{"reservedCores": 2}')", 0, R"("reservedCores":2)"},
+      {R"(setvault next-boot set korvo hvcore cpuScheduler '{"reservedCores": 2}')", 0,
+       R"("reservedCores":2)"},
       {"setvault next-boot get korvo hvcore cpuScheduler", 0, R"("reservedCores":2)"},
-      {"setvault next-boot reset korvo hvcore cpuScheduler; setvault next-boot get korvo hvcore cpuScheduler",
+      {"setvault next-boot reset korvo hvcore cpuScheduler; setvault next-boot get korvo hvcore "
+       "cpuScheduler",
        3, "nothing staged"},
       {"setvault next-boot instances korvo hvcore pciPassthrough", 0, "[]"},
       {"setvault next-boot delete korvo net vswitch vs0", 1, "@rebootRequiredSetvault"},
@@ -151,13 +161,16 @@ TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
        0, R"("identifiers":["korvo.system.host"],"pid":)"},
       {"setvault watch --count 1 --timeout 0.2", 3, "listening on " + dir_.path()},
       // Loading definitions keeps the other types unless --replace-all.
-      {"mkdir -p one && cp $EXAMPLES/dns.json one/ && setvault schema load one", 0, R"({"loaded":1,"dropped":[]})"},
+      {"mkdir -p one && cp $EXAMPLES/dns.json one/ && setvault schema load one", 0,
+       R"({"loaded":1,"dropped":[]})"},
       {"setvault schema load one --replace-all", 1, "korvo net vswitch (1 stored)"},
       {"setvault schema list | grep -c vswitch", 0, "1"},
-      {"setvault schema load one --replace-all --force", 0, R"("dropped":["korvo hvcore cpuScheduler")"},
+      {"setvault schema load one --replace-all --force", 0,
+       R"("dropped":["korvo hvcore cpuScheduler")"},
       {"echo '{\"component\":\"a\"}' > one/bad.json; setvault schema check one", 4,
        R"("file":"one/bad.json","ok":false,"faults":[)"},
-      {"mkdir deep && mv deep.json deep/ && setvault schema load deep", 1, "nested deeper than 512 levels"},
+      {"mkdir deep && mv deep.json deep/ && setvault schema load deep", 1,
+       "nested deeper than 512 levels"},
       {"setvault schema check deep", 4, "nested deeper than 512 levels"},
   });
 }

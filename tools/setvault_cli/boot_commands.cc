@@ -53,16 +53,17 @@ CLI::App* AddStaged(CLI::App* parent, const char* name, const char* summary,
 }
 
 void AddNextBoot(CLI::App* app, BootArgs& a) {
-  CLI::App* next = app->add_subcommand(
-      "next-boot", "Stage reboot-required configuration for the next boot");
+  CLI::App* next =
+      app->add_subcommand("next-boot", "Stage reboot-required configuration for the next boot");
   next->require_subcommand(1);
   next->footer(
       "Types tagged @rebootRequiredSetvault take effect only at the next boot: their changes\n"
       "are staged here, and `setvault boot-status` confirms them once the boot applied them.");
-  AddStaged(next, "get", "Print the value staged for the next boot", "Exit status 3 when none.",
-            "setvault next-boot get korvo hvcore options",
-            [&a] { return PrintFound(a.target.Words(), NextBoot(Access::kRead)->Get(a.target.Id())); },
-            true, &a);
+  AddStaged(
+      next, "get", "Print the value staged for the next boot", "Exit status 3 when none.",
+      "setvault next-boot get korvo hvcore options",
+      [&a] { return PrintFound(a.target.Words(), NextBoot(Access::kRead)->Get(a.target.Id())); },
+      true, &a);
   auto* set = AddStaged(
       next, "set", "Stage an object for the next boot",
       "Stages the whole object (checked against its type) to be applied at the next boot.",
@@ -76,22 +77,24 @@ void AddNextBoot(CLI::App* app, BootArgs& a) {
       },
       false, &a);
   set->add_option("data", a.words, "[INSTANCE] DATA: JSON, @file or -")->required()->expected(1, 2);
-  AddStaged(next, "delete", "Stage the deletion of an object at the next boot", "",
-            "setvault next-boot delete korvo hw pci dev3",
-            [&a] {
-              NextBoot(Access::kWrite)->Delete(a.target.Id());
-              PrintJson("{\"staged\":\"DELETE\"}");
-              return kExitOk;
-            },
-            true, &a);
-  AddStaged(next, "reset", "Drop everything staged for a type", "",
-            "setvault next-boot reset korvo hvcore options",
-            [&a] {
-              NextBoot(Access::kWrite)->Reset(a.target.Id());
-              PrintJson("{\"reset\":true}");
-              return kExitOk;
-            },
-            false, &a);
+  AddStaged(
+      next, "delete", "Stage the deletion of an object at the next boot", "",
+      "setvault next-boot delete korvo hw pci dev3",
+      [&a] {
+        NextBoot(Access::kWrite)->Delete(a.target.Id());
+        PrintJson("{\"staged\":\"DELETE\"}");
+        return kExitOk;
+      },
+      true, &a);
+  AddStaged(
+      next, "reset", "Drop everything staged for a type", "",
+      "setvault next-boot reset korvo hvcore options",
+      [&a] {
+        NextBoot(Access::kWrite)->Reset(a.target.Id());
+        PrintJson("{\"reset\":true}");
+        return kExitOk;
+      },
+      false, &a);
   auto* instances = AddStaged(
       next, "instances", "List the instances staged for the next boot",
       "Prints the staged values of the type's instances matching --filter.",
@@ -112,22 +115,22 @@ void AddBootCommands(CLI::App* app) {
   static BootArgs a;
   AddNextBoot(app, a);
 
-  auto* status = AddCommand(
-      app, "boot-status", "Confirm that the boot applied the staged configuration",
-      "Run by the host after a boot: the staged value of the object (of every instance\n"
-      "when none is named) becomes its current value. With --partial, only the members\n"
-      "given are confirmed.",
-      "setvault boot-status korvo hvcore options", [] {
-        CheckStore(Access::kWrite);
-        if (a.partial.empty()) {
-          KorvoSetvault::SetBootStatus(a.target.Id(), true);
-        } else {
-          KorvoSetvault::SetPartialBootStatus(
-              MakeObject(a.target.Id(), ReadJsonObject(a.partial, "--partial")));
-        }
-        PrintJson("{\"confirmed\":" + Quote(a.target.Words()) + "}");
-        return kExitOk;
-      });
+  auto* status =
+      AddCommand(app, "boot-status", "Confirm that the boot applied the staged configuration",
+                 "Run by the host after a boot: the staged value of the object (of every instance\n"
+                 "when none is named) becomes its current value. With --partial, only the members\n"
+                 "given are confirmed.",
+                 "setvault boot-status korvo hvcore options", [] {
+                   CheckStore(Access::kWrite);
+                   if (a.partial.empty()) {
+                     KorvoSetvault::SetBootStatus(a.target.Id(), true);
+                   } else {
+                     KorvoSetvault::SetPartialBootStatus(
+                         MakeObject(a.target.Id(), ReadJsonObject(a.partial, "--partial")));
+                   }
+                   PrintJson("{\"confirmed\":" + Quote(a.target.Words()) + "}");
+                   return kExitOk;
+                 });
   AddTarget(status, &a.target, true);
   status->add_option("--partial", a.partial, "Confirm only these members: JSON, @file or -");
 
@@ -152,8 +155,9 @@ void AddBootCommands(CLI::App* app) {
 
   CLI::App* kv = app->add_subcommand("kv", "Read or write a host flag");
   kv->require_subcommand(1);
-  kv->footer("Host flags: IS_BOOT, BOOT_MODE, BOOT_INFO, NOTIFY_NEXD (\"true\" enables change\n"
-             "notifications), UPGRADE_CTX.");
+  kv->footer(
+      "Host flags: IS_BOOT, BOOT_MODE, BOOT_INFO, NOTIFY_NEXD (\"true\" enables change\n"
+      "notifications), UPGRADE_CTX.");
   auto* kv_get = AddCommand(kv, "get", "Print a host flag", "Exit status 3 when it is not set.",
                             "setvault kv get NOTIFY_NEXD", [] {
                               CheckStore(Access::kRead);
@@ -166,12 +170,12 @@ void AddBootCommands(CLI::App* app) {
                               return static_cast<int>(kExitOk);
                             });
   kv_get->add_option("key", a.key, "Flag name")->required();
-  auto* kv_set = AddCommand(kv, "set", "Set a host flag", "", "setvault kv set NOTIFY_NEXD true",
-                            [] {
-                              CheckStore(Access::kWrite);
-                              KorvoSetvault::SetKeyValue(a.key, a.value);
-                              return static_cast<int>(kExitOk);
-                            });
+  auto* kv_set =
+      AddCommand(kv, "set", "Set a host flag", "", "setvault kv set NOTIFY_NEXD true", [] {
+        CheckStore(Access::kWrite);
+        KorvoSetvault::SetKeyValue(a.key, a.value);
+        return static_cast<int>(kExitOk);
+      });
   kv_set->add_option("key", a.key, "Flag name")->required();
   kv_set->add_option("value", a.value, "Value")->required();
 }

@@ -69,8 +69,8 @@ void CheckStore(Access access) {
   const int mode = access == Access::kRead ? R_OK : (R_OK | W_OK);
   if (::access(path.c_str(), mode) != 0) {
     throw ToolError(kExitFailed, std::string("permission denied: cannot ") +
-                                     (access == Access::kRead ? "read" : "write") +
-                                     " the store " + path);
+                                     (access == Access::kRead ? "read" : "write") + " the store " +
+                                     path);
   }
 }
 

@@ -37,7 +37,8 @@ std::string DriftsToJson(const std::vector<std::shared_ptr<KorvoSetvault::DriftO
 }
 
 // The drift of the stored configuration from `document`.
-std::vector<std::shared_ptr<KorvoSetvault::DriftObject>> DriftFromStore(const std::string& document) {
+std::vector<std::shared_ptr<KorvoSetvault::DriftObject>> DriftFromStore(
+    const std::string& document) {
   CheckStore(Access::kRead);
   return KorvoSetvault::ComputeDocumentDrift(document, KorvoSetvault::ExportStore());
 }
@@ -76,21 +77,21 @@ int Import(const DocumentArgs& args) {
 
 void AddDocumentCommands(CLI::App* app) {
   static DocumentArgs args;
-  auto* exported = AddCommand(
-      app, "export", "Print stored configuration as a document",
-      "Prints the stored configuration of the named types (component.group.key), or of\n"
-      "the whole store, as one document {component: {group: {key: data}}}; a type with\n"
-      "instances holds an array of them. `import` and `diff` read the same format.",
-      "setvault export korvo.net.vswitch > vswitch.json", [] { return Export(args); });
+  auto* exported =
+      AddCommand(app, "export", "Print stored configuration as a document",
+                 "Prints the stored configuration of the named types (component.group.key), or of\n"
+                 "the whole store, as one document {component: {group: {key: data}}}; a type with\n"
+                 "instances holds an array of them. `import` and `diff` read the same format.",
+                 "setvault export korvo.net.vswitch > vswitch.json", [] { return Export(args); });
   exported->add_option("types", args.types, "Types as component.group.key (default: all)");
 
-  auto* imported = AddCommand(
-      app, "import", "Store a configuration document",
-      "Stores every object of the document; each type it names then holds exactly the\n"
-      "document's objects (other stored instances of it are deleted, other types are\n"
-      "untouched). The whole document is checked first: any finding (exit status 4)\n"
-      "writes nothing. --dry-run prints what would change and writes nothing.",
-      "setvault import backup.json --dry-run", [] { return Import(args); });
+  auto* imported =
+      AddCommand(app, "import", "Store a configuration document",
+                 "Stores every object of the document; each type it names then holds exactly the\n"
+                 "document's objects (other stored instances of it are deleted, other types are\n"
+                 "untouched). The whole document is checked first: any finding (exit status 4)\n"
+                 "writes nothing. --dry-run prints what would change and writes nothing.",
+                 "setvault import backup.json --dry-run", [] { return Import(args); });
   imported->add_option("file", args.file, "Document file, or - for standard input")->required();
   imported->add_flag("--dry-run", args.dry_run, "Check and show the changes, write nothing");
 

@@ -32,13 +32,14 @@ int ReportLibraryFailure(const KorvoSetvault::SetvaultException& e, long waited_
   if (IsStoreBusy(e)) {
     Note("the store " + KorvoSetvault::GetStorePath() +
          " is busy: another process holds it; gave up after waiting " +
-         std::to_string(waited_ms / 1000) + "." + std::to_string(waited_ms % 1000 / 100) +
-         " s (" + message + ")");
+         std::to_string(waited_ms / 1000) + "." + std::to_string(waited_ms % 1000 / 100) + " s (" +
+         message + ")");
     return kExitBusy;
   }
   if (Contains(message, "should contain instanceid")) {
-    Note("this type holds instances: add the instance id after the key (or --instance ID), "
-         "e.g. `setvault get korvo net vswitch vs0`; `setvault ids` lists them");
+    Note(
+        "this type holds instances: add the instance id after the key (or --instance ID), "
+        "e.g. `setvault get korvo net vswitch vs0`; `setvault ids` lists them");
     return kExitUsage;
   }
   if (Contains(message, "permission denied") || Contains(message, "readonly database") ||

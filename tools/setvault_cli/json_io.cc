@@ -30,7 +30,7 @@ std::string ReadBounded(std::istream& in, const std::string& name) {
   while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
     if (content.size() + static_cast<size_t>(in.gcount()) > kMaxJsonInputBytes) {
       throw ToolError(kExitFailed, name + ": larger than the limit of " +
-                               std::to_string(kMaxJsonInputBytes) + " bytes");
+                                       std::to_string(kMaxJsonInputBytes) + " bytes");
     }
     content.append(buffer, static_cast<size_t>(in.gcount()));
   }
@@ -109,11 +109,21 @@ std::string Quote(const std::string& text) {
   std::string quoted = "\"";
   for (unsigned char c : text) {
     switch (c) {
-      case '"': quoted += "\\\""; break;
-      case '\\': quoted += "\\\\"; break;
-      case '\n': quoted += "\\n"; break;
-      case '\r': quoted += "\\r"; break;
-      case '\t': quoted += "\\t"; break;
+      case '"':
+        quoted += "\\\"";
+        break;
+      case '\\':
+        quoted += "\\\\";
+        break;
+      case '\n':
+        quoted += "\\n";
+        break;
+      case '\r':
+        quoted += "\\r";
+        break;
+      case '\t':
+        quoted += "\\t";
+        break;
       default:
         if (c < 0x20) {
           char escaped[8];

@@ -30,11 +30,11 @@ std::string ReadJsonObject(const std::string& argument, const std::string& what)
 // marked "Z") and data.
 //   {"component":..,"group":..,"key":..,"instanceId":..,"version":..,
 //    "revision":..,"creationTime":..,"modifiedTime":..,"data":{..}}
-std::string ObjectToJson(const KorvoSetvault::SetvaultObject& object,
-                         const std::string& data);
+std::string ObjectToJson(const KorvoSetvault::SetvaultObject& object, const std::string& data);
 std::string ObjectToJson(const KorvoSetvault::SetvaultObject& object);
 // A list of objects as a JSON array of ObjectToJson texts.
-std::string ObjectsToJson(const std::vector<std::shared_ptr<KorvoSetvault::SetvaultObject>>& objects);
+std::string ObjectsToJson(
+    const std::vector<std::shared_ptr<KorvoSetvault::SetvaultObject>>& objects);
 // Compact JSON text of `value`.
 std::string Serialize(const KorvoSetvault::JsonValue& value);
 // A JSON string literal of `text`.

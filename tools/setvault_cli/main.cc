@@ -48,9 +48,10 @@ std::string Environment(const char* name) {
 
 int main(int argc, char** argv) {
   const auto start = std::chrono::steady_clock::now();
-  CLI::App app{"setvault: read and write the host's configuration store.\n\n"
-               "Objects are typed by loaded definitions (component group key) and checked\n"
-               "against them on every write."};
+  CLI::App app{
+      "setvault: read and write the host's configuration store.\n\n"
+      "Objects are typed by loaded definitions (component group key) and checked\n"
+      "against them on every write."};
   app.name("setvault");
   app.require_subcommand(1);
   app.fallthrough();  // global options may also follow the command

@@ -83,7 +83,8 @@ int Get(const ReadArgs& args) {
     }
   }
   std::string text = ObjectToJson(*object, Serialize(data));
-  if (args.origin) text = text.substr(0, text.size() - 1) + ",\"origin\":" + Serialize(origin) + "}";
+  if (args.origin)
+    text = text.substr(0, text.size() - 1) + ",\"origin\":" + Serialize(origin) + "}";
   PrintJson(text);
   return kExitOk;
 }
@@ -132,8 +133,9 @@ int Validate(const ReadArgs& args) {
     }
   } else {
     if (args.target.key.empty() || args.json.empty()) {
-      throw ToolError(kExitUsage, "give a type and its data (component group key JSON), "
-                                  "or --document FILE");
+      throw ToolError(kExitUsage,
+                      "give a type and its data (component group key JSON), "
+                      "or --document FILE");
     }
     auto object = std::make_shared<SetvaultObject>(args.target.Id());
     object->SetData(ReadJsonObject(args.json, "data").c_str());
@@ -160,13 +162,13 @@ void AddObjectReadCommands(CLI::App* app) {
   get->add_flag("--effective", args.effective, "Fill in the type's defaults");
   get->add_flag("--origin", args.origin, "Show the column each member came from");
 
-  auto* shipped = AddCommand(
-      app, "default", "Print the shipped default of an object",
-      "Prints the default object the type's definition ships (exit status 3 when none).",
-      "setvault default korvo system host", [] {
-        auto object = OpenStore(Access::kRead)->GetDefaultConfig(args.target.Id());
-        return PrintFound(args.target, object, object ? object->GetData() : "");
-      });
+  auto* shipped =
+      AddCommand(app, "default", "Print the shipped default of an object",
+                 "Prints the default object the type's definition ships (exit status 3 when none).",
+                 "setvault default korvo system host", [] {
+                   auto object = OpenStore(Access::kRead)->GetDefaultConfig(args.target.Id());
+                   return PrintFound(args.target, object, object ? object->GetData() : "");
+                 });
   AddTarget(shipped, &t, true);
 
   for (bool defaults : {false, true}) {
@@ -240,7 +242,8 @@ void AddObjectReadCommands(CLI::App* app) {
   validate->add_option("key", t.key, "Key of the type");
   validate->add_option("json", args.json, "Data: JSON, @file or -");
   validate->add_option("--instance", t.instance, "Instance id");
-  validate->add_option("--document", args.document, "A configuration document file, or - for standard input");
+  validate->add_option("--document", args.document,
+                       "A configuration document file, or - for standard input");
 }
 
 }  // namespace setvault_tool

@@ -36,8 +36,8 @@ std::shared_ptr<SetvaultObject> MakeObject(const KorvoSetvault::SetvaultObjectId
 
 USERDATA_CONTEXT ContextOf(const WriteArgs& args) {
   USERDATA_CONTEXT context;
-  context.kind = args.auto_config ? KorvoSetvault::kAutoConfigContext
-                                  : KorvoSetvault::kExternalContext;
+  context.kind =
+      args.auto_config ? KorvoSetvault::kAutoConfigContext : KorvoSetvault::kExternalContext;
   return context;
 }
 
@@ -118,7 +118,8 @@ int SetInstances(const WriteArgs& args) {
 int Delete(const Target& target) {
   auto store = OpenStore(Access::kWrite);
   KorvoSetvault::SetvaultTransaction transaction(store);
-  if (!store->Get(target.Id())) throw ToolError(kExitNotFound, "nothing stored for " + target.Words());
+  if (!store->Get(target.Id()))
+    throw ToolError(kExitNotFound, "nothing stored for " + target.Words());
   store->Delete(target.Id());
   transaction.Commit();
   PrintJson("{\"deleted\":1}");
@@ -200,20 +201,20 @@ void AddObjectWriteCommands(CLI::App* app) {
       command->add_flag("--existing", args.existing, "Refuse to create an object not stored");
     }
   }
-  auto* unset = AddCommand(
-      app, "unset", "Remove one member of a stored object",
-      "Removes the member PATH (a JSON Pointer such as /ntp/servers, or ntp.servers)\n"
-      "from the stored object and stores the rest. Exit status 3 when it is not set.",
-      "setvault unset korvo system host ntp.servers", [] { return Unset(args); });
+  auto* unset =
+      AddCommand(app, "unset", "Remove one member of a stored object",
+                 "Removes the member PATH (a JSON Pointer such as /ntp/servers, or ntp.servers)\n"
+                 "from the stored object and stores the rest. Exit status 3 when it is not set.",
+                 "setvault unset korvo system host ntp.servers", [] { return Unset(args); });
   AddTarget(unset, &t, false);
   unset->add_option("path", args.path, "The member: /a/b or a.b")->required();
   unset->add_option("--instance", t.instance, "Instance id (types with instances only)");
 
-  auto* set_instances = AddCommand(
-      app, "set-instances", "Store many instances of a type at once",
-      "Stores every instance of the object {instance id: data, ...} in one transaction.",
-      "setvault set-instances korvo net vswitch '{\"vs1\": {\"mtu\": 1500}}'",
-      [] { return SetInstances(args); });
+  auto* set_instances =
+      AddCommand(app, "set-instances", "Store many instances of a type at once",
+                 "Stores every instance of the object {instance id: data, ...} in one transaction.",
+                 "setvault set-instances korvo net vswitch '{\"vs1\": {\"mtu\": 1500}}'",
+                 [] { return SetInstances(args); });
   AddTarget(set_instances, &t, false);
   set_instances->add_option("json", args.json, "{instance id: data}: JSON, @file or -")->required();
   set_instances->add_flag("--auto", args.auto_config, "Write as auto-configuration");
@@ -224,12 +225,12 @@ void AddObjectWriteCommands(CLI::App* app) {
                             "setvault delete korvo net vswitch vs2", [] { return Delete(t); });
   AddTarget(remove, &t, true);
 
-  auto* remove_many = AddCommand(
-      app, "delete-instances", "Delete the instances matching a filter",
-      "Deletes the stored instances whose data contain every value of --filter, or all\n"
-      "of them with --all, and prints how many. Exit status 3 when none matches.",
-      "setvault delete-instances korvo net vswitch --filter '{\"mtu\": 1500}'",
-      [] { return DeleteInstances(args); });
+  auto* remove_many =
+      AddCommand(app, "delete-instances", "Delete the instances matching a filter",
+                 "Deletes the stored instances whose data contain every value of --filter, or all\n"
+                 "of them with --all, and prints how many. Exit status 3 when none matches.",
+                 "setvault delete-instances korvo net vswitch --filter '{\"mtu\": 1500}'",
+                 [] { return DeleteInstances(args); });
   AddTarget(remove_many, &t, false);
   remove_many->add_option("--filter", args.filter, "Values to match: JSON, @file or -");
   remove_many->add_flag("--all", args.all, "Delete every instance of the type");

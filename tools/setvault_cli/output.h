@@ -12,11 +12,11 @@ namespace setvault_tool {
 // Exit statuses, the same for every command.
 enum ExitStatus {
   kExitOk = 0,
-  kExitFailed = 1,      // the operation failed
-  kExitUsage = 2,       // the command line is wrong
-  kExitNotFound = 3,    // nothing stored / not found
-  kExitRefused = 4,     // validation refused the data
-  kExitBusy = 5,        // another process holds the store
+  kExitFailed = 1,    // the operation failed
+  kExitUsage = 2,     // the command line is wrong
+  kExitNotFound = 3,  // nothing stored / not found
+  kExitRefused = 4,   // validation refused the data
+  kExitBusy = 5,      // another process holds the store
 };
 
 // A failure the tool reports in its own words, with the exit status to use.

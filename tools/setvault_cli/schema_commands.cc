@@ -51,7 +51,8 @@ std::set<std::string> TypesIn(const std::string& directory) {
 }
 
 // The number of objects stored for a loaded type.
-size_t StoredCount(KorvoSetvault::Setvault& store, const KorvoSetvault::StoredSchemaDefinition& type) {
+size_t StoredCount(KorvoSetvault::Setvault& store,
+                   const KorvoSetvault::StoredSchemaDefinition& type) {
   const KorvoSetvault::SetvaultObjectId id(type.key, type.group, type.component);
   auto definition = KorvoSetvault::CreateDocumentFromString(type.definition);
   if (definition->GetJsonValuePtr()->HasMember("instanceIdProperty")) {
@@ -67,8 +68,7 @@ int Load(const SchemaArgs& args) {
     const std::set<std::string> kept = TypesIn(args.directory);
     std::string busy;
     std::error_code error;
-    const bool loaded_before =
-        std::filesystem::exists(KorvoSetvault::GetSchemaStorePath(), error);
+    const bool loaded_before = std::filesystem::exists(KorvoSetvault::GetSchemaStorePath(), error);
     const bool stored_before = std::filesystem::exists(KorvoSetvault::GetStorePath(), error);
     auto store = stored_before ? OpenStore(Access::kRead) : nullptr;
     for (const auto& type : loaded_before ? KorvoSetvault::ListSchemaDefinitions()
@@ -111,7 +111,8 @@ int Check(const std::string& directory) {
     for (size_t at = faults.find(file + ": "); at != std::string::npos;
          at = faults.find(file + ": ", at + 1)) {
       const size_t end = faults.find('\n', at);
-      lines.push_back(faults.substr(at + file.size() + 2, end == std::string::npos ? end : end - at - file.size() - 2));
+      lines.push_back(faults.substr(at + file.size() + 2,
+                                    end == std::string::npos ? end : end - at - file.size() - 2));
     }
     report += (report.size() > 1 ? "," : "") + std::string("{\"file\":") + Quote(file) +
               ",\"ok\":" + (faults.empty() || lines.empty() ? "true" : "false") +
@@ -135,8 +136,9 @@ int List() {
     };
     list += std::string(list.size() > 1 ? "," : "") + "{\"component\":" + Quote(type.component) +
             ",\"group\":" + Quote(type.group) + ",\"key\":" + Quote(type.key) +
-            ",\"version\":" + text("version") + ",\"instanceIdProperty\":" +
-            text("instanceIdProperty") + ",\"description\":" + text("description") + "}";
+            ",\"version\":" + text("version") +
+            ",\"instanceIdProperty\":" + text("instanceIdProperty") +
+            ",\"description\":" + text("description") + "}";
   }
   PrintJson(list + "]");
   return kExitOk;
@@ -155,7 +157,8 @@ void Walk(const JsonValue& schema, const std::string& pointer,
   }
   auto id = schema.FindMember("instanceIdProperty");
   if (!pointer.empty() && id != schema.MemberEnd() && id->value.IsString()) {
-    *arrays += (arrays->size() > 1 ? "," : "") + Quote(pointer) + ":" + Quote(id->value.GetString());
+    *arrays +=
+        (arrays->size() > 1 ? "," : "") + Quote(pointer) + ":" + Quote(id->value.GetString());
   }
   auto properties = schema.FindMember("properties");
   if (properties != schema.MemberEnd() && properties->value.IsObject()) {
@@ -188,33 +191,33 @@ void AddSchemaCommands(CLI::App* app) {
   static SchemaArgs args;
   CLI::App* schema = app->add_subcommand("schema", "Load, check and show type definitions");
   schema->require_subcommand(1);
-  auto* load = AddCommand(
-      schema, "load", "Load a directory of type definitions",
-      "Adds the *.json type definitions of DIR and replaces those of the same types;\n"
-      "other loaded types are kept. With --replace-all the loaded types become exactly\n"
-      "those of DIR: dropping a type that still has stored objects is refused unless\n"
-      "--force is given, and every dropped type is listed.",
-      "setvault schema load /usr/share/setvault/schemas", [] { return Load(args); });
+  auto* load =
+      AddCommand(schema, "load", "Load a directory of type definitions",
+                 "Adds the *.json type definitions of DIR and replaces those of the same types;\n"
+                 "other loaded types are kept. With --replace-all the loaded types become exactly\n"
+                 "those of DIR: dropping a type that still has stored objects is refused unless\n"
+                 "--force is given, and every dropped type is listed.",
+                 "setvault schema load /usr/share/setvault/schemas", [] { return Load(args); });
   load->add_option("directory", args.directory, "Directory of *.json definitions")->required();
   load->add_flag("--replace-all", args.replace_all, "Drop the loaded types DIR does not define");
   load->add_flag("--force", args.force, "With --replace-all, drop types that have stored objects");
 
-  auto* check = AddCommand(
-      schema, "check", "Check a directory of type definitions without loading them",
-      "Checks every *.json definition of DIR and reports each file: ok, or its faults\n"
-      "as JSON Pointer and text. Exit status 4 when a definition is refused.",
-      "setvault schema check ./schemas", [] { return Check(args.directory); });
+  auto* check =
+      AddCommand(schema, "check", "Check a directory of type definitions without loading them",
+                 "Checks every *.json definition of DIR and reports each file: ok, or its faults\n"
+                 "as JSON Pointer and text. Exit status 4 when a definition is refused.",
+                 "setvault schema check ./schemas", [] { return Check(args.directory); });
   check->add_option("directory", args.directory, "Directory of *.json definitions")->required();
 
   AddCommand(schema, "list", "List the loaded types",
              "Lists every loaded type with its version, instance id member (null for a\n"
              "type with one object) and description.",
              "setvault schema list", [] { return List(); });
-  auto* show = AddCommand(
-      schema, "show", "Show the definition of a type",
-      "Prints the type's definition (schema, defaults, default instances) followed by\n"
-      "the members it marks vital, cached and solutionUser and its instance arrays.",
-      "setvault schema show korvo net vswitch", [] { return Show(args.target); });
+  auto* show =
+      AddCommand(schema, "show", "Show the definition of a type",
+                 "Prints the type's definition (schema, defaults, default instances) followed by\n"
+                 "the members it marks vital, cached and solutionUser and its instance arrays.",
+                 "setvault schema show korvo net vswitch", [] { return Show(args.target); });
   AddTarget(show, &args.target, false);
 }
 

@@ -21,8 +21,8 @@ namespace {
 using KorvoSetvault::JsonValue;
 
 struct WatchArgs {
-  int count = 0;        // stop after this many; 0: never
-  double timeout = 0;   // stop after this many seconds; 0: never
+  int count = 0;       // stop after this many; 0: never
+  double timeout = 0;  // stop after this many seconds; 0: never
 };
 
 volatile std::sig_atomic_t g_stop = 0;
@@ -59,7 +59,8 @@ std::string Describe(const std::string& request) {
 
 int Listen(const std::string& path) {
   sockaddr_un address{};
-  if (path.size() >= sizeof address.sun_path) throw ToolError(kExitFailed, "socket path too long: " + path);
+  if (path.size() >= sizeof address.sun_path)
+    throw ToolError(kExitFailed, "socket path too long: " + path);
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -90,7 +91,8 @@ int Watch(const WatchArgs& args) {
   const int listener = Listen(path);
   std::signal(SIGINT, OnSignal);
   std::signal(SIGTERM, OnSignal);
-  Note("listening on " + path + " (changes are sent while the host flag NOTIFY_NEXD is \"true\" "
+  Note("listening on " + path +
+       " (changes are sent while the host flag NOTIFY_NEXD is \"true\" "
        "and the type is in the allowlist)");
   const auto deadline = std::chrono::steady_clock::now() +
                         std::chrono::milliseconds(static_cast<long>(args.timeout * 1000));
