@@ -168,11 +168,12 @@ void AddObjectWriteCommands(CLI::App* app) {
        true},
       {"set-vital", "Store the vital part of an object",
        "Stores members the type marks vital: identity facts of the host that must\n"
-       "survive a reset of its configuration (a system UUID, an install date).",
+       "survive a reset of its configuration (a system UUID, an install date).\n"
+       "Other members are refused.",
        false},
       {"set-cached", "Store the cached part of an object",
        "Stores members the type marks cached: facts the host discovers at run time\n"
-       "and can find again (hardware inventory, counters).",
+       "and can find again (hardware inventory, counters). Other members are refused.",
        false},
       {"update", "Merge data into a stored object",
        "Merges the data into the stored object: sub-objects member by member,\n"
