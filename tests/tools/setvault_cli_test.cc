@@ -154,6 +154,12 @@ TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
       {"setvault next-boot delete korvo net vswitch vs0", 1, "@rebootRequiredSetvault"},
       {"setvault kv get NOTIFY_NEXD", 3, "NOTIFY_NEXD is not set"},
       {"setvault kv set NOTIFY_NEXD true && setvault kv get NOTIFY_NEXD", 0, "true"},
+      // A write waits for another process's lock, then gives up.
+      {"{ echo \"BEGIN EXCLUSIVE; CREATE TABLE IF NOT EXISTS probe(a); SELECT 'held';\"; sleep 20; "
+       "} "
+       "| sqlite3 store.db > held.txt & for i in $(seq 200); do grep -q held held.txt && break; "
+       "sleep 0.05; done; setvault set korvo system host '{}'; s=$?; kill $!; exit $s",
+       5, "another process holds it; gave up after waiting"},
       // A notification received by watch.
       {"setvault watch --count 1 --timeout 20 > watch.out & for i in $(seq 200); do "
        "[ -S trsLocalSocketNexdNotifyMirk ] && break; sleep 0.05; done; "

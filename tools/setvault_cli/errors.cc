@@ -20,11 +20,13 @@ bool Contains(std::string text, const std::string& part) {
 
 // The one place that decides whether a failure means another process holds
 // the store: SQLite's busy and locked texts inside the library's generic
-// error. Adapt here once the library reports a busy store with its own type.
+// error, or a write transaction that could not begin (the library waits for
+// the lock before it gives up with that text). Adapt here once the library
+// reports a busy store with its own type.
 bool IsStoreBusy(const KorvoSetvault::SetvaultException& e) {
   return e.GetErrorCode() == KorvoSetvault::SV_ERR_GENERIC &&
          (Contains(e.what(), "database is locked") || Contains(e.what(), "database is busy") ||
-          Contains(e.what(), "sqlite_busy"));
+          Contains(e.what(), "sqlite_busy") || Contains(e.what(), "begin transaction failed"));
 }
 
 int ReportLibraryFailure(const KorvoSetvault::SetvaultException& e, long waited_ms) {
