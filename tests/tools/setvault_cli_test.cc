@@ -90,6 +90,10 @@ TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
        R"("timezone":"UTC","powerPolicy":"balanced"},"origin":{"systemUuid":"vital","hostname":"user","timezone":"default")"},
       {"setvault get korvo system host | grep -c 'Time\":\"....-..-..T..:..:..Z\"'", 0, "1"},
       {"setvault get korvo system host | wc -l", 0, "1"},  // compact when piped
+      {"script -qc '" SETVAULT_TOOL_PATH " get korvo system host' /dev/null", 0,
+       "{\r\n  \033[34m\"component\"\033[0m: \033[32m\"korvo\"\033[0m,"},
+      {"script -qc '" SETVAULT_TOOL_PATH " get korvo system host --compact' /dev/null", 0,
+       "{\"component\":\"korvo\","},
       {"setvault unset korvo system host hostname", 0, R"("data":{"systemUuid":"u1"})"},
       {"setvault unset korvo system host hostname", 3, "hostname is not set"},
       {R"(setvault set korvo net vswitch vs0 '{"mtu": 9000}')", 0, R"("mtu":9000,"name":"vs0")"},

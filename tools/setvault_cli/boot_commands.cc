@@ -61,13 +61,13 @@ void AddNextBoot(CLI::App* app, BootArgs& a) {
       "are staged here, and `setvault boot-status` confirms them once the boot applied them.");
   AddStaged(
       next, "get", "Print the value staged for the next boot", "Exit status 3 when none.",
-      "setvault next-boot get korvo hvcore options",
+      "setvault next-boot get korvo hvcore cpuScheduler",
       [&a] { return PrintFound(a.target.Words(), NextBoot(Access::kRead)->Get(a.target.Id())); },
       true, &a);
   auto* set = AddStaged(
       next, "set", "Stage an object for the next boot",
       "Stages the whole object (checked against its type) to be applied at the next boot.",
-      "setvault next-boot set korvo hvcore options '{\"kernelArgs\": \"quiet\"}'",
+      "setvault next-boot set korvo hvcore cpuScheduler '{\"reservedCores\": 2}'",
       [&a] {
         if (a.words.size() == 2) a.target.instance = a.words[0];
         auto object = MakeObject(a.target.Id(), ReadJsonObject(a.words.back(), "data"));
@@ -78,8 +78,10 @@ void AddNextBoot(CLI::App* app, BootArgs& a) {
       false, &a);
   set->add_option("data", a.words, "[INSTANCE] DATA: JSON, @file or -")->required()->expected(1, 2);
   AddStaged(
-      next, "delete", "Stage the deletion of an object at the next boot", "",
-      "setvault next-boot delete korvo hw pci dev3",
+      next, "delete", "Stage the deletion of an object at the next boot",
+      "Stages the deletion of the object (of one instance) for the next boot; the\n"
+      "stored object stays until then.",
+      "setvault next-boot delete korvo hvcore pciPassthrough 0000:3b:00.0",
       [&a] {
         NextBoot(Access::kWrite)->Delete(a.target.Id());
         PrintJson("{\"staged\":\"DELETE\"}");
@@ -87,8 +89,10 @@ void AddNextBoot(CLI::App* app, BootArgs& a) {
       },
       true, &a);
   AddStaged(
-      next, "reset", "Drop everything staged for a type", "",
-      "setvault next-boot reset korvo hvcore options",
+      next, "reset", "Drop everything staged for a type",
+      "Drops every change staged for the type (all its instances); the stored\n"
+      "configuration is not touched.",
+      "setvault next-boot reset korvo hvcore cpuScheduler",
       [&a] {
         NextBoot(Access::kWrite)->Reset(a.target.Id());
         PrintJson("{\"reset\":true}");
@@ -98,7 +102,7 @@ void AddNextBoot(CLI::App* app, BootArgs& a) {
   auto* instances = AddStaged(
       next, "instances", "List the instances staged for the next boot",
       "Prints the staged values of the type's instances matching --filter.",
-      "setvault next-boot instances korvo hw pci",
+      "setvault next-boot instances korvo hvcore pciPassthrough",
       [&a] {
         auto filter = std::make_shared<KorvoSetvault::FilterSpecObject>(a.target.Id());
         if (!a.filter.empty()) filter->SetData(ReadJsonObject(a.filter, "--filter").c_str());
@@ -145,7 +149,7 @@ void AddBootCommands(CLI::App* app) {
   auto* update = AddCommand(
       kernel, "update", "Merge values into the kernel options for the next boot",
       "Merges the data into the kernel options and stages the result for the next boot.",
-      "setvault kernel-options update '{\"kernelArgs\": \"quiet\"}'", [] {
+      "setvault kernel-options update '{\"logLevel\": \"debug\"}'", [] {
         CheckStore(Access::kWrite);
         KorvoSetvault::UpdateKernelOptions(
             MakeObject(kKernelOptions, ReadJsonObject(a.value, "data")));
@@ -170,12 +174,12 @@ void AddBootCommands(CLI::App* app) {
                               return static_cast<int>(kExitOk);
                             });
   kv_get->add_option("key", a.key, "Flag name")->required();
-  auto* kv_set =
-      AddCommand(kv, "set", "Set a host flag", "", "setvault kv set NOTIFY_NEXD true", [] {
-        CheckStore(Access::kWrite);
-        KorvoSetvault::SetKeyValue(a.key, a.value);
-        return static_cast<int>(kExitOk);
-      });
+  auto* kv_set = AddCommand(kv, "set", "Set a host flag", "Stores VALUE under the host flag KEY.",
+                            "setvault kv set NOTIFY_NEXD true", [] {
+                              CheckStore(Access::kWrite);
+                              KorvoSetvault::SetKeyValue(a.key, a.value);
+                              return static_cast<int>(kExitOk);
+                            });
   kv_set->add_option("key", a.key, "Flag name")->required();
   kv_set->add_option("value", a.value, "Value")->required();
 }

@@ -149,6 +149,7 @@ struct Writer {
   const char* summary;
   const char* description;
   bool auto_config;  // takes --auto
+  const char* example;
 };
 
 }  // namespace
@@ -161,31 +162,31 @@ void AddObjectWriteCommands(CLI::App* app) {
        "Stores the whole object. Members the type marks vital or cached go to those\n"
        "columns, the rest is user configuration (auto-configuration with --auto).\n"
        "Columns the data has no part for keep what they hold.",
-       true},
+       true, "korvo net vswitch vs0 '{\"mtu\": 9000}'"},
       {"set-user", "Store the user part of an object",
        "Stores the data as user configuration: what an operator or a management\n"
        "client chose (auto-configuration with --auto). Vital and cached members are refused.",
-       true},
+       true, "korvo system host '{\"hostname\": \"host-01\"}' --auto"},
       {"set-vital", "Store the vital part of an object",
        "Stores members the type marks vital: identity facts of the host that must\n"
        "survive a reset of its configuration (a system UUID, an install date).\n"
        "Other members are refused.",
-       false},
+       false, "korvo system host '{\"systemUuid\": \"4c4c4544-0042\"}'"},
       {"set-cached", "Store the cached part of an object",
        "Stores members the type marks cached: facts the host discovers at run time\n"
        "and can find again (hardware inventory, counters). Other members are refused.",
-       false},
+       false, "korvo system host '{\"cpuModel\": \"EPYC 7543\"}'"},
       {"update", "Merge data into a stored object",
        "Merges the data into the stored object: sub-objects member by member,\n"
        "instance arrays by instance id, other members replaced. Creates the object\n"
        "when nothing is stored and says so (refused with --existing, exit status 3).",
-       true},
+       true, "korvo net vswitch vs0 '{\"teaming\": {\"policy\": \"failover\"}}'"},
   };
   for (const Writer& writer : writers) {
     const std::string name = writer.name;
-    auto* command = AddCommand(app, name, writer.summary, writer.description,
-                               "setvault " + name + " korvo net vswitch vs0 '{\"mtu\": 9000}'",
-                               [name] { return Write(name, args); });
+    auto* command =
+        AddCommand(app, name, writer.summary, writer.description,
+                   "setvault " + name + " " + writer.example, [name] { return Write(name, args); });
     AddTarget(command, &t, false);
     command
         ->add_option("data", args.words,
