@@ -148,6 +148,12 @@ TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
       {"setvault boot-status korvo hvcore options && setvault get korvo hvcore options", 0,
        R"("data":{"logLevel":"debug"})"},
       {"setvault kernel-options get", 0, R"("logLevel":"debug")"},
+      {R"(setvault kernel-options update '{"hugePages": 4}' > /dev/null &&
+          setvault boot-status korvo hvcore options --partial '{"hugePages": 4}' &&
+          setvault get korvo hvcore options)",
+       0, R"("hugePages":4)"},
+      {R"(setvault boot-status korvo hvcore options --partial '{"hugePages": 8}')", 1,
+       "desired config is empty"},
       {R"(setvault next-boot set korvo hvcore cpuScheduler '{"reservedCores": 2}')", 0,
        R"("reservedCores":2)"},
       {"setvault next-boot get korvo hvcore cpuScheduler", 0, R"("reservedCores":2)"},
