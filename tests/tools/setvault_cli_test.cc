@@ -71,6 +71,8 @@ TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
       {"setvault ls", 1, "reads never create one"},
       {"setvault sett korvo", 2, "unknown command 'sett'; did you mean: set"},
       {"setvault get korvo", 2, "required"},
+      {"setvault --compact schema lod x", 2,
+       "unknown command 'schema lod'; did you mean: schema load"},
       {"setvault --version", 0, "setvault 0.1.0"},
       {"setvault get --help", 0, "Example:\n  setvault get korvo net vswitch vs0"},
       {"setvault --help", 0, "auto-configuration"},

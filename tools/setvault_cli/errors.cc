@@ -45,7 +45,7 @@ int ReportLibraryFailure(const KorvoSetvault::SetvaultException& e, long waited_
     return kExitUsage;
   }
   if (Contains(message, "permission denied") || Contains(message, "readonly database") ||
-      Contains(message, "unable to open")) {
+      Contains(message, "unable to open") || Contains(message, "connect to database")) {
     Note("error " + std::to_string(e.GetErrorCode()) + ": " + message + " (store " +
          KorvoSetvault::GetStorePath() + ", schema database " +
          KorvoSetvault::GetSchemaStorePath() + ")");

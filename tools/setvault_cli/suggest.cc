@@ -23,26 +23,15 @@ size_t EditDistance(const std::string& a, const std::string& b) {
   return row[b.size()];
 }
 
-}  // namespace
-
-bool RejectUnknownCommand(CLI::App& app, int argc, char** argv) {
-  std::string word;
-  for (int i = 1; i < argc && word.empty(); ++i) {
-    const std::string arg = argv[i];
-    if (arg.empty() || arg[0] != '-') {
-      word = arg;
-    } else if (arg.find('=') == std::string::npos) {
-      CLI::Option* option = app.get_option_no_throw(arg);
-      if (option != nullptr && option->get_type_size() != 0) ++i;  // skip its value
-    }
-  }
-  if (word.empty()) return false;
+// The command of `parent` named `word` (or by an alias); null when none is,
+// after printing the closest names.
+const CLI::App* FindCommand(const CLI::App& parent, const std::string& word) {
   std::vector<std::pair<size_t, std::string>> candidates;
-  for (const CLI::App* command : app.get_subcommands({})) {
+  for (const CLI::App* command : parent.get_subcommands({})) {
     std::vector<std::string> names = command->get_aliases();
     names.push_back(command->get_name());
     for (const std::string& name : names) {
-      if (name == word) return false;
+      if (name == word) return command;
       const size_t distance = EditDistance(word, name);
       if (distance <= 2 || name.rfind(word, 0) == 0 || word.rfind(name, 0) == 0) {
         candidates.emplace_back(distance, command->get_name());
@@ -50,12 +39,33 @@ bool RejectUnknownCommand(CLI::App& app, int argc, char** argv) {
     }
   }
   std::sort(candidates.begin(), candidates.end());
-  std::cerr << "setvault: unknown command '" << word << "'";
+  const std::string path = parent.get_parent() == nullptr ? "" : parent.get_name() + " ";
+  std::cerr << "setvault: unknown command '" << path << word << "'";
   for (size_t i = 0; i < candidates.size() && i < 3; ++i) {
-    std::cerr << (i == 0 ? "; did you mean: " : ", ") << candidates[i].second;
+    std::cerr << (i == 0 ? "; did you mean: " : ", ") << path << candidates[i].second;
   }
-  std::cerr << "\nRun `setvault --help` for the list of commands.\n";
-  return true;
+  std::cerr << "\nRun `setvault " << path << "--help` for the list of commands.\n";
+  return nullptr;
+}
+
+}  // namespace
+
+bool RejectUnknownCommand(CLI::App& app, int argc, char** argv) {
+  const CLI::App* level = &app;
+  for (int i = 1; i < argc && !level->get_subcommands({}).empty(); ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--") return false;
+    if (!arg.empty() && arg[0] == '-') {
+      const CLI::Option* option = app.get_option_no_throw(arg);
+      if (option != nullptr && arg.find('=') == std::string::npos && option->get_type_size() != 0) {
+        ++i;  // skip the value of a global option
+      }
+      continue;
+    }
+    level = FindCommand(*level, arg);
+    if (level == nullptr) return true;
+  }
+  return false;
 }
 
 }  // namespace setvault_tool
