@@ -57,7 +57,8 @@ bool RejectUnknownCommand(CLI::App& app, int argc, char** argv) {
     if (arg == "--") return false;
     if (!arg.empty() && arg[0] == '-') {
       const CLI::Option* option = app.get_option_no_throw(arg);
-      if (option != nullptr && arg.find('=') == std::string::npos && option->get_type_size() != 0) {
+      if (option != nullptr && arg.find('=') == std::string::npos &&
+          option->get_items_expected_max() > 0) {
         ++i;  // skip the value of a global option
       }
       continue;
