@@ -27,8 +27,8 @@ int CodeOf(const std::function<void()>& call) {
 
 TEST(DriftObjectProperties, KeepMemberOrderAndOperations) {
   LogCapture log;
-  auto drift = CreateDriftObject(kHost, R"({"a": 1, "b": "DELETE", "c": {"x": 1}, "d": "ADD"})",
-                                 "SET");
+  auto drift =
+      CreateDriftObject(kHost, R"({"a": 1, "b": "DELETE", "c": {"x": 1}, "d": "ADD"})", "SET");
   EXPECT_EQ(drift->Get(), (Pairs{{"a", "SET"}, {"b", "DELETE"}, {"c", "SET"}, {"d", "ADD"}}));
   EXPECT_EQ(drift->GetOperation(), "SET");
   EXPECT_EQ(drift->GetSetvaultObjectId(), kHost);
@@ -44,7 +44,8 @@ TEST(DriftObjectProperties, BadDescriptions) {
 
 TEST(DriftObjectParts, SingletonSubObject) {
   LogCapture log(0);
-  auto drift = CreateDriftObject(kHost, R"({"dns": {"servers": "SET", "domain": "DELETE"}})", "SET");
+  auto drift =
+      CreateDriftObject(kHost, R"({"dns": {"servers": "SET", "domain": "DELETE"}})", "SET");
   auto dns = drift->GetSubObject(SubObjectId("dns"));
   ASSERT_NE(dns, nullptr);
   EXPECT_EQ(dns->GetSetvaultObjectId(), SetvaultObjectId("dns", "system", "korvo"));
@@ -161,6 +162,10 @@ TEST(DocumentDrift, DescribesEachDriftedObject) {
   EXPECT_EQ(CodeOf([&] { ComputeDocumentDrift(R"({"korvo": {"x": {"y": {}}}})", current); }), 2000);
   EXPECT_EQ(CodeOf([&] { ComputeDocumentDrift("{", current); }), 2000);
   EXPECT_EQ(ComputeDrift(nullptr, nullptr), nullptr);
+  auto host = std::make_shared<SetvaultObject>(kHost);
+  auto vswitch = std::make_shared<SetvaultObject>(SetvaultObjectId("vswitch", "net", "korvo", "a"));
+  EXPECT_EQ(CodeOf([&] { ComputeDrift(host, vswitch); }), 1062);
+  EXPECT_EQ(ComputeDrift(host, host), nullptr);
 }
 
 }  // namespace
