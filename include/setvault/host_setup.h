@@ -35,6 +35,19 @@ SETVAULT_EXPORT void SetSchemaStorePath(const std::string& path);
 // The schema database file in force.
 SETVAULT_EXPORT std::string GetSchemaStorePath();
 
+// Sets the notification allowlist file: a JSON array of "component.group.key"
+// and "component.group.*" names of the types whose changes are announced
+// (default "/usr/lib/tarsel/setwarden/notify-list/allowlist.json"). The file
+// is read again at the next change. Thread-safe.
+SETVAULT_EXPORT void SetNotifyAllowlistPath(const std::string& path);
+// Sets the directory of the management daemon's notification socket ("", the
+// default: the current directory). Thread-safe.
+SETVAULT_EXPORT void SetNotifySocketDirectory(const std::string& directory);
+// The path of the notification socket in force: the directory and the socket
+// name "trsLocalSocketNexdNotifyMirk". Notifications are sent only while the
+// host flag "NOTIFY_NEXD" holds "true".
+SETVAULT_EXPORT std::string GetNotifySocketPath();
+
 // A number that changes whenever either path is set; lets holders of open
 // connections notice that they refer to an old file.
 SETVAULT_EXPORT uint64_t GetStorePathGeneration();

@@ -13,6 +13,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "setvault/export.h"
 
@@ -55,6 +56,19 @@ SETVAULT_EXPORT size_t LoadSchemaDefinitions(const std::string& directory,
 // Reads and checks the definitions of `directory` like LoadSchemaDefinitions,
 // without writing anything. Returns their number; throws the same errors.
 SETVAULT_EXPORT size_t CheckSchemaDefinitions(const std::string& directory);
+
+// One type definition as the schema database holds it.
+struct SETVAULT_EXPORT StoredSchemaDefinition {
+  std::string component;
+  std::string group;
+  std::string key;
+  std::string definition;  // the whole definition file, as compact JSON text
+};
+
+// Every definition of the schema database (SetSchemaStorePath), ordered by
+// component, group and key. Throws SetvaultException 2000 naming the path
+// when the database cannot be opened or read.
+SETVAULT_EXPORT std::vector<StoredSchemaDefinition> ListSchemaDefinitions();
 
 }  // namespace KorvoSetvault
 

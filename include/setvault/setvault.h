@@ -14,6 +14,7 @@
 
 #include "setvault/config_document.h"
 #include "setvault/default_instances.h"
+#include "setvault/drift.h"
 #include "setvault/drift_object.h"
 #include "setvault/error_codes.h"
 #include "setvault/exceptions.h"

@@ -8,6 +8,7 @@
 
 #include "db/host_flags.h"
 #include "notify/uds_client.h"
+#include "setvault/host_setup.h"
 #include "setvault/exceptions.h"
 #include "setvault/json_doc.h"
 #include "setvault/logger.h"
@@ -111,16 +112,18 @@ void NotifyIfAllowlisted(const SetvaultObjectId& id) {
   }
 }
 
-void SetNotifyAllowlistPathForTesting(const std::string& path) {
+void SetNotifyAllowlistPath(const std::string& path) {
   std::lock_guard<std::mutex> lock(State().mutex);
   State().allowlist_path = path;
   State().allowlist.reset();
 }
 
-void SetNotifySocketDirectoryForTesting(const std::string& directory) {
+void SetNotifySocketDirectory(const std::string& directory) {
   std::lock_guard<std::mutex> lock(State().mutex);
   State().socket_directory = directory;
 }
+
+std::string GetNotifySocketPath() { return Endpoint(); }
 
 void ResetNotifyAllowlistForTesting() {
   std::lock_guard<std::mutex> lock(State().mutex);

@@ -34,11 +34,7 @@ void NotifyIfAllowlisted(const SetvaultObjectId& id);
 // The HTTP request NotifyIfAllowlisted sends for `id` from process `pid`.
 std::string BuildNotifyRequest(const SetvaultObjectId& id, long pid);
 
-// Test hooks: where the allowlist is read from and the directory the
-// daemon's socket lives in (the current directory by default), and dropping
-// the cached allowlist.
-void SetNotifyAllowlistPathForTesting(const std::string& path);
-void SetNotifySocketDirectoryForTesting(const std::string& directory);
+// Test hook: drops the cached allowlist so that the next use reads the file again.
 void ResetNotifyAllowlistForTesting();
 
 }  // namespace KorvoSetvault

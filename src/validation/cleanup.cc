@@ -107,10 +107,10 @@ void CleanupObject(const std::shared_ptr<SetvaultObject>& object,
                    const std::shared_ptr<KorvoSchemaStore::SchemaObject>& schema) {
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
   if (SkipsCleanup(id, schema)) {
-    SVLogger::Log(2, "Skipping empty object check since non-user config: %s", id.toString().c_str());
+    SVLogger::Log(3, "Skipping empty object check since non-user config: %s", id.toString().c_str());
     return;
   }
-  SVLogger::Log(2, "Checking for empty objects and arrays in %s object", id.toString().c_str());
+  SVLogger::Log(3, "Checking for empty objects and arrays in %s object", id.toString().c_str());
   JsonValue& data = object->GetImpl()->Root();
   if (!data.IsObject()) return;
   CleanupValue(data, schema->GetSchemaJson());

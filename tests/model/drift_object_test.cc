@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "model/drift_object_impl.h"
+#include "setvault/drift.h"
 #include "setvault/exceptions.h"
+#include "support/example_schemas.h"
 #include "support/log_capture.h"
 
 namespace KorvoSetvault {
@@ -25,8 +27,8 @@ int CodeOf(const std::function<void()>& call) {
 
 TEST(DriftObjectProperties, KeepMemberOrderAndOperations) {
   LogCapture log;
-  auto drift = CreateDriftObject(kHost, R"({"a": 1, "b": "DELETE", "c": {"x": 1}, "d": "ADD"})",
-                                 "SET");
+  auto drift =
+      CreateDriftObject(kHost, R"({"a": 1, "b": "DELETE", "c": {"x": 1}, "d": "ADD"})", "SET");
   EXPECT_EQ(drift->Get(), (Pairs{{"a", "SET"}, {"b", "DELETE"}, {"c", "SET"}, {"d", "ADD"}}));
   EXPECT_EQ(drift->GetOperation(), "SET");
   EXPECT_EQ(drift->GetSetvaultObjectId(), kHost);
@@ -42,7 +44,8 @@ TEST(DriftObjectProperties, BadDescriptions) {
 
 TEST(DriftObjectParts, SingletonSubObject) {
   LogCapture log(0);
-  auto drift = CreateDriftObject(kHost, R"({"dns": {"servers": "SET", "domain": "DELETE"}})", "SET");
+  auto drift =
+      CreateDriftObject(kHost, R"({"dns": {"servers": "SET", "domain": "DELETE"}})", "SET");
   auto dns = drift->GetSubObject(SubObjectId("dns"));
   ASSERT_NE(dns, nullptr);
   EXPECT_EQ(dns->GetSetvaultObjectId(), SetvaultObjectId("dns", "system", "korvo"));
@@ -115,6 +118,54 @@ TEST(DriftObjectImplTest, CopiesADocument) {
   (*source->GetJsonValuePtr())["a"].SetString("SET");
   EXPECT_EQ(drift.Get(), (Pairs{{"a", "DELETE"}}));
   EXPECT_EQ(drift.GetOperation(), "DELETE");
+}
+
+// Drift between two documents of the example types: one line per drifted
+// object, "<id> <operation> <description>".
+TEST(DocumentDrift, DescribesEachDriftedObject) {
+  setvault_test::ExampleSchemas schemas;
+  LogCapture log(0);
+  const std::string current =
+      R"({"korvo": {"system": {"host": {"hostname": "a", "ntp": {"enabled": true}}},
+         "net": {"vswitch": [{"name": "vs0", "mtu": 1500,
+                              "portgroups": [{"name": "pg1", "vlanId": 1}, {"name": "pg2"}]},
+                             {"name": "vs1", "mtu": 9000}]}}})";
+  const struct {
+    std::string desired;
+    std::vector<std::string> drifts;
+  } cases[] = {
+      {current, {}},
+      {"{}", {}},  // types the desired document does not name are not compared
+      {R"({"korvo": {"system": {"host": {"hostname": "b", "ntp": {"enabled": true}}}}})",
+       {R"(korvo system host  SET {"hostname":"SET"})"}},
+      {R"({"korvo": {"system": {"host": {"ntp": {"enabled": false}, "timezone": "UTC"}}}})",
+       {R"(korvo system host  SET {"ntp":{"enabled":"SET"},"timezone":"ADD","hostname":"DELETE"})"}},
+      {R"({"korvo": {"net": {"vswitch": [{"name": "vs0", "mtu": 1500, "portgroups":
+           [{"name": "pg1", "vlanId": 2}, {"name": "pg3"}]}, {"name": "vs2"}]}}})",
+       {R"(korvo net vswitch vs0 SET {"portgroups":[{"INSTANCEID":"pg1","vlanId":"SET"},)"
+        R"({"INSTANCEID":"pg3","name":"ADD"},{"INSTANCEID":"pg2","name":"DELETE"}]})",
+        R"(korvo net vswitch vs1 DELETE {"name":"DELETE","mtu":"DELETE"})",
+        R"(korvo net vswitch vs2 ADD {"name":"ADD"})"}},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> drifts;
+    for (const auto& drift : ComputeDocumentDrift(c.desired, current)) {
+      const SetvaultObjectId id = drift->GetSetvaultObjectId();
+      drifts.push_back(id.component + " " + id.group + " " + id.key + " " + id.instanceId + " " +
+                       drift->GetOperation() + " " + drift->GetData());
+    }
+    EXPECT_EQ(drifts, c.drifts) << c.desired;
+  }
+  auto drift = ComputeDocumentDrift(cases[4].desired, current)[0];
+  EXPECT_EQ(drift->GetSubObject(SubObjectId("portgroups", "pg3"))->Get(),
+            (Pairs{{"INSTANCEID", "pg3"}, {"name", "ADD"}}));
+  EXPECT_EQ(CodeOf([&] { ComputeDocumentDrift(R"({"korvo": {"x": {"y": {}}}})", current); }), 2000);
+  EXPECT_EQ(CodeOf([&] { ComputeDocumentDrift("{", current); }), 2000);
+  EXPECT_EQ(ComputeDrift(nullptr, nullptr), nullptr);
+  auto host = std::make_shared<SetvaultObject>(kHost);
+  auto vswitch = std::make_shared<SetvaultObject>(SetvaultObjectId("vswitch", "net", "korvo", "a"));
+  EXPECT_EQ(CodeOf([&] { ComputeDrift(host, vswitch); }), 1062);
+  EXPECT_EQ(ComputeDrift(host, host), nullptr);
 }
 
 }  // namespace

@@ -101,18 +101,18 @@ class NotifierTest : public WriteStoreTest {
  protected:
   void SetUp() override {
     WriteStoreTest::SetUp();
-    KorvoSetvault::SetNotifySocketDirectoryForTesting(dir_.path());
+    KorvoSetvault::SetNotifySocketDirectory(dir_.path());
     AllowOnly(R"(["korvo.system.host","korvo.storage.datastore"])");
     KorvoSetvault::SetKeyValue("NOTIFY_NEXD", "true");
   }
   void TearDown() override {
-    KorvoSetvault::SetNotifySocketDirectoryForTesting("");
-    KorvoSetvault::SetNotifyAllowlistPathForTesting(KorvoSetvault::kNotifyAllowlistPath);
+    KorvoSetvault::SetNotifySocketDirectory("");
+    KorvoSetvault::SetNotifyAllowlistPath(KorvoSetvault::kNotifyAllowlistPath);
     WriteStoreTest::TearDown();
   }
 
   void AllowOnly(const std::string& json) {
-    KorvoSetvault::SetNotifyAllowlistPathForTesting(dir_.WriteFile("allowlist.json", json));
+    KorvoSetvault::SetNotifyAllowlistPath(dir_.WriteFile("allowlist.json", json));
   }
   std::string SocketPath() const { return dir_.File(KorvoSetvault::kNotifyEndpoint); }
 };
@@ -200,7 +200,7 @@ TEST_F(NotifierTest, SwitchedOffSendsNothing) {
 TEST_F(NotifierTest, MissingAllowlistWarnsOnEveryWriteAndIsReadOnceItExists) {
   SocketListener listener(SocketPath());
   const std::string path = dir_.File("later.json");
-  KorvoSetvault::SetNotifyAllowlistPathForTesting(path);
+  KorvoSetvault::SetNotifyAllowlistPath(path);
   LogCapture log(2);
   const std::string warning = "Failed to read notify list: Notification allowlist " + path +
                               " missing.. Defaulting to empty list.";

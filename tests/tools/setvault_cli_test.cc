@@ -1,5 +1,7 @@
-// The setvault tool, run as a process against a store in a temporary
-// directory: JSON out, errors with their code, exit statuses.
+// The setvault tool, run as a process on a store in a temporary directory:
+// one table of shell lines run in order on the same store, each with the exit
+// status it must end with and a text its output (stdout, then stderr) must
+// contain.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
@@ -13,145 +15,182 @@ namespace {
 
 using setvault_test::TempDir;
 
-struct Result {
-  int status = -1;
-  std::string out;
-  std::string err;
+struct Step {
+  std::string line;  // shell; `setvault` runs the tool on the test's store
+  int status;
+  std::string expected;  // a part of stdout + stderr
 };
 
 class SetvaultCliTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(Run("schema load " + setvault_test::ExampleSchemaDir()).status, 0);
-  }
-
-  // Runs the tool with `arguments` (shell words) on this test's store.
-  Result Run(const std::string& arguments, const std::string& input = "") {
-    const std::string err_file = dir_.File("stderr");
-    const std::string in_file = dir_.WriteFile("stdin", input);
-    const std::string command = "SETVAULT_STORE=" + dir_.File("store.db") +
-                                " SETVAULT_SCHEMA_DB=" + dir_.File("schema.db") + " " +
-                                SETVAULT_TOOL_PATH + " " + arguments + " <" + in_file + " 2>" +
-                                err_file;
-    Result result;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return result;
+  // Runs `line` in the test's directory; returns the exit status and sets
+  // `output` to stdout followed by stderr.
+  int Run(const std::string& line, std::string* output) {
+    const std::string script = dir_.WriteFile(
+        "step.sh", "cd " + dir_.path() + "\nexport SETVAULT_STORE=" + dir_.File("store.db") +
+                       " SETVAULT_SCHEMA_DB=" + dir_.File("schema.db") + " SETVAULT_NOTIFY_DIR=" +
+                       dir_.path() + " SETVAULT_NOTIFY_ALLOWLIST=" + dir_.File("allow.json") +
+                       " EXAMPLES=" + setvault_test::ExampleSchemaDir() +
+                       "\nsetvault() { " SETVAULT_TOOL_PATH " \"$@\"; }\n" + line + "\n");
+    FILE* pipe = popen(("bash " + script + " 2>" + dir_.File("stderr")).c_str(), "r");
+    output->clear();
     char buffer[4096];
     size_t count;
-    while ((count = fread(buffer, 1, sizeof buffer, pipe)) > 0) result.out.append(buffer, count);
-    const int status = pclose(pipe);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    FILE* err = fopen(err_file.c_str(), "r");
+    while (pipe != nullptr && (count = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+      output->append(buffer, count);
+    }
+    const int status = pipe != nullptr ? pclose(pipe) : -1;
+    FILE* err = fopen(dir_.File("stderr").c_str(), "r");
     while (err != nullptr && (count = fread(buffer, 1, sizeof buffer, err)) > 0) {
-      result.err.append(buffer, count);
+      output->append(buffer, count);
     }
     if (err != nullptr) fclose(err);
-    return result;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  void RunAll(const std::vector<Step>& steps) {
+    for (const Step& step : steps) {
+      std::string output;
+      EXPECT_EQ(Run(step.line, &output), step.status) << step.line << "\n" << output;
+      EXPECT_NE(output.find(step.expected), std::string::npos) << step.line << "\n" << output;
+    }
   }
 
   TempDir dir_;
 };
 
-TEST_F(SetvaultCliTest, SetThenGetPrintsTheObjectWithItsMetadata) {
-  Result set = Run(R"(set korvo net vswitch --instance vs0 '{"mtu": 9000}')");
-  ASSERT_EQ(set.status, 0) << set.err;
-  Result get = Run("get korvo net vswitch vs0");
-  ASSERT_EQ(get.status, 0) << get.err;
-  EXPECT_NE(get.out.find(R"("instanceId":"vs0")"), std::string::npos) << get.out;
-  EXPECT_NE(get.out.find(R"("revision":1)"), std::string::npos) << get.out;
-  EXPECT_NE(get.out.find(R"("data":{"mtu":9000,"name":"vs0"})"), std::string::npos) << get.out;
-  EXPECT_EQ(Run("revision korvo net vswitch vs0").out, "1\n");
-}
+const std::string kDeep = std::string(200000, '[') + std::string(200000, ']');
 
-TEST_F(SetvaultCliTest, DataFromStandardInputAndInstances) {
-  ASSERT_EQ(Run("set-instances korvo net vswitch -", R"({"a": {"mtu": 1500}, "b": {"mtu": 9000}})")
-                .status,
-            0);
-  EXPECT_EQ(Run("instance-ids korvo net vswitch").out, "[\"a\",\"b\"]\n");
-  Result jumbo = Run(R"(instances korvo net vswitch --filter '{"mtu": 9000}')");
-  EXPECT_NE(jumbo.out.find(R"("instanceId":"b")"), std::string::npos);
-  EXPECT_EQ(jumbo.out.find(R"("instanceId":"a")"), std::string::npos);
-  EXPECT_EQ(Run(R"(delete-instances korvo net vswitch --filter '{"mtu": 1500}')").status, 0);
-  EXPECT_EQ(Run("instance-ids korvo net vswitch").out, "[\"b\"]\n");
-}
-
-TEST_F(SetvaultCliTest, ErrorsCarryTheirCodeAndFindings) {
-  Result invalid = Run(R"(set korvo net vswitch --instance vs0 '{"mtu": 99999, "speed": 1}')");
-  EXPECT_EQ(invalid.status, 1);
-  EXPECT_NE(invalid.err.find("error 1089"), std::string::npos) << invalid.err;
-  EXPECT_NE(invalid.err.find("/mtu:"), std::string::npos) << invalid.err;
-  EXPECT_NE(invalid.err.find("/speed:"), std::string::npos) << invalid.err;
-
-  Result unknown = Run("get korvo net nothing");
-  EXPECT_EQ(unknown.status, 1);
-  EXPECT_NE(unknown.err.find("error 1037"), std::string::npos) << unknown.err;
-
-  Result bad_json = Run("set korvo system host '{broken'");
-  EXPECT_EQ(bad_json.status, 1);
-  EXPECT_NE(bad_json.err.find("error 1080"), std::string::npos) << bad_json.err;
-
-  // Every refused definition file is reported, and nothing is printed as valid.
-  TempDir defs;
-  defs.WriteFile("a.json", R"({"component":"a","group":"b","key":"c","version":"1",
-      "schema":{"type":"object","propertise":{}}})");
-  defs.WriteFile("b.json", R"({"component":"a","group":"b","key":"d","version":"1",
-      "defaults":{"x":"s"},"schema":{"type":"object","properties":{"x":{"type":"integer"}}}})");
-  Result refused = Run("schema check " + defs.path());
-  EXPECT_EQ(refused.status, 1);
-  EXPECT_EQ(refused.out, "");
-  EXPECT_NE(refused.err.find(defs.File("a.json") + ": /schema/propertise: "), std::string::npos)
-      << refused.err;
-  EXPECT_NE(refused.err.find(defs.File("b.json") + ": /defaults/x: "), std::string::npos)
-      << refused.err;
-
-  EXPECT_EQ(Run("get korvo system host").status, 3);  // nothing stored
-  EXPECT_EQ(Run("no-such-command").status, 2);
-  EXPECT_EQ(Run("get korvo").status, 2);
-}
-
-// Hostile definitions, documents and arguments end in exit status 1 with their
-// error (no signal), and nothing is written.
-TEST_F(SetvaultCliTest, HostileInputGetsAnErrorAndWritesNothing) {
-  TempDir definitions;
-  const std::string brackets = std::string(200000, '[') + std::string(200000, ']');
-  definitions.WriteFile("deep.json", brackets);  // once a stack overflow
-  const std::string deep =
-      "not valid JSON at offset 512: arrays and objects nested deeper than "
-      "512 levels.";
-  const struct {
-    std::string arguments;
-    std::string input;
-    std::string error;
-  } cases[] = {
-      {"schema check " + definitions.path(), "", deep},
-      {"schema load " + definitions.path(), "", deep},
-      {"instances korvo net vswitch --filter @" + dir_.WriteFile("filter.json", brackets), "",
-       "error 1080: Invalid JSON text " + deep.substr(15)},
-      {"set korvo net vswitch --instance vs0 @" +
-           dir_.WriteFile("latin1.json", "{\"mtu\": 1500, \"x\": \"caf\xe9\"}"),
-       "", "error 1080: Invalid JSON text at offset 23: Invalid encoding in string."},
-      {"set korvo net vswitch --instance vs0 @/dev/zero", "",
-       "/dev/zero: larger than the limit of 16777216 bytes"},
-      {"set-instances korvo net vswitch -", R"({"a\u0000b": {"mtu": 1500}})",
-       "error 2000: Instance id cannot contain a NUL byte"},
-  };
-  for (const auto& c : cases) {
-    const Result result = Run(c.arguments, c.input);
-    EXPECT_EQ(result.status, 1) << c.arguments;
-    EXPECT_NE(result.err.find(c.error), std::string::npos) << c.arguments << ": " << result.err;
-  }
-  // The schema database still holds the example types, and no instance was stored.
-  const Result ids = Run("instance-ids korvo net vswitch");
-  EXPECT_EQ(ids.status, 0) << ids.err;
-  EXPECT_EQ(ids.out, "[]\n");
-}
-
-TEST_F(SetvaultCliTest, ValidatePrintsFindingsWithoutWriting) {
-  Result result = Run(R"(validate korvo system host '{"hostname": 42}')");
-  EXPECT_EQ(result.status, 1);
-  EXPECT_NE(result.out.find(R"("field":"/hostname")"), std::string::npos) << result.out;
-  EXPECT_EQ(Run(R"(validate korvo system host '{"hostname": "h"}')").out, "[]\n");
-  EXPECT_EQ(Run("get korvo system host").status, 3);
+TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
+  dir_.WriteFile("allow.json", R"(["korvo.system.*"])");
+  dir_.WriteFile("deep.json", kDeep);
+  RunAll({
+      // Reads never create a store; usage errors.
+      {"setvault get korvo system host; s=$?; test ! -e store.db && exit $s", 1,
+       "no store at " + dir_.File("store.db")},
+      {"setvault ls", 1, "reads never create one"},
+      {"setvault sett korvo", 2, "unknown command 'sett'; did you mean: set"},
+      {"setvault get korvo", 2, "required"},
+      {"setvault --compact schema lod x", 2,
+       "unknown command 'schema lod'; did you mean: schema load"},
+      {"setvault --version", 0, "setvault 0.1.0"},
+      {"setvault get --help", 0, "Example:\n  setvault get korvo net vswitch vs0"},
+      {"setvault --help", 0, "auto-configuration"},
+      // Types.
+      {"setvault schema load $EXAMPLES", 0, R"({"loaded":9,"dropped":[]})"},
+      {"setvault schema list", 0, R"("key":"vswitch","version":"2.0","instanceIdProperty":"name")"},
+      {"setvault schema show korvo system host", 0,
+       R"("vitalMembers":["/systemUuid","/installDate"])"},
+      {"setvault schema show korvo net vswitch", 0, R"("instanceArrays":{"/portgroups":"name"})"},
+      {"setvault schema show korvo net nothing", 3, "no type korvo net nothing is loaded"},
+      {"setvault schema check $EXAMPLES", 0, R"(host.json","ok":true})"},
+      // Objects.
+      {R"(setvault set korvo system host '{"hostname": "h1", "systemUuid": "u1"}')", 0,
+       R"("revision":1,"creationTime":"20)"},
+      {"setvault get korvo system host", 0, R"("data":{"systemUuid":"u1","hostname":"h1"})"},
+      {"setvault get korvo system host --effective --origin", 0,
+       R"("timezone":"UTC","powerPolicy":"balanced"},"origin":{"systemUuid":"vital","hostname":"user","timezone":"default")"},
+      {"setvault get korvo system host | grep -c 'Time\":\"....-..-..T..:..:..Z\"'", 0, "1"},
+      {"setvault get korvo system host | wc -l", 0, "1"},  // compact when piped
+      {"script -qc '" SETVAULT_TOOL_PATH " get korvo system host' /dev/null", 0,
+       "{\r\n  \033[34m\"component\"\033[0m: \033[32m\"korvo\"\033[0m,"},
+      {"script -qc '" SETVAULT_TOOL_PATH " get korvo system host --compact' /dev/null", 0,
+       "{\"component\":\"korvo\","},
+      {"setvault unset korvo system host hostname", 0, R"("data":{"systemUuid":"u1"})"},
+      {"setvault unset korvo system host hostname", 3, "hostname is not set"},
+      {R"(setvault set korvo net vswitch vs0 '{"mtu": 9000}')", 0, R"("mtu":9000,"name":"vs0")"},
+      {R"(setvault update korvo net vswitch --instance vs1 '{"mtu": 1500}')", 0,
+       "created korvo net vswitch vs1"},
+      {R"(setvault update korvo net vswitch vs2 '{"mtu": 1500}' --existing)", 3,
+       "--existing refuses"},
+      {R"(echo '{"vs3": {"mtu": 9000}}' | setvault set-instances korvo net vswitch -)", 0,
+       R"({"written":1})"},
+      {"setvault ids korvo net vswitch", 0, R"(["vs0","vs1","vs3"])"},
+      {R"(setvault instances korvo net vswitch --filter '{"mtu": 9000}' | grep -c vs1)", 1, "0"},
+      {"setvault revision korvo net vswitch vs0", 0, "1"},
+      {"setvault revisions korvo net vswitch", 0, R"({"vs0":1,"vs1":1,"vs3":1})"},
+      {"setvault ls korvo net", 0, R"("key":"vswitch","instanceId":"vs3"})"},
+      {"setvault get korvo net vswitch", 2, "add the instance id after the key"},
+      {"setvault get korvo net vswitch vs9", 3, "nothing stored for korvo net vswitch vs9"},
+      {"setvault get korvo net nothing", 3, "error 1037"},
+      {"setvault delete korvo net vswitch vs9", 3, "nothing stored"},
+      {"setvault delete korvo net vswitch vs3", 0, R"({"deleted":1})"},
+      {"setvault delete-instances korvo net vswitch", 2, "needs either --filter JSON or --all"},
+      {R"(setvault delete-instances korvo net vswitch --filter '{"mtu": 1}')", 3,
+       "no stored instance"},
+      {R"(setvault delete-instances korvo net vswitch --filter '{"mtu": 1500}')", 0,
+       R"({"deleted":1})"},
+      // Bad input: refused with findings, JSON errors with line and column.
+      {R"(setvault set korvo net vswitch vs0 '{"mtu": 99999, "speed": 1}')", 4, "  /mtu: "},
+      {R"(setvault validate korvo system host '{"hostname": 42}')", 4, R"([{"field":"/hostname")"},
+      {R"(setvault validate korvo system host '{"hostname": "h"}')", 0, "[]"},
+      {"setvault set korvo system host '{\n  \"a\": }'", 2, "data: not JSON at line 2, column 8"},
+      {"setvault instances korvo net vswitch --filter @deep.json", 2, "--filter: a JSON object"},
+      {"setvault set korvo net vswitch vs0 @/dev/zero", 1,
+       "larger than the limit of 16777216 bytes"},
+      {R"(setvault set-instances korvo net vswitch '{"a\u0000b": {"mtu": 1500}}')", 1,
+       "Instance id cannot contain a NUL byte"},
+      // Documents.
+      {"setvault export korvo.net.vswitch", 0,
+       R"({"korvo":{"net":{"vswitch":[{"mtu":9000,"name":"vs0"}]}}})"},
+      {"setvault export korvo.net", 2, "component.group.key"},
+      {"setvault export > all.json && grep -c systemUuid all.json", 0, "1"},
+      {R"(sed 's/"mtu":9000/"mtu":1500/' all.json > edited.json; setvault diff edited.json)", 0,
+       R"("instanceId":"vs0","operation":"SET","drift":{"mtu":"SET"}})"},
+      {R"(echo '{"korvo": {"net": {"vswitch": []}}}' | setvault import - --dry-run)", 0,
+       R"("operation":"DELETE")"},
+      {"setvault import edited.json && setvault get korvo net vswitch vs0", 0, R"("mtu":1500)"},
+      {"setvault diff edited.json", 0, "[]"},
+      {R"(echo '{"korvo": {"net": {"vswitch": [{"name": "x", "mtu": 1}]}}}' | setvault import -)",
+       4, "/korvo/net/vswitch/0/mtu"},
+      {"setvault validate --document edited.json", 0, "[]"},
+      // Next boot, boot confirmation, host flags.
+      {R"(setvault kernel-options update '{"logLevel": "debug"}')", 0, R"("logLevel":"debug")"},
+      {"setvault get korvo hvcore options", 3, "nothing stored"},
+      {"setvault boot-status korvo hvcore options && setvault get korvo hvcore options", 0,
+       R"("data":{"logLevel":"debug"})"},
+      {"setvault kernel-options get", 0, R"("logLevel":"debug")"},
+      {R"(setvault kernel-options update '{"hugePages": 4}' > /dev/null &&
+          setvault boot-status korvo hvcore options --partial '{"hugePages": 4}' &&
+          setvault get korvo hvcore options)",
+       0, R"("hugePages":4)"},
+      {R"(setvault boot-status korvo hvcore options --partial '{"hugePages": 8}')", 1,
+       "desired config is empty"},
+      {R"(setvault next-boot set korvo hvcore cpuScheduler '{"reservedCores": 2}')", 0,
+       R"("reservedCores":2)"},
+      {"setvault next-boot get korvo hvcore cpuScheduler", 0, R"("reservedCores":2)"},
+      {"setvault next-boot reset korvo hvcore cpuScheduler; setvault next-boot get korvo hvcore "
+       "cpuScheduler",
+       3, "nothing staged"},
+      {"setvault next-boot instances korvo hvcore pciPassthrough", 0, "[]"},
+      {"setvault next-boot delete korvo net vswitch vs0", 1, "@rebootRequiredSetvault"},
+      {"setvault kv get NOTIFY_NEXD", 3, "NOTIFY_NEXD is not set"},
+      {"setvault kv set NOTIFY_NEXD true && setvault kv get NOTIFY_NEXD", 0, "true"},
+      // A write waits for another process's lock, then gives up.
+      {"{ echo \"BEGIN EXCLUSIVE; CREATE TABLE IF NOT EXISTS probe(a); SELECT 'held';\"; sleep 20; "
+       "} "
+       "| sqlite3 store.db > held.txt & for i in $(seq 200); do grep -q held held.txt && break; "
+       "sleep 0.05; done; setvault set korvo system host '{}'; s=$?; kill $!; exit $s",
+       5, "another process holds it; gave up after waiting"},
+      // A notification received by watch.
+      {"setvault watch --count 1 --timeout 20 > watch.out & for i in $(seq 200); do "
+       "[ -S trsLocalSocketNexdNotifyMirk ] && break; sleep 0.05; done; "
+       R"(setvault set korvo system host '{"hostname": "h2"}' > /dev/null; wait $!; s=$?; cat watch.out; exit $s)",
+       0, R"("identifiers":["korvo.system.host"],"pid":)"},
+      {"setvault watch --count 1 --timeout 0.2", 3, "listening on " + dir_.path()},
+      // Loading definitions keeps the other types unless --replace-all.
+      {"mkdir -p one && cp $EXAMPLES/dns.json one/ && setvault schema load one", 0,
+       R"({"loaded":1,"dropped":[]})"},
+      {"setvault schema load one --replace-all", 1, "korvo net vswitch (1 stored)"},
+      {"setvault schema list | grep -c vswitch", 0, "1"},
+      {"setvault schema load one --replace-all --force", 0,
+       R"("dropped":["korvo hvcore cpuScheduler")"},
+      {"echo '{\"component\":\"a\"}' > one/bad.json; setvault schema check one", 4,
+       R"("file":"one/bad.json","ok":false,"faults":[)"},
+      {"mkdir deep && mv deep.json deep/ && setvault schema load deep", 1,
+       "nested deeper than 512 levels"},
+      {"setvault schema check deep", 4, "nested deeper than 512 levels"},
+  });
 }
 
 }  // namespace

@@ -1,172 +1,103 @@
 #include "setvault_cli/commands.h"
 
-#include <iostream>
-#include <memory>
-#include <vector>
+#include <sys/stat.h>
+#include <unistd.h>
 
-#include "setvault_cli/json_io.h"
+#include "setvault_cli/output.h"
 
 namespace setvault_tool {
 namespace {
 
-using KorvoSetvault::FilterSpecObject;
-using KorvoSetvault::SetvaultObject;
-using KorvoSetvault::USERDATA_CONTEXT;
-
-std::shared_ptr<KorvoSetvault::Setvault> OpenStore() {
-  return KorvoSetvault::Setvault::GetStore(KorvoSetvault::sGlobalNamespace);
+int& Status() {
+  static int status = kExitOk;
+  return status;
 }
 
-// A new object of the target's type holding `json`, with the target's
-// instance id written into the member the type keeps it in.
-std::shared_ptr<SetvaultObject> MakeObject(const KorvoSetvault::SetvaultObjectId& id,
-                                           const std::string& json) {
-  auto object = std::make_shared<SetvaultObject>(id);
-  object->SetData(json.c_str());
-  object->SetInstanceIdFromSvoId();
-  return object;
+bool Exists(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0;
 }
 
-std::shared_ptr<FilterSpecObject> MakeFilter(const Target& target, const std::string& json) {
-  auto filter = std::make_shared<FilterSpecObject>(target.Id());
-  if (!json.empty()) filter->SetData(ReadJsonArgument(json).c_str());
-  return filter;
-}
-
-USERDATA_CONTEXT ContextOf(const WriteOptions& options) {
-  USERDATA_CONTEXT context;
-  context.kind = options.auto_config ? KorvoSetvault::kAutoConfigContext
-                                     : KorvoSetvault::kExternalContext;
-  return context;
-}
-
-int PrintObject(const std::shared_ptr<SetvaultObject>& object) {
-  if (!object) {
-    std::cout << "null\n";
-    return 3;  // not found
-  }
-  std::cout << ObjectToJson(*object) << "\n";
-  return 0;
-}
-
-int PrintFindings(const std::vector<KorvoSetvault::ErrorInfo>& findings) {
-  std::cout << "[";
-  for (size_t i = 0; i < findings.size(); ++i) {
-    if (i > 0) std::cout << ",";
-    std::cout << "{\"field\":" << Quote(findings[i].path)
-              << ",\"error\":" << Quote(findings[i].message) << "}";
-  }
-  std::cout << "]\n";
-  return findings.empty() ? 0 : 1;
+std::string DirectoryOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
 }
 
 }  // namespace
 
-int LoadSchemas(const std::string& directory, bool merge) {
-  const size_t count = KorvoSetvault::LoadSchemaDefinitions(
-      directory, merge ? KorvoSetvault::SchemaLoadMode::kMerge
-                       : KorvoSetvault::SchemaLoadMode::kReplaceAll);
-  std::cout << "{\"loaded\":" << count << "}\n";
-  return 0;
+std::string Target::Words() const {
+  return component + " " + group + " " + key + (instance.empty() ? "" : " " + instance);
 }
 
-int CheckSchemas(const std::string& directory) {
-  const size_t count = KorvoSetvault::CheckSchemaDefinitions(directory);  // throws first
-  std::cout << "{\"valid\":" << count << "}\n";
-  return 0;
+CLI::App* AddCommand(CLI::App* parent, const std::string& name, const std::string& summary,
+                     const std::string& description, const std::string& example,
+                     std::function<int()> handler) {
+  CLI::App* command = parent->add_subcommand(name, summary);
+  command->footer(description + "\n\nExample:\n  " + example);
+  if (handler) command->callback([handler] { Status() = handler(); });
+  return command;
 }
 
-int Get(const Target& target) { return PrintObject(OpenStore()->Get(target.Id())); }
+int CommandStatus() { return Status(); }
 
-int GetDefault(const Target& target) {
-  return PrintObject(OpenStore()->GetDefaultConfig(target.Id()));
-}
-
-int Instances(const Target& target, const std::string& filter_json) {
-  std::cout << ObjectsToJson(OpenStore()->GetInstances(MakeFilter(target, filter_json))) << "\n";
-  return 0;
-}
-
-int DefaultInstances(const Target& target, const std::string& filter_json) {
-  std::cout << ObjectsToJson(OpenStore()->GetDefaultConfigInstances(MakeFilter(target, filter_json)))
-            << "\n";
-  return 0;
-}
-
-int InstanceIds(const Target& target) {
-  const auto ids = OpenStore()->GetInstanceIds(target.Id());
-  std::cout << "[";
-  for (size_t i = 0; i < ids.size(); ++i) std::cout << (i > 0 ? "," : "") << Quote(ids[i]);
-  std::cout << "]\n";
-  return 0;
-}
-
-int Revision(const Target& target) {
-  std::cout << OpenStore()->GetRevision(target.Id()) << "\n";
-  return 0;
-}
-
-int Revisions(const Target& target) {
-  const auto revisions = OpenStore()->GetInstancesRevision(target.Id());
-  std::cout << "{";
-  for (size_t i = 0; i < revisions.size(); ++i) {
-    std::cout << (i > 0 ? "," : "") << Quote(revisions[i].first) << ":" << revisions[i].second;
+void AddTarget(CLI::App* command, Target* target, bool with_instance) {
+  command->add_option("component", target->component, "Component, e.g. korvo")->required();
+  command->add_option("group", target->group, "Group of the type, e.g. net")->required();
+  command->add_option("key", target->key, "Key of the type, e.g. vswitch")->required();
+  if (with_instance) {
+    command->add_option("instance", target->instance,
+                        "Instance id (types with instances only), e.g. vs0");
+    command->add_option("--instance", target->instance, "The instance id, as an option");
   }
-  std::cout << "}\n";
-  return 0;
 }
 
-int Validate(const Target& target, const std::string& json) {
-  return PrintFindings(OpenStore()->Validate(MakeObject(target.Id(), ReadJsonArgument(json))));
-}
-
-int Write(const std::string& kind, const Target& target, const WriteOptions& options) {
-  auto store = OpenStore();
-  auto object = MakeObject(target.Id(), ReadJsonArgument(options.json));
-  const USERDATA_CONTEXT context = ContextOf(options);
-  if (kind == "set") {
-    store->Set(object, context);
-  } else if (kind == "user") {
-    store->SetUserData(object, context);
-  } else if (kind == "vital") {
-    store->SetVitalData(object);
-  } else if (kind == "cached") {
-    store->SetCachedData(object);
-  } else {
-    store->Update(object, context);
+void CheckStore(Access access) {
+  const std::string path = KorvoSetvault::GetStorePath();
+  if (!Exists(path)) {
+    if (access == Access::kRead) {
+      throw ToolError(kExitFailed, "no store at " + path +
+                                       " (reads never create one; check --store or "
+                                       "$SETVAULT_STORE)");
+    }
+    const std::string directory = DirectoryOf(path);
+    if (Exists(directory) && access != Access::kRead && ::access(directory.c_str(), W_OK) != 0) {
+      throw ToolError(kExitFailed, "permission denied: cannot create the store " + path);
+    }
+    return;
   }
-  return PrintObject(store->Get(target.Id()));
-}
-
-int Delete(const Target& target) {
-  OpenStore()->Delete(target.Id());
-  std::cout << "{\"deleted\":" << Quote(target.Id().toString()) << "}\n";
-  return 0;
-}
-
-int SetInstances(const Target& target, const WriteOptions& options) {
-  auto doc = KorvoSetvault::CreateDocumentFromString(ReadJsonArgument(options.json));
-  const KorvoSetvault::JsonValue& instances = *doc->GetJsonValuePtr();
-  if (!instances.IsObject()) {
-    throw KorvoSetvault::InvalidArgumentException(
-        KorvoSetvault::SV_ERR_GENERIC, "set-instances expects an object of instance id to data");
+  const int mode = access == Access::kRead ? R_OK : (R_OK | W_OK);
+  if (::access(path.c_str(), mode) != 0) {
+    throw ToolError(kExitFailed, std::string("permission denied: cannot ") +
+                                     (access == Access::kRead ? "read" : "write") + " the store " +
+                                     path);
   }
-  std::vector<std::shared_ptr<SetvaultObject>> objects;
-  for (const auto& member : instances.GetObject()) {
-    Target instance = target;
-    instance.instance.assign(member.name.GetString(), member.name.GetStringLength());
-    objects.push_back(MakeObject(instance.Id(), Serialize(member.value)));
-  }
-  auto store = OpenStore();
-  store->SetInstances(objects, ContextOf(options));
-  std::cout << "{\"written\":" << objects.size() << "}\n";
-  return 0;
 }
 
-int DeleteInstances(const Target& target, const std::string& filter_json) {
-  OpenStore()->DeleteInstances(MakeFilter(target, filter_json));
-  std::cout << "{\"deleted\":" << Quote(target.Id().toString()) << "}\n";
-  return 0;
+std::shared_ptr<KorvoSetvault::Setvault> OpenStore(Access access) {
+  CheckStore(access);
+  return KorvoSetvault::Setvault::GetStore(KorvoSetvault::sGlobalNamespace);
+}
+
+void CheckSchemaDatabase() {
+  const std::string path = KorvoSetvault::GetSchemaStorePath();
+  if (!Exists(path)) {
+    throw ToolError(kExitFailed, "no schema database at " + path +
+                                     " (load type definitions with `setvault schema load DIR`, "
+                                     "or check --schema-db)");
+  }
+}
+
+std::shared_ptr<KorvoSetvault::JsonDoc> FindDefinition(const Target& target) {
+  CheckSchemaDatabase();
+  for (const auto& definition : KorvoSetvault::ListSchemaDefinitions()) {
+    if (definition.component == target.component && definition.group == target.group &&
+        definition.key == target.key) {
+      return KorvoSetvault::CreateDocumentFromString(definition.definition);
+    }
+  }
+  throw ToolError(kExitNotFound, "no type " + target.component + " " + target.group + " " +
+                                     target.key + " is loaded (see `setvault schema list`)");
 }
 
 }  // namespace setvault_tool

@@ -1,9 +1,12 @@
-// The commands of the setvault tool. Each prints its JSON result on standard
-// output and returns the process exit status; library failures propagate as
-// exceptions for main() to report.
+// The command groups of the setvault tool and what they share: the target of
+// a command, how a command is declared and run, and access to the store.
 #ifndef SETVAULT_TOOLS_SETVAULT_COMMANDS_H_
 #define SETVAULT_TOOLS_SETVAULT_COMMANDS_H_
 
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <memory>
 #include <string>
 
 #include <setvault/setvault.h>
@@ -21,32 +24,45 @@ struct Target {
   KorvoSetvault::SetvaultObjectId Id() const {
     return KorvoSetvault::SetvaultObjectId(key, group, component, instance);
   }
+  // "component group key [instance]", as typed on the command line.
+  std::string Words() const;
 };
 
-// Options shared by the writing commands.
-struct WriteOptions {
-  std::string json;   // the data: JSON text, @file or - for standard input
-  bool auto_config = false;  // write as the host's automatic configuration
-};
+// Adds a command `name` to `parent` with a one-line `summary`, a longer
+// `description` and one `example` (shown by --help), running `handler`, whose
+// result becomes the exit status.
+CLI::App* AddCommand(CLI::App* parent, const std::string& name, const std::string& summary,
+                     const std::string& description, const std::string& example,
+                     std::function<int()> handler);
+// The exit status of the command that ran.
+int CommandStatus();
 
-int LoadSchemas(const std::string& directory, bool merge);
-int CheckSchemas(const std::string& directory);
+// Adds the positional component, group and key arguments, and the instance id
+// (positional and --instance) when `with_instance` is set.
+void AddTarget(CLI::App* command, Target* target, bool with_instance);
 
-int Get(const Target& target);
-int GetDefault(const Target& target);
-int Instances(const Target& target, const std::string& filter_json);
-int DefaultInstances(const Target& target, const std::string& filter_json);
-int InstanceIds(const Target& target);
-int Revision(const Target& target);
-int Revisions(const Target& target);
-int Validate(const Target& target, const std::string& json);
+// Whether a command reads or writes the store.
+enum class Access { kRead, kWrite };
+// The store, after checking its file: a read needs an existing, readable
+// file (reads never create a store); a write needs a writable file or
+// directory. Throws ToolError naming the path otherwise.
+std::shared_ptr<KorvoSetvault::Setvault> OpenStore(Access access);
+// The same checks without opening the store, for the library's host calls.
+void CheckStore(Access access);
+// Checks that the schema database exists; throws ToolError naming it.
+void CheckSchemaDatabase();
 
-// kind: "set", "user", "vital", "cached" or "update".
-int Write(const std::string& kind, const Target& target, const WriteOptions& options);
-int Delete(const Target& target);
-// `json` maps instance id to data: {"vs0": {...}, "vs1": {...}}.
-int SetInstances(const Target& target, const WriteOptions& options);
-int DeleteInstances(const Target& target, const std::string& filter_json);
+// The definition of a type as loaded, parsed; throws ToolError (exit 3) when
+// the schema database has none.
+std::shared_ptr<KorvoSetvault::JsonDoc> FindDefinition(const Target& target);
+
+// The command groups.
+void AddSchemaCommands(CLI::App* app);
+void AddObjectReadCommands(CLI::App* app);
+void AddObjectWriteCommands(CLI::App* app);
+void AddDocumentCommands(CLI::App* app);
+void AddBootCommands(CLI::App* app);
+void AddWatchCommand(CLI::App* app);
 
 }  // namespace setvault_tool
 

@@ -1,11 +1,16 @@
 #include "setvault_cli/json_io.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
 
+#include "setvault_cli/output.h"
+
+#include <rapidjson/error/en.h>
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
@@ -24,12 +29,12 @@ std::string ReadBounded(std::istream& in, const std::string& name) {
   char buffer[64 * 1024];
   while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
     if (content.size() + static_cast<size_t>(in.gcount()) > kMaxJsonInputBytes) {
-      throw std::runtime_error(name + ": larger than the limit of " +
-                               std::to_string(kMaxJsonInputBytes) + " bytes");
+      throw ToolError(kExitFailed, name + ": larger than the limit of " +
+                                       std::to_string(kMaxJsonInputBytes) + " bytes");
     }
     content.append(buffer, static_cast<size_t>(in.gcount()));
   }
-  if (in.bad()) throw std::runtime_error("cannot read " + name);
+  if (in.bad()) throw ToolError(kExitFailed, "cannot read " + name);
   return content;
 }
 
@@ -40,8 +45,57 @@ std::string ReadJsonArgument(const std::string& argument) {
   if (argument.empty() || argument[0] != '@') return argument;
   const std::string path = argument.substr(1);
   std::ifstream in(path, std::ios::binary);
-  if (!in) throw std::runtime_error("cannot read " + path);
+  if (!in) throw ToolError(kExitFailed, "cannot read " + path + ": " + std::strerror(errno));
   return ReadBounded(in, path);
+}
+
+std::string ReadJson(const std::string& argument, const std::string& what) {
+  std::string text = ReadJsonArgument(argument);
+  rapidjson::Document doc;
+  doc.Parse<rapidjson::kParseIterativeFlag>(text.c_str(), text.size());
+  if (!doc.HasParseError()) return text;
+  size_t line = 1;
+  size_t column = 1;
+  for (size_t i = 0; i < doc.GetErrorOffset() && i < text.size(); ++i) {
+    if (text[i] == '\n') {
+      ++line;
+      column = 1;
+    } else {
+      ++column;
+    }
+  }
+  throw ToolError(kExitUsage, what + ": not JSON at line " + std::to_string(line) + ", column " +
+                                  std::to_string(column) + ": " +
+                                  rapidjson::GetParseError_En(doc.GetParseError()));
+}
+
+std::string ReadDocumentFile(const std::string& file) {
+  if (file == "-" || (!file.empty() && file[0] == '@')) return ReadJson(file, file);
+  return ReadJson("@" + file, file);
+}
+
+std::string ReadJsonObject(const std::string& argument, const std::string& what) {
+  std::string text = ReadJson(argument, what);
+  rapidjson::Document doc;
+  if (!doc.Parse<rapidjson::kParseIterativeFlag>(text.c_str(), text.size()).IsObject()) {
+    throw ToolError(kExitUsage, what + ": a JSON object {...} is expected");
+  }
+  return text;
+}
+
+std::string FindingsToJson(const std::vector<KorvoSetvault::ErrorInfo>& findings) {
+  std::string list = "[";
+  for (size_t i = 0; i < findings.size(); ++i) {
+    list += std::string(i > 0 ? "," : "") + "{\"field\":" + Quote(findings[i].path) +
+            ",\"error\":" + Quote(findings[i].message) + "}";
+  }
+  return list + "]";
+}
+
+std::string QuoteAll(const std::vector<std::string>& texts) {
+  std::string list = "[";
+  for (size_t i = 0; i < texts.size(); ++i) list += (i > 0 ? "," : "") + Quote(texts[i]);
+  return list + "]";
 }
 
 std::string Serialize(const KorvoSetvault::JsonValue& value) {
@@ -55,11 +109,21 @@ std::string Quote(const std::string& text) {
   std::string quoted = "\"";
   for (unsigned char c : text) {
     switch (c) {
-      case '"': quoted += "\\\""; break;
-      case '\\': quoted += "\\\\"; break;
-      case '\n': quoted += "\\n"; break;
-      case '\r': quoted += "\\r"; break;
-      case '\t': quoted += "\\t"; break;
+      case '"':
+        quoted += "\\\"";
+        break;
+      case '\\':
+        quoted += "\\\\";
+        break;
+      case '\n':
+        quoted += "\\n";
+        break;
+      case '\r':
+        quoted += "\\r";
+        break;
+      case '\t':
+        quoted += "\\t";
+        break;
       default:
         if (c < 0x20) {
           char escaped[8];
@@ -74,13 +138,17 @@ std::string Quote(const std::string& text) {
 }
 
 std::string ObjectToJson(const KorvoSetvault::SetvaultObject& object) {
+  return ObjectToJson(object, object.GetData());
+}
+
+std::string ObjectToJson(const KorvoSetvault::SetvaultObject& object, const std::string& data) {
   const KorvoSetvault::SetvaultObjectId& id = object.GetSetvaultObjectId();
   return "{\"component\":" + Quote(id.component) + ",\"group\":" + Quote(id.group) +
          ",\"key\":" + Quote(id.key) + ",\"instanceId\":" + Quote(id.instanceId) +
          ",\"version\":" + Quote(object.GetVersion()) +
          ",\"revision\":" + std::to_string(object.GetRevision()) +
-         ",\"creationTime\":" + Quote(object.GetCreationTime()) +
-         ",\"modifiedTime\":" + Quote(object.GetModifiedTime()) + ",\"data\":" + object.GetData() +
+         ",\"creationTime\":" + Quote(UtcTime(object.GetCreationTime())) +
+         ",\"modifiedTime\":" + Quote(UtcTime(object.GetModifiedTime())) + ",\"data\":" + data +
          "}";
 }
 

@@ -4,147 +4,108 @@
 //   setvault set korvo net vswitch vs0 '{"mtu": 9000}'
 //   setvault get korvo net vswitch vs0
 //
-// Every command prints JSON. Exit status: 0 success, 1 a library error (its
-// code and message on standard error), 2 a usage error, 3 nothing stored.
+// Every command prints JSON on standard output and notes and errors on
+// standard error; the exit statuses are listed in kExitStatuses.
 #include <CLI/CLI.hpp>
 
+#include <chrono>
 #include <cstdlib>
 #include <iostream>
 
 #include "setvault_cli/commands.h"
+#include "setvault_cli/errors.h"
+#include "setvault_cli/output.h"
+#include "setvault_cli/suggest.h"
 
 namespace {
 
-using setvault_tool::Target;
-using setvault_tool::WriteOptions;
+constexpr char kVersion[] = "0.1.0";
 
-constexpr char kStoreVariable[] = "SETVAULT_STORE";
-constexpr char kSchemaVariable[] = "SETVAULT_SCHEMA_DB";
+constexpr char kOrigins[] =
+    "Each object has up to four origins, stored in separate columns and merged on reads:\n"
+    "  user                what an operator or management client chose: set, set-user, update\n"
+    "  vital               identity facts of the host that must survive a configuration\n"
+    "                      reset (members the type marks vital): set-vital\n"
+    "  cached              facts the host discovers at run time and can rediscover\n"
+    "                      (members marked cached): set-cached\n"
+    "  auto-configuration  values the host works out itself; a user's value wins on\n"
+    "                      reads: set, set-user or update with --auto\n"
+    "`set` splits whole objects by the type's marks; use set-vital or set-cached from the\n"
+    "programs that discover those facts, and --auto from the host's own configuration code.\n";
 
-// Adds the component / group / key [instance] arguments to `command`.
-void AddTarget(CLI::App* command, Target* target, bool with_instance) {
-  command->add_option("component", target->component, "Component, e.g. korvo")->required();
-  command->add_option("group", target->group, "Configuration group")->required();
-  command->add_option("key", target->key, "Configuration key")->required();
-  if (with_instance) command->add_option("instance", target->instance, "Instance id");
-}
+constexpr char kExitStatuses[] =
+    "Exit status: 0 success, 1 operation failed, 2 usage error, 3 nothing stored or not\n"
+    "found, 4 validation refused the data, 5 store busy (another process holds it).\n"
+    "JSON arguments are text, @file or - (standard input). Output is pretty and coloured\n"
+    "on a terminal, one line per result when piped or with --compact; times are UTC.";
 
-void ReportError(const KorvoSetvault::SetvaultException& e) {
-  std::cerr << "setvault: error " << e.GetErrorCode() << ": " << e.what() << "\n";
-  if (const auto* validation = dynamic_cast<const KorvoSetvault::ValidationException*>(&e)) {
-    for (const auto& finding : validation->GetErrors()) {
-      std::cerr << "  " << finding.path << ": " << finding.message << "\n";
-    }
-  }
+std::string Environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"setvault: read and write the host's configuration store"};
+  const auto start = std::chrono::steady_clock::now();
+  CLI::App app{
+      "setvault: read and write the host's configuration store.\n\n"
+      "Objects are typed by loaded definitions (component group key) and checked\n"
+      "against them on every write."};
+  app.name("setvault");
   app.require_subcommand(1);
-  std::string store_path = std::getenv(kStoreVariable) ? std::getenv(kStoreVariable) : "";
-  std::string schema_path = std::getenv(kSchemaVariable) ? std::getenv(kSchemaVariable) : "";
+  app.fallthrough();  // global options may also follow the command
+  app.set_version_flag("--version", std::string("setvault ") + kVersion);
+  app.footer(std::string(kOrigins) + "\n" + kExitStatuses);
+  std::string store_path = Environment("SETVAULT_STORE");
+  std::string schema_path = Environment("SETVAULT_SCHEMA_DB");
+  std::string notify_dir = Environment("SETVAULT_NOTIFY_DIR");
+  std::string allowlist = Environment("SETVAULT_NOTIFY_ALLOWLIST");
   int verbosity = -1;  // the tool reports failures itself
-  app.add_option("--store", store_path, "Store database (default $SETVAULT_STORE or the system store)");
+  bool compact = false;
+  bool no_colour = false;
+  app.add_option("--store", store_path,
+                 "Store database (default $SETVAULT_STORE, else the system store)");
   app.add_option("--schema-db", schema_path,
-                 "Schema database (default $SETVAULT_SCHEMA_DB or the system one)");
-  app.add_option("-v,--verbosity", verbosity, "Also log library lines up to this priority on stderr (0-4)");
+                 "Schema database (default $SETVAULT_SCHEMA_DB, else the system one)");
+  app.add_option("--notify-dir", notify_dir,
+                 "Directory of the notification socket (default $SETVAULT_NOTIFY_DIR, else .)");
+  app.add_option("--notify-allowlist", allowlist,
+                 "Allowlist of notified types (default $SETVAULT_NOTIFY_ALLOWLIST, else the "
+                 "system one)");
+  app.add_option("-v,--verbosity", verbosity,
+                 "Also print the library's log on standard error up to this priority: 0 "
+                 "errors, 1 warnings, 2 information, 3 writes, 4 reads");
+  app.add_flag("--compact", compact, "One line of JSON per result, also on a terminal");
+  app.add_flag("--no-colour,--no-color", no_colour, "No colours on a terminal");
 
-  Target target;
-  WriteOptions write;
-  std::string directory;
-  std::string filter;
-  bool merge = false;
-  int status = 0;
-  auto run = [&status](auto command) { return [&status, command] { status = command(); }; };
-
-  CLI::App* schema = app.add_subcommand("schema", "Type definitions");
-  schema->require_subcommand(1);
-  auto* load = schema->add_subcommand("load", "Load a directory of definitions");
-  load->add_option("directory", directory)->required();
-  load->add_flag("--merge", merge, "Keep definitions of types the directory lacks");
-  load->callback(run([&] { return setvault_tool::LoadSchemas(directory, merge); }));
-  auto* check = schema->add_subcommand("check", "Check a directory of definitions");
-  check->add_option("directory", directory)->required();
-  check->callback(run([&] { return setvault_tool::CheckSchemas(directory); }));
-
-  struct Read {
-    const char* name;
-    const char* help;
-    bool instance;
-    int (*handler)(const Target&);
-  };
-  for (const Read& read : {Read{"get", "Print a stored object", true, setvault_tool::Get},
-                           Read{"default", "Print a shipped default", true, setvault_tool::GetDefault},
-                           Read{"instance-ids", "List stored instance ids", false,
-                                setvault_tool::InstanceIds},
-                           Read{"revision", "Print an object's revision", true, setvault_tool::Revision},
-                           Read{"revisions", "Print the revisions of instances", true,
-                                setvault_tool::Revisions},
-                           Read{"delete", "Delete an object", true, setvault_tool::Delete}}) {
-    auto* command = app.add_subcommand(read.name, read.help);
-    AddTarget(command, &target, read.instance);
-    auto handler = read.handler;
-    command->callback(run([&target, handler] { return handler(target); }));
-  }
-
-  auto* instances = app.add_subcommand("instances", "List stored instances matching a filter");
-  AddTarget(instances, &target, false);
-  instances->add_option("--filter", filter, "Filter: JSON, @file or -");
-  instances->callback(run([&] { return setvault_tool::Instances(target, filter); }));
-  auto* defaults = app.add_subcommand("default-instances", "List shipped default instances");
-  AddTarget(defaults, &target, false);
-  defaults->add_option("--filter", filter, "Filter: JSON, @file or -");
-  defaults->callback(run([&] { return setvault_tool::DefaultInstances(target, filter); }));
-  auto* remove = app.add_subcommand("delete-instances", "Delete the instances matching a filter");
-  AddTarget(remove, &target, true);
-  remove->add_option("--filter", filter, "Filter: JSON, @file or -");
-  remove->callback(run([&] { return setvault_tool::DeleteInstances(target, filter); }));
-
-  auto* validate = app.add_subcommand("validate", "Check data against its type's schema");
-  AddTarget(validate, &target, false);
-  validate->add_option("--instance", target.instance, "Instance id");
-  validate->add_option("json", write.json, "Data: JSON, @file or -")->required();
-  validate->callback(run([&] { return setvault_tool::Validate(target, write.json); }));
-
-  for (const char* kind : {"set", "set-user", "set-vital", "set-cached", "update"}) {
-    auto* command = app.add_subcommand(kind, std::string("Write an object (") + kind + ")");
-    AddTarget(command, &target, false);
-    command->add_option("--instance", target.instance, "Instance id");
-    command->add_option("json", write.json, "Data: JSON, @file or -")->required();
-    command->add_flag("--auto", write.auto_config, "Write as automatic configuration");
-    const std::string mode = std::string(kind) == "set-user"     ? "user"
-                             : std::string(kind) == "set-vital"  ? "vital"
-                             : std::string(kind) == "set-cached" ? "cached"
-                                                                 : kind;
-    command->callback(run([&target, &write, mode] { return setvault_tool::Write(mode, target, write); }));
-  }
-  auto* set_instances = app.add_subcommand("set-instances", "Write many instances at once");
-  AddTarget(set_instances, &target, false);
-  set_instances->add_option("json", write.json, "Object of instance id to data: JSON, @file or -")
-      ->required();
-  set_instances->add_flag("--auto", write.auto_config, "Write as automatic configuration");
-  set_instances->callback(run([&] { return setvault_tool::SetInstances(target, write); }));
+  setvault_tool::AddSchemaCommands(&app);
+  setvault_tool::AddObjectReadCommands(&app);
+  setvault_tool::AddObjectWriteCommands(&app);
+  setvault_tool::AddDocumentCommands(&app);
+  setvault_tool::AddBootCommands(&app);
+  setvault_tool::AddWatchCommand(&app);
 
   // Settings take effect before any command runs.
   app.parse_complete_callback([&] {
+    setvault_tool::ConfigureOutput(compact, no_colour);
     KorvoSetvault::SVLogger::SetStderrSink();
     KorvoSetvault::SVLogger::SetThreshold(verbosity);
     if (!store_path.empty()) KorvoSetvault::SetStorePath(store_path);
     if (!schema_path.empty()) KorvoSetvault::SetSchemaStorePath(schema_path);
+    if (!notify_dir.empty()) KorvoSetvault::SetNotifySocketDirectory(notify_dir);
+    if (!allowlist.empty()) KorvoSetvault::SetNotifyAllowlistPath(allowlist);
   });
 
+  if (setvault_tool::RejectUnknownCommand(app, argc, argv)) return setvault_tool::kExitUsage;
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    return app.exit(e) == 0 ? 0 : 2;
-  } catch (const KorvoSetvault::SetvaultException& e) {
-    ReportError(e);
-    return 1;
+    return app.exit(e) == 0 ? setvault_tool::kExitOk : setvault_tool::kExitUsage;
   } catch (const std::exception& e) {
-    std::cerr << "setvault: error: " << e.what() << "\n";
-    return 1;
+    const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - start);
+    return setvault_tool::ReportFailure(e, static_cast<long>(waited.count()));
   }
-  return status;
+  return setvault_tool::CommandStatus();
 }
