@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # help_tree.sh: sourced by the man page and completion generators. Walks the
 # command tree of a CLI11 program through its --help output, so that the
 # generated files follow whatever commands the program has.
@@ -11,18 +12,18 @@
 # PROGRAM is run by name, so its directory must be on PATH (the help then shows
 # the installed name, not the build path).
 
-# Prints "NAME[,ALIAS...]" for each entry listed under a heading that is not
-# "Positionals" or "Usage": entries sit at an indent of exactly two spaces, and
-# options (leading "-") are left out. Entries of a free-form footer are weeded
-# out later, when their own help does not name them.
+# Prints "NAME[,ALIAS...]" for each entry listed under a heading other than
+# "Positionals:": entries sit at an indent of exactly two spaces, and options
+# (leading "-") are left out. Lines of a free-form footer are weeded out by the
+# walk, as their own help does not name them.
 help_tree_entries() {
   awk '
     /^[^ ].*:$/ { section = $0; next }
     /^$/ { next }
     section != "" && section != "Positionals:" && /^  [^ -]/ {
       entry = substr($0, 3)
-      sub(/  .*$/, "", entry)
       gsub(/, /, ",", entry)
+      sub(/ .*$/, "", entry)
       print entry
     }'
 }
@@ -48,12 +49,12 @@ help_tree_options() {
 }
 
 help_tree_walk() {
-  local program="$1" visit="$2"
-  _help_tree_visit "${program}" "${visit}" "${program}" ""
+  _help_tree_visit "$2" "$1" ""
 }
 
+# Visits the command PATH (whose other names are ALIASES), then its commands.
 _help_tree_visit() {
-  local program="$1" visit="$2" path="$3" aliases="$4"
+  local visit="$1" path="$2" aliases="$3"
   local help usage entry name
   # shellcheck disable=SC2086  # the path is a list of words
   help="$(${path} --help 2>/dev/null)" || return 0
@@ -67,6 +68,6 @@ _help_tree_visit() {
   while IFS= read -r entry; do
     name="${entry%%,*}"
     [ "${name}" = "${entry}" ] && aliases="" || aliases="${entry#*,}"
-    _help_tree_visit "${program}" "${visit}" "${path} ${name}" "${aliases//,/ }"
+    _help_tree_visit "${visit}" "${path} ${name}" "${aliases//,/ }"
   done < <(help_tree_entries <<<"${help}")
 }

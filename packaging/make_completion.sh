@@ -5,51 +5,67 @@
 # option's value; anything else falls back to file names.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
-# shellcheck source=help_tree.sh
+# shellcheck source=packaging/help_tree.sh
 source "${here}/help_tree.sh"
 program="$1"
 output="$2"
 fn="_${program//[^A-Za-z0-9_]/_}"
 
-commands=() options=() valued=() choices=() aliases=()
+# The tables, filled command by command (named apart from the walker's locals).
+declare -A gen_commands=() gen_options=() gen_valued=()
+gen_paths=() gen_choices=() gen_aliases=()
 
-# Collects one command's table rows as bash array assignments.
+# Records one command: its option names, those taking a value and their
+# choices; and, in its parent's row, its names (only commands whose own help
+# answers are visited, so nothing else is listed).
 collect() {
-  local path="$1" help="$2" alias_names="$3" entry names=() option_names=() takes_value=()
-  local names_field flag choice_list name alias
-  while IFS= read -r entry; do
-    names+=("${entry//,/ }")
-  done < <(help_tree_entries <<<"${help}")
+  local path="$1" help="$2" alias_names="$3" names_field flag choice_list name alias
+  gen_paths+=("${path}")
+  gen_commands["${path}"]=""
+  gen_options["${path}"]=""
+  gen_valued["${path}"]=""
+  if [ "${path}" != "${program}" ]; then
+    gen_commands["${path% *}"]+=" ${path##* } ${alias_names}"
+    for alias in ${alias_names}; do
+      gen_aliases+=("$(printf '[%q]=%q' "${path% *} ${alias}" "${path}")")
+    done
+  fi
   while IFS=$'\t' read -r names_field flag choice_list; do
     for name in ${names_field//,/ }; do
-      option_names+=("${name}")
+      gen_options["${path}"]+=" ${name}"
       if [ "${flag}" = 1 ]; then
-        takes_value+=("${name}")
-        [ -n "${choice_list}" ] && choices+=("$(printf '[%q]=%q' "${path} ${name}" "${choice_list}")")
+        gen_valued["${path}"]+=" ${name}"
+        if [ -n "${choice_list}" ]; then
+          gen_choices+=("$(printf '[%q]=%q' "${path} ${name}" "${choice_list}")")
+        fi
       fi
     done
   done < <(help_tree_options <<<"${help}")
-  commands+=("$(printf '[%q]=%q' "${path}" "${names[*]-}")")
-  options+=("$(printf '[%q]=%q' "${path}" "${option_names[*]-}")")
-  valued+=("$(printf '[%q]=%q' "${path}" "${takes_value[*]-}")")
-  for alias in ${alias_names}; do
-    aliases+=("$(printf '[%q]=%q' "${path% *} ${alias}" "${path}")")
-  done
 }
 
 help_tree_walk "${program}" collect
-if [ "${#commands[@]}" -eq 0 ]; then
+if [ "${#gen_paths[@]}" -eq 0 ]; then
   echo "make_completion.sh: '${program} --help' printed no usable help" >&2
   exit 1
 fi
 
+# Prints "[key]=value" for every command path of the table named $1.
+rows() {
+  local -n table="$1"
+  local path words
+  for path in "${gen_paths[@]}"; do
+    read -ra words <<<"${table[${path}]}"
+    printf ' [%q]=%q' "${path}" "${words[*]-}"
+  done
+}
+
 {
   echo "# bash completion for ${program}, generated from its --help output at build time."
-  echo "declare -gA ${fn}_commands=(${commands[*]})"
-  echo "declare -gA ${fn}_options=(${options[*]})"
-  echo "declare -gA ${fn}_valued=(${valued[*]})"
-  echo "declare -gA ${fn}_choices=(${choices[*]-})"
-  echo "declare -gA ${fn}_aliases=(${aliases[*]-})"
+  echo "declare -gA ${fn}_commands=($(rows gen_commands))"
+  echo "declare -gA ${fn}_options=($(rows gen_options))"
+  echo "declare -gA ${fn}_valued=($(rows gen_valued))"
+  echo "declare -gA ${fn}_choices=(${gen_choices[*]-})"
+  echo "declare -gA ${fn}_aliases=(${gen_aliases[*]-})"
   cat <<SCRIPT
 
 ${fn}() {

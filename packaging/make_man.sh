@@ -4,7 +4,7 @@
 # section holding the help of every command. PROGRAM must be on PATH.
 set -euo pipefail
 here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
-# shellcheck source=help_tree.sh
+# shellcheck source=packaging/help_tree.sh
 source "${here}/help_tree.sh"
 program="$1"
 version="$2"
