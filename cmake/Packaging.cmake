@@ -38,9 +38,9 @@ if(TARGET setvault_tool)
 endif()
 
 # The type definition guide and the example definitions it refers to.
-install(FILES ${PROJECT_SOURCE_DIR}/docs/type-definitions.md DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/setvault)
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/schemas
-  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/setvault/examples)
+set(setvault_doc_dir ${CMAKE_INSTALL_DATAROOTDIR}/doc/setvault)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/type-definitions.md DESTINATION ${setvault_doc_dir})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/schemas DESTINATION ${setvault_doc_dir}/examples)
 
 # `cpack` in the build directory writes setvault_<version>_<arch>.deb: the
 # library, headers, CMake and pkg-config files, the tool with its manual page
