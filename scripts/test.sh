@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # test.sh: installs the dependencies, then builds and runs the whole test suite
-# twice: in a normal build and under AddressSanitizer + UBSan.
+# twice: in a normal build and under AddressSanitizer + UBSan. After the normal
+# build, the Debian package is built, installed and tried (package-test.sh).
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 "${root}/scripts/install-deps.sh"
@@ -14,6 +15,8 @@ run_suite() {
 
 echo "== normal build =="
 run_suite "${root}/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo
+echo "== Debian package =="
+"${root}/scripts/package-test.sh" "${root}/build"
 echo "== sanitizer build (ASan + UBSan) =="
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_suite "${root}/build-sanitize" -DCMAKE_BUILD_TYPE=Debug -DSETVAULT_SANITIZE=ON \
