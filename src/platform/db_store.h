@@ -125,6 +125,21 @@ class ReadSnapshot {
 int ExecuteStmt(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt,
                 RowCallback callback, void* context, int busy_timeout_ms);
 
+// Why the calling thread's latest failed database call failed.
+struct Failure {
+  int sqlite_code = 0;  // SQLite's extended result code, 0 when none was recorded
+  bool forked = false;  // refused: the process was forked inside a store operation
+};
+
+// The failure recorded last on the calling thread, forgotten by the call.
+Failure TakeLastFailure();
+
+// Throws the exception for a failed database operation, with `message` as its text and code
+// 2000: StoreBusyException when the thread's last failure was SQLITE_BUSY or SQLITE_LOCKED,
+// otherwise SetvaultException, whose detailed message names the cause when the process was
+// forked inside a store operation. Consumes the recorded failure.
+[[noreturn]] void ThrowFailure(const char* message);
+
 // Reads the text stored under `key` into `out` (empty when the key is absent). Host flags
 // are read on hot paths: values are cached per connection and re-read only after the
 // database changed (another connection's commit, a write or rollback on this one).
