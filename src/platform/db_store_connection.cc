@@ -30,6 +30,7 @@ StoreConnection::~StoreConnection() {
   internal::UnregisterConnection(this);
   if (db_ == nullptr || fork_generation_ != internal::ForkGeneration()) return;
   if (gate_held) internal::LeaveOperation();
+  if (write_turn_fd >= 0) close(write_turn_fd);  // releases the turn, when held
   sqlite3_rollback_hook(db_, nullptr, nullptr);
   // Idle statements are finalized here; statements still owned elsewhere find the cache
   // gone and finalize themselves, and close_v2 completes once the last one is finalized.
@@ -54,10 +55,11 @@ void LogSqliteError(sqlite3* db, int code, const char* what, std::string_view sq
                 message, static_cast<int>(sql.size()), sql.data());
 }
 
-int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql) {
+int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql,
+           int busy_timeout_ms) {
   OperationGate gate;
-  StmtPtr stmt = Prepare(conn, sql, kBusyTimeoutMs);
-  conn->UseBusyTimeout(kBusyTimeoutMs);
+  StmtPtr stmt = Prepare(conn, sql, busy_timeout_ms);
+  conn->UseBusyTimeout(busy_timeout_ms);
   if (!stmt)
     return sqlite3_errcode(conn->db()) != SQLITE_OK ? sqlite3_errcode(conn->db()) : SQLITE_ERROR;
   int rc;

@@ -116,6 +116,11 @@ class StoreConnection {
   uint64_t rollbacks = 0;
   // The outermost transaction holds the calling thread's share of the operation gate.
   bool gate_held = false;
+  // The sidecar file of the writers' turnstile (-1 until opened), whether this connection
+  // holds the write turn, and whether the file proved unusable.
+  int write_turn_fd = -1;
+  bool holds_write_turn = false;
+  bool write_turn_unusable = false;
   // Nested attachments of the schema database.
   int schema_attachments = 0;
   // The last detach came inside a transaction that may have read "ss" (SQLite refuses that
@@ -138,8 +143,10 @@ extern const char kReadKeyValueSql[];
 extern const char kWriteKeyValueSql[];
 
 // Prepares (through the cache) and steps `sql`, which takes no parameters and whose rows
-// are ignored. Returns the SQLite result code (SQLITE_OK when it ran to the end).
-int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql);
+// are ignored, waiting at most `busy_timeout_ms` for locks. Returns the SQLite result code
+// (SQLITE_OK when it ran to the end).
+int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql,
+           int busy_timeout_ms = kBusyTimeoutMs);
 
 // Logs a failed SQLite call: what failed, SQLite's extended code and message.
 void LogSqliteError(sqlite3* db, int code, const char* what, std::string_view sql);
@@ -176,6 +183,13 @@ void RecordForkRefusal();
 // Makes `mutex` be held across every fork() (locked after the gate is closed, released in
 // parent and child), so that the child never inherits it locked by a thread it lacks.
 void HoldAcrossFork(std::mutex* mutex);
+
+// Waits, at most `timeout_ms`, for the writers' turn on `conn`'s store (see
+// db_store_write_turn.cc). True when the turn is held or the turnstile cannot be used; false,
+// with SQLITE_BUSY recorded, when the wait timed out.
+bool TakeWriteTurn(StoreConnection& conn, int timeout_ms);
+// Gives the turn back, when held.
+void GiveWriteTurn(StoreConnection& conn);
 
 // Opens a new handle to `conn`'s file and configures it like a new connection, in place of
 // the retired inherited one. Returns false after logging on failure.

@@ -12,8 +12,8 @@ thread_local Failure t_failure;
 // A SetvaultException whose detailed message names its cause.
 class ExplainedFailure : public KorvoSetvault::SetvaultException {
  public:
-  ExplainedFailure(const char* message, const char* cause)
-      : SetvaultException(KorvoSetvault::SV_ERR_GENERIC, message) {
+  ExplainedFailure(const char* text, const char* cause)
+      : SetvaultException(KorvoSetvault::SV_ERR_GENERIC, text) {
     pibMessage.Append("database", "%s", cause);
   }
 };

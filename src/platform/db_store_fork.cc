@@ -24,6 +24,7 @@
 //    stays the parent's and commits normally.
 #include <pthread.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -98,6 +99,12 @@ void AfterForkInChild() {
   ForkState& state = State();
   g_generation.fetch_add(1);
   if (state.fork_inside) g_unusable.store(true);
+  // The writers' turn files share their locks with the parent's: drop them.
+  for (StoreConnection* conn : state.connections) {
+    if (conn->write_turn_fd >= 0) close(conn->write_turn_fd);
+    conn->write_turn_fd = -1;
+    conn->holds_write_turn = false;
+  }
   g_active.store(0);  // the other threads are gone
   t_depth = 0;        // an operation the forking thread was inside is not this process's
   Release(state);

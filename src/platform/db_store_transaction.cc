@@ -4,6 +4,8 @@
 // the outer commit then rolls back and reports failure instead of committing what the inner
 // level cancelled. The same happens when the engine has rolled the transaction back on its
 // own (after an I/O error, for example): a lost write never reads as a commit.
+#include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "platform/db_store_connection.h"
@@ -26,6 +28,7 @@ void EndTransaction(const std::shared_ptr<StoreConnection>& conn) {
   conn->depth = 0;
   conn->doomed = false;
   internal::FinishDeferredDetach(conn);
+  internal::GiveWriteTurn(*conn);
   if (conn->gate_held) {
     conn->gate_held = false;
     internal::LeaveOperation();
@@ -54,8 +57,19 @@ int BeginTransaction(const std::shared_ptr<StoreConnection>& conn) {
     return 0;
   }
   // The whole transaction is one operation: fork() waits for it to end.
+  // Writers take turns for the write lock, then SQLite's lock is taken in what is left of
+  // the busy time-out.
   internal::EnterOperation();
-  if (internal::RunSql(conn, "BEGIN IMMEDIATE") != SQLITE_OK) {
+  const auto start = std::chrono::steady_clock::now();
+  if (!internal::TakeWriteTurn(*conn, kBusyTimeoutMs)) {
+    internal::LeaveOperation();
+    return 1;
+  }
+  const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(
+                          std::chrono::steady_clock::now() - start).count();
+  const int remaining = std::max(1, kBusyTimeoutMs - static_cast<int>(waited));
+  if (internal::RunSql(conn, "BEGIN IMMEDIATE", remaining) != SQLITE_OK) {
+    internal::GiveWriteTurn(*conn);
     internal::LeaveOperation();
     return 1;
   }
