@@ -26,6 +26,16 @@
 //
 // A store is used by one thread at a time. All stores of one thread share
 // that thread's database connection, and so its transaction state.
+//
+// Processes: many processes may share one store file. An operation that finds
+// the store locked by another process past the busy time-out (3 s) throws
+// StoreBusyException (exceptions.h). A forked child may go on using its
+// stores, old handles included: it gets connections of its own. fork() waits
+// (up to 3 s) for other threads' store operations and transactions to end;
+// when one is still open then, or the forking thread is inside one, the child
+// must not touch the store, and every store use in it throws
+// SetvaultException 2000 with the cause in its detailed message. The parent's
+// transaction stays the parent's.
 #ifndef SETVAULT_SETVAULT_STORE_H_
 #define SETVAULT_SETVAULT_STORE_H_
 
