@@ -163,7 +163,7 @@ std::shared_ptr<StoreConnection> OpenStoreConnection(const std::string& path, bo
     SVLogger::Log(0, "No store database path is set");
     return nullptr;
   }
-  if (!PrepareStoreFile(path, create)) return nullptr;
+  if (!internal::ProcessMayUseStore(path) || !PrepareStoreFile(path, create)) return nullptr;
   internal::OperationGate gate;
   sqlite3* db = nullptr;
   int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);

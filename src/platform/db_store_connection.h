@@ -175,6 +175,10 @@ uint64_t ForkGeneration();
 // and recorded as the thread's failure, and false is returned.
 bool UsableHere(const std::shared_ptr<StoreConnection>& conn);
 
+// False, after logging and recording the refusal, when this process was forked inside a
+// store operation and so must not use the store at `path` (or any other).
+bool ProcessMayUseStore(const std::string& path);
+
 // Record the calling thread's latest failure (see TakeLastFailure): a SQLite result code, or
 // the refusal of a process forked inside a store operation.
 void RecordFailure(int code);

@@ -156,17 +156,23 @@ void LeaveOperation() {
 
 uint64_t ForkGeneration() { return g_generation.load(std::memory_order_relaxed); }
 
+bool ProcessMayUseStore(const std::string& path) {
+  if (!g_unusable.load()) return true;
+  SVLogger::Log(0,
+                "Store database %s: this process was forked while a store transaction or "
+                "operation was open, so it cannot use the store",
+                path.c_str());
+  RecordForkRefusal();
+  return false;
+}
+
 bool UsableHere(const std::shared_ptr<StoreConnection>& conn) {
-  if (conn->fork_generation() == ForkGeneration() && conn->db() != nullptr) return true;
-  SettleAfterFork();
-  if (g_unusable.load()) {
-    SVLogger::Log(0,
-                  "Store database %s: this process was forked while a store transaction or "
-                  "operation was open, so it cannot use the store",
-                  conn->path().c_str());
-    RecordForkRefusal();
-    return false;
+  if (conn->fork_generation() == ForkGeneration() && conn->db() != nullptr &&
+      !g_unusable.load(std::memory_order_relaxed)) {
+    return true;
   }
+  SettleAfterFork();
+  if (!ProcessMayUseStore(conn->path())) return false;
   return ReopenHandle(conn);
 }
 
