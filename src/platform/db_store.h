@@ -80,11 +80,14 @@ std::shared_ptr<StoreConnection> OpenStoreConnection(const std::string& path, bo
 // connection keeps ownership.
 sqlite3* GetSqliteHandle(const StoreConnection& conn);
 
-// Transactions are counted per connection. The outermost BeginTransaction runs
-// BEGIN IMMEDIATE; inner levels only count. Each returns 0 on success.
+// Transactions are counted per connection. The outermost BeginTransaction waits for the
+// writers' turn (db_store_write_turn.cc) and runs BEGIN IMMEDIATE, both within the busy
+// time-out; inner levels only count. An open transaction holds its thread's share of the
+// operation gate that fork() waits on (db_store_fork.cc). Each returns 0 on success.
 //
-// BeginTransaction: 1 when BEGIN IMMEDIATE fails (busy past the time-out, I/O) or when the
-//   open transaction is doomed by a cancelled inner level.
+// BeginTransaction: 1 when the turn or BEGIN IMMEDIATE cannot be had (busy past the
+//   time-out, I/O), when the open transaction is doomed by a cancelled inner level, or when
+//   the process was forked inside a store operation.
 // CommitTransaction: at an inner level only counts down (1 when the transaction is doomed);
 //   at the outermost level commits, or, when an inner level was cancelled or the engine
 //   rolled the transaction back, rolls back and returns 1. 2 when no transaction is open.
