@@ -188,6 +188,39 @@ TEST_F(ReliabilityTest, ConcurrentWritersAndReadersLoseNothing) {
   EXPECT_EQ(IntegrityCheck(), "ok");
 }
 
+// A process writing back to back does not keep the write lock from another one.
+TEST_F(ReliabilityTest, BackToBackWriterLetsTheOtherWriterIn) {
+  OnThread([] { Setvault::GetStore("")->Set(VswitchObject("seed", kBaseMtu), kContext); });
+  const pid_t hammer = Spawn([] {
+    auto store = Setvault::GetStore("");
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(4);
+    for (int i = 0; std::chrono::steady_clock::now() < end; ++i) {
+      SetvaultTransaction transaction(store);
+      for (int j = 0; j < 5; ++j) {
+        store->Set(VswitchObject("hammer" + std::to_string(j), kBaseMtu + i % 100), kContext);
+      }
+      transaction.Commit();
+    }
+    return 0;
+  });
+  const pid_t other = Spawn([] {
+    auto store = Setvault::GetStore("");
+    int failures = 0;
+    for (int i = 0; i < 40; ++i) {
+      try {
+        store->Set(VswitchObject("other", kBaseMtu + i), kContext);
+      } catch (const SetvaultException&) {
+        ++failures;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return failures;
+  });
+  EXPECT_EQ(ExitCode(other), 0) << "failed writes";
+  EXPECT_EQ(ExitCode(hammer), 0);
+  OnThread([] { EXPECT_EQ(Mtu(Setvault::GetStore(""), "other"), kBaseMtu + 39); });
+}
+
 // Where a transaction is open when the process forks.
 enum class OpenAt {
   kNowhere,
