@@ -11,12 +11,15 @@
 //       └ KorvoSetvault::SetvaultException
 //          ├ InvalidArgumentException   bad arguments to a public operation
 //          ├ InvalidTypeException       typed access to a value of another kind
-//          └ ValidationException        data that fails its schema, with findings
+//          ├ ValidationException        data that fails its schema, with findings
+//          └ StoreBusyException         the store stayed locked past the busy time-out
 //
 //   try {
 //     store->Set(object, context);
 //   } catch (const KorvoSetvault::ValidationException& e) {
 //     for (const auto& finding : e.GetErrors()) Report(finding.path, finding.message);
+//   } catch (const KorvoSetvault::StoreBusyException& e) {
+//     RetryLater();                  // busy, not broken: same code and text as below
 //   } catch (const KorvoSetvault::SetvaultException& e) {
 //     Report(e.GetErrorCode(), e.what());
 //   }
@@ -134,6 +137,27 @@ class SETVAULT_EXPORT ValidationException : public SetvaultException {
 
  protected:
   std::vector<ErrorInfo> errors;
+};
+
+// A database failure caused by another holder of the store's lock: SQLite
+// answered SQLITE_BUSY (another process or connection kept the write lock past
+// the busy time-out) or SQLITE_LOCKED. Code and message are the ones the
+// operation reports for any database failure (2000 and its usual text), so a
+// caller that only catches SetvaultException sees no difference; a caller that
+// catches this type knows that retrying later may succeed. The detailed message
+// names SQLite's result code.
+class SETVAULT_EXPORT StoreBusyException : public SetvaultException {
+ public:
+  // `sqliteCode` is SQLite's (extended) result code.
+  StoreBusyException(int code, const char* message, int sqliteCode);
+  ~StoreBusyException() override;
+
+  // SQLite's extended result code: its low byte is SQLITE_BUSY (5) or
+  // SQLITE_LOCKED (6).
+  int GetSqliteCode() const { return sqliteCode; }
+
+ protected:
+  int sqliteCode;
 };
 
 // Throws `E` with `code` and the code's message (ErrorMessageForId) formatted

@@ -26,6 +26,16 @@
 //
 // A store is used by one thread at a time. All stores of one thread share
 // that thread's database connection, and so its transaction state.
+//
+// Processes: many processes may share one store file. An operation that finds
+// the store locked by another process past the busy time-out (3 s) throws
+// StoreBusyException (exceptions.h). A forked child may go on using its
+// stores, old handles included: it gets connections of its own. fork() waits
+// (up to 3 s) for other threads' store operations and transactions to end;
+// when one is still open then, or the forking thread is inside one, the child
+// must not touch the store, and every store use in it throws
+// SetvaultException 2000 with the cause in its detailed message. The parent's
+// transaction stays the parent's.
 #ifndef SETVAULT_SETVAULT_STORE_H_
 #define SETVAULT_SETVAULT_STORE_H_
 
@@ -169,6 +179,26 @@ class SETVAULT_EXPORT Setvault {
 // Scoped transaction: begins in the constructor, rolls back in the
 // destructor unless Commit() or Cancel() ran. Holds a reference to the
 // caller's store pointer, which must outlive the guard.
+//
+// Guards nest: an inner guard opens one more level of the transaction the
+// outer one holds. When an exception leaves the scope of an inner guard that
+// did not commit (a ValidationException of a write, for example), its
+// destructor does not cancel through CancelTransaction, whose nested form
+// ends the process: it dooms the enclosing transaction instead and lets the
+// exception reach the caller. The outer Commit() then throws
+// SetvaultException 2000 "Commit transaction failed." and nothing of the
+// transaction is written. Leaving an inner scope normally without Commit()
+// cancels a nested level, which stays a programming error that ends the
+// process.
+//
+//   SetvaultTransaction outer(store);
+//   try {
+//     SetvaultTransaction inner(store);
+//     store->Set(object, context);   // throws ValidationException 1089
+//     inner.Commit();
+//   } catch (const ValidationException&) {
+//     // `outer` is doomed: its Commit() throws, and its destructor rolls back.
+//   }
 class SETVAULT_EXPORT SetvaultTransaction {
  public:
   // Throws SetvaultException 2000 "Failed to use NULL as the store" for an
@@ -186,7 +216,8 @@ class SETVAULT_EXPORT SetvaultTransaction {
 
  private:
   std::shared_ptr<Setvault>& store_;
-  bool active_;  // true while this guard owns an open transaction
+  bool active_;     // true while this guard owns an open transaction
+  int uncaught_;    // std::uncaught_exceptions() when the guard was made
 };
 
 }  // namespace KorvoSetvault

@@ -36,7 +36,7 @@ const KeyStatement4 kClearDesiredSql(
     "AND Identifier = ?");
 
 [[noreturn]] void Fail(const std::string& message) {
-  throw SetvaultException(SV_ERR_GENERIC, message.c_str());
+  DBStore::ThrowFailure(message.c_str());
 }
 
 // A new object of the id's type without data.

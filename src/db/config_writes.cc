@@ -140,7 +140,7 @@ const KeyStatement3 kRevisionMapSql(
 // --- Helpers ----------------------------------------------------------------
 
 [[noreturn]] void Fail(const std::string& message) {
-  throw SetvaultException(SV_ERR_GENERIC, message.c_str());
+  DBStore::ThrowFailure(message.c_str());
 }
 
 // The column text of a one-column write: the object's serialized data, or

@@ -16,8 +16,7 @@ const char kInsertDefaultSql[] =
     "VitalValue, CachedValue ) VALUES ( ?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8 )";
 
 [[noreturn]] void Fail(const SetvaultObjectId& id) {
-  throw SetvaultException(SV_ERR_GENERIC,
-                          ("Write default configuration failed: " + id.toString()).c_str());
+  DBStore::ThrowFailure(("Write default configuration failed: " + id.toString()).c_str());
 }
 
 bool Execute(const ConnectionPtr& conn, const DBStore::StmtPtr& stmt) {
@@ -53,7 +52,7 @@ void ReplaceDefaultConfigInternal(const std::vector<SetvaultObjectId>& types, bo
   if (replaceAll) {
     if (!Execute(conn, DBStore::internal::Prepare(conn, kDeleteAllDefaultsSql,
                                                   DBStore::kBusyTimeoutMs))) {
-      throw SetvaultException(SV_ERR_GENERIC, "Write default configuration failed: DefaultConfig");
+      DBStore::ThrowFailure("Write default configuration failed: DefaultConfig");
     }
   } else {
     for (const SetvaultObjectId& type : types) {

@@ -27,7 +27,7 @@ std::shared_ptr<DBStore::StoreConnection> OwnConnection() {
 bool IsBoot() {
   std::string value;
   if (DBStore::ReadKeyValue(kIsBootKey, &value, OwnConnection()) != 0) {
-    throw SetvaultException(SV_ERR_GENERIC, "Failed to read value from database.");
+    DBStore::ThrowFailure("Failed to read value from database.");
   }
   return value == kTrue;
 }
@@ -45,7 +45,7 @@ int GetBootInfo() {
   JsonDocument info;
   if (DBStore::ReadKeyValue(kBootInfoKey, &text, OwnConnection()) != 0 ||
       !ParseJsonText(text, info)) {
-    throw SetvaultException(SV_ERR_GENERIC, "Failed to read BOOT_INFO database.");
+    DBStore::ThrowFailure("Failed to read BOOT_INFO database.");
   }
   if (info.IsObject()) {
     auto type = info.FindMember(kBootInfoType);

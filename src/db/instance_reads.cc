@@ -97,8 +97,7 @@ void VisitConfigInstancesInternal(const SetvaultObjectId& type, const Connection
       DBStore::ExecuteStmt(conn, stmt, &InstanceVisit::OnRow, &context, DBStore::kBusyTimeoutMs);
   if (context.failure) std::rethrow_exception(context.failure);
   if (status != 0) {
-    throw SetvaultException(SV_ERR_GENERIC,
-                            ("Read Instances failed for: " + type.toString()).c_str());
+    DBStore::ThrowFailure(("Read Instances failed for: " + type.toString()).c_str());
   }
 }
 

@@ -17,7 +17,7 @@ std::shared_ptr<DBStore::StoreConnection> OwnConnection() {
 }
 
 [[noreturn]] void ThrowGeneric(const std::string& message) {
-  ThrowException<SetvaultException, const char*>(SV_ERR_GENERIC, message.c_str());
+  DBStore::ThrowFailure(message.c_str());
 }
 
 }  // namespace

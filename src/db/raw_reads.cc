@@ -68,7 +68,7 @@ StoreRows GetDesiredUserConfigContents(const ConnectionPtr& conn) {
 
 StoreRows GetSmartnicConfiguration(const ConnectionPtr& conn) {
   if (DBStore::AttachSchemaStore(conn) != 0) {
-    throw SetvaultException(SV_ERR_GENERIC, "Failed to attach schema store");
+    DBStore::ThrowFailure("Failed to attach schema store");
   }
   // Detach on every path, the failing read included.
   struct Detacher {

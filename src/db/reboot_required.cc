@@ -51,7 +51,7 @@ const char kActionDelete[] = "DELETE";
 const char kActionDeleteInstance[] = "DELETE_INSTANCE";
 
 [[noreturn]] void Fail(const std::string& message) {
-  throw SetvaultException(SV_ERR_GENERIC, message.c_str());
+  DBStore::ThrowFailure(message.c_str());
 }
 
 void RefuseWhileRemediated(const ConnectionPtr& conn) {

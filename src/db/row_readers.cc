@@ -37,7 +37,7 @@ std::string ColumnOrEmpty(const StoreRow& row, const char* column) {
 }
 
 [[noreturn]] void ThrowReadFailure(const char* what, const SetvaultObjectId& id) {
-  throw SetvaultException(SV_ERR_GENERIC, (what + id.toString()).c_str());
+  DBStore::ThrowFailure((what + id.toString()).c_str());
 }
 
 // An object over `document` with the row's version, times and revision.
@@ -83,7 +83,7 @@ StoreRows ReadAllRows(const ConnectionPtr& conn, const DBStore::StmtPtr& stateme
   StoreRows rows = std::make_shared<std::vector<std::shared_ptr<StoreRow>>>();
   if (DBStore::ExecuteStmt(conn, statement, RowAppendedCallback, &rows, DBStore::kBusyTimeoutMs) ==
       1) {
-    throw SetvaultException(SV_ERR_GENERIC, "Get store rows failed.");
+    DBStore::ThrowFailure("Get store rows failed.");
   }
   return rows;
 }

@@ -58,6 +58,13 @@ InvalidTypeException::InvalidTypeException(int code, const char* text)
     : SetvaultException(code, text) {}
 InvalidTypeException::~InvalidTypeException() = default;
 
+StoreBusyException::StoreBusyException(int code, const char* text, int sqlite_code)
+    : SetvaultException(code, text), sqliteCode(sqlite_code) {
+  pibMessage.Append("database", "SQLite result %d: the store stayed locked by another holder",
+                    sqlite_code);
+}
+StoreBusyException::~StoreBusyException() = default;
+
 ValidationException::ValidationException(int code, const char* text,
                                          std::vector<ErrorInfo>& findings)
     : SetvaultException(code, text), errors(findings) {}

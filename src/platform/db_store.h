@@ -80,11 +80,14 @@ std::shared_ptr<StoreConnection> OpenStoreConnection(const std::string& path, bo
 // connection keeps ownership.
 sqlite3* GetSqliteHandle(const StoreConnection& conn);
 
-// Transactions are counted per connection. The outermost BeginTransaction runs
-// BEGIN IMMEDIATE; inner levels only count. Each returns 0 on success.
+// Transactions are counted per connection. The outermost BeginTransaction waits for the
+// writers' turn (db_store_write_turn.cc) and runs BEGIN IMMEDIATE, both within the busy
+// time-out; inner levels only count. An open transaction holds its thread's share of the
+// operation gate that fork() waits on (db_store_fork.cc). Each returns 0 on success.
 //
-// BeginTransaction: 1 when BEGIN IMMEDIATE fails (busy past the time-out, I/O) or when the
-//   open transaction is doomed by a cancelled inner level.
+// BeginTransaction: 1 when the turn or BEGIN IMMEDIATE cannot be had (busy past the
+//   time-out, I/O), when the open transaction is doomed by a cancelled inner level, or when
+//   the process was forked inside a store operation.
 // CommitTransaction: at an inner level only counts down (1 when the transaction is doomed);
 //   at the outermost level commits, or, when an inner level was cancelled or the engine
 //   rolled the transaction back, rolls back and returns 1. 2 when no transaction is open.
@@ -124,6 +127,21 @@ class ReadSnapshot {
 // abort, empty statement). The statement is left reset.
 int ExecuteStmt(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stmt,
                 RowCallback callback, void* context, int busy_timeout_ms);
+
+// Why the calling thread's latest failed database call failed.
+struct Failure {
+  int sqlite_code = 0;  // SQLite's extended result code, 0 when none was recorded
+  bool forked = false;  // refused: the process was forked inside a store operation
+};
+
+// The failure recorded last on the calling thread, forgotten by the call.
+Failure TakeLastFailure();
+
+// Throws the exception for a failed database operation, with `message` as its text and code
+// 2000: StoreBusyException when the thread's last failure was SQLITE_BUSY or SQLITE_LOCKED,
+// otherwise SetvaultException, whose detailed message names the cause when the process was
+// forked inside a store operation. Consumes the recorded failure.
+[[noreturn]] void ThrowFailure(const char* message);
 
 // Reads the text stored under `key` into `out` (empty when the key is absent). Host flags
 // are read on hot paths: values are cached per connection and re-read only after the

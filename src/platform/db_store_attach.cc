@@ -32,7 +32,7 @@ int AttachSchemaStore(const std::shared_ptr<StoreConnection>& conn) {
 }
 
 int DetachSchemaStore(const std::shared_ptr<StoreConnection>& conn) {
-  if (!conn || conn->schema_attachments == 0) return 1;
+  if (!conn || conn->schema_attachments == 0 || !internal::UsableHere(conn)) return 1;
   if (conn->schema_attachments > 1) {
     --conn->schema_attachments;
     return 0;

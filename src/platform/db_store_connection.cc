@@ -2,11 +2,9 @@
 #include "platform/db_store_connection.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -19,9 +17,20 @@ namespace DBStore {
 using KorvoSetvault::SVLogger;
 
 StoreConnection::StoreConnection(sqlite3* db, std::string path)
-    : db_(db), path_(std::move(path)), cache_(std::make_shared<internal::StatementCache>()) {}
+    : db_(db),
+      path_(std::move(path)),
+      fork_generation_(internal::ForkGeneration()),
+      cache_(std::make_shared<internal::StatementCache>()) {
+  internal::RegisterConnection(this);
+}
 
 StoreConnection::~StoreConnection() {
+  // An inherited handle is retired (when safe) before it is forgotten; one that may hold the
+  // parent's transaction is never touched.
+  internal::UnregisterConnection(this);
+  if (db_ == nullptr || fork_generation_ != internal::ForkGeneration()) return;
+  if (gate_held) internal::LeaveOperation();
+  if (write_turn_fd >= 0) close(write_turn_fd);  // releases the turn, when held
   sqlite3_rollback_hook(db_, nullptr, nullptr);
   // Idle statements are finalized here; statements still owned elsewhere find the cache
   // gone and finalize themselves, and close_v2 completes once the last one is finalized.
@@ -40,14 +49,17 @@ sqlite3* GetSqliteHandle(const StoreConnection& conn) { return conn.db(); }
 namespace internal {
 
 void LogSqliteError(sqlite3* db, int code, const char* what, std::string_view sql) {
+  RecordFailure(code);
   const char* message = db != nullptr ? sqlite3_errmsg(db) : sqlite3_errstr(code);
   SVLogger::Log(0, "%s failed: SQLite error %d (%s): %s [%.*s]", what, code, sqlite3_errstr(code),
                 message, static_cast<int>(sql.size()), sql.data());
 }
 
-int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql) {
-  StmtPtr stmt = Prepare(conn, sql, kBusyTimeoutMs);
-  conn->UseBusyTimeout(kBusyTimeoutMs);
+int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql,
+           int busy_timeout_ms) {
+  OperationGate gate;
+  StmtPtr stmt = Prepare(conn, sql, busy_timeout_ms);
+  conn->UseBusyTimeout(busy_timeout_ms);
   if (!stmt)
     return sqlite3_errcode(conn->db()) != SQLITE_OK ? sqlite3_errcode(conn->db()) : SQLITE_ERROR;
   int rc;
@@ -107,6 +119,7 @@ bool PrepareStoreFile(const std::string& path, bool create) {
 // Runs a statement that yields one text (a pragma) into `out`. Returns the SQLite code.
 int QueryText(const std::shared_ptr<StoreConnection>& conn, std::string_view sql,
               std::string* out) {
+  internal::OperationGate gate;
   StmtPtr stmt = internal::Prepare(conn, sql, kBusyTimeoutMs);
   if (!stmt) return SQLITE_ERROR;
   int rc = sqlite3_step(stmt.get());
@@ -136,15 +149,9 @@ bool ConfigureConnection(const std::shared_ptr<StoreConnection>& conn) {
   return internal::EnsureStoreSchema(conn) == SQLITE_OK;
 }
 
-// Bumped in the child after fork(): connections inherited from the parent must not be used.
-std::atomic<uint64_t> g_fork_generation{0};
-
-void AfterForkInChild() { g_fork_generation.fetch_add(1); }
-
 struct ThreadConnection {
   std::shared_ptr<StoreConnection> conn;
   uint64_t path_generation = 0;
-  uint64_t fork_generation = 0;
 };
 
 thread_local ThreadConnection t_connection;
@@ -156,7 +163,8 @@ std::shared_ptr<StoreConnection> OpenStoreConnection(const std::string& path, bo
     SVLogger::Log(0, "No store database path is set");
     return nullptr;
   }
-  if (!PrepareStoreFile(path, create)) return nullptr;
+  if (!internal::ProcessMayUseStore(path) || !PrepareStoreFile(path, create)) return nullptr;
+  internal::OperationGate gate;
   sqlite3* db = nullptr;
   int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   if (rc != SQLITE_OK) {
@@ -177,17 +185,9 @@ std::shared_ptr<StoreConnection> GetConnection(Type type, bool create) {
     SVLogger::Log(0, "Unknown store connection type %d", type);
     return nullptr;
   }
-  static std::once_flag fork_handler;
-  std::call_once(fork_handler, [] { pthread_atfork(nullptr, nullptr, AfterForkInChild); });
-
   ThreadConnection& cached = t_connection;
-  uint64_t fork_generation = g_fork_generation.load(std::memory_order_relaxed);
-  if (cached.conn && cached.fork_generation != fork_generation) {
-    // Closing a handle inherited over fork() could disturb the parent's locks and WAL:
-    // leave it open and forget it.
-    new std::shared_ptr<StoreConnection>(std::move(cached.conn));
-    cached.conn.reset();
-  }
+  // A connection inherited over fork() gets a handle of its own, or is refused.
+  if (cached.conn && !internal::UsableHere(cached.conn)) return nullptr;
   uint64_t path_generation = KorvoSetvault::GetStorePathGeneration();
   if (cached.conn && cached.path_generation == path_generation) return cached.conn;
 
@@ -198,8 +198,27 @@ std::shared_ptr<StoreConnection> GetConnection(Type type, bool create) {
     cached.conn = std::move(conn);
   }
   cached.path_generation = path_generation;
-  cached.fork_generation = fork_generation;
   return cached.conn;
 }
+
+namespace internal {
+
+bool ReopenHandle(const std::shared_ptr<StoreConnection>& conn) {
+  OperationGate gate;
+  sqlite3* db = nullptr;
+  int rc = sqlite3_open_v2(conn->path().c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
+                           nullptr);
+  if (rc != SQLITE_OK) {
+    LogSqliteError(db, rc, "Reopening the store database after fork", conn->path());
+    sqlite3_close_v2(db);
+    return false;
+  }
+  conn->Adopt(db);
+  if (ConfigureConnection(conn)) return true;
+  SVLogger::Log(0, "Cannot set up the store database %s", conn->path().c_str());
+  return false;
+}
+
+}  // namespace internal
 
 }  // namespace DBStore

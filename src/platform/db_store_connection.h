@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -89,12 +90,22 @@ class StoreConnection {
   StoreConnection& operator=(const StoreConnection&) = delete;
 
   sqlite3* db() const { return db_; }
+  // The fork generation (internal::ForkGeneration) of the process that opened the handle.
+  uint64_t fork_generation() const { return fork_generation_; }
   const std::string& path() const { return path_; }
 
   // Sets SQLite's busy time-out when it differs from the one in force.
   void UseBusyTimeout(int milliseconds);
 
   const std::shared_ptr<internal::StatementCache>& cache() const { return cache_; }
+
+  // In a child forked outside every store operation: closes the inherited handle without
+  // checkpoint (it holds no lock and no transaction), so that SQLite's per-process lock
+  // bookkeeping of the file no longer counts it. Its statements are finalized first.
+  void RetireInherited();
+  // Takes `db`, a handle opened in this process, in place of a retired one; the nesting and
+  // caches start afresh.
+  void Adopt(sqlite3* db);
   internal::KeyValueCache& key_values() { return key_values_; }
 
   // Transaction nesting.
@@ -103,6 +114,13 @@ class StoreConnection {
   bool doomed = false;              // an inner level was cancelled: the outer commit rolls back
   // Rollbacks seen on this connection (explicit or by the engine after an error).
   uint64_t rollbacks = 0;
+  // The outermost transaction holds the calling thread's share of the operation gate.
+  bool gate_held = false;
+  // The sidecar file of the writers' turnstile (-1 until opened), whether this connection
+  // holds the write turn, and whether the file proved unusable.
+  int write_turn_fd = -1;
+  bool holds_write_turn = false;
+  bool write_turn_unusable = false;
   // Nested attachments of the schema database.
   int schema_attachments = 0;
   // The last detach came inside a transaction that may have read "ss" (SQLite refuses that
@@ -112,6 +130,7 @@ class StoreConnection {
  private:
   sqlite3* db_;
   std::string path_;
+  uint64_t fork_generation_;
   int busy_timeout_ms_ = -1;
   std::shared_ptr<internal::StatementCache> cache_;
   internal::KeyValueCache key_values_;
@@ -124,11 +143,65 @@ extern const char kReadKeyValueSql[];
 extern const char kWriteKeyValueSql[];
 
 // Prepares (through the cache) and steps `sql`, which takes no parameters and whose rows
-// are ignored. Returns the SQLite result code (SQLITE_OK when it ran to the end).
-int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql);
+// are ignored, waiting at most `busy_timeout_ms` for locks. Returns the SQLite result code
+// (SQLITE_OK when it ran to the end).
+int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql,
+           int busy_timeout_ms = kBusyTimeoutMs);
 
 // Logs a failed SQLite call: what failed, SQLite's extended code and message.
 void LogSqliteError(sqlite3* db, int code, const char* what, std::string_view sql);
+
+// The operation gate. Every call that reaches SQLite through a store connection runs inside
+// it (a single statement, or a whole transaction or read snapshot), so that fork() can wait
+// until no other thread is inside SQLite; see db_store_fork.cc. Entries nest per thread.
+void EnterOperation();
+void LeaveOperation();
+
+// Holds the gate for one scope.
+class OperationGate {
+ public:
+  OperationGate() { EnterOperation(); }
+  ~OperationGate() { LeaveOperation(); }
+  OperationGate(const OperationGate&) = delete;
+  OperationGate& operator=(const OperationGate&) = delete;
+};
+
+// Raised in the child by every fork().
+uint64_t ForkGeneration();
+
+// True when `conn` may be used by this process. A connection inherited over fork() is
+// reopened here first when the fork happened outside every store operation; when it
+// happened inside one, this process must not use the store at all: the refusal is logged
+// and recorded as the thread's failure, and false is returned.
+bool UsableHere(const std::shared_ptr<StoreConnection>& conn);
+
+// False, after logging and recording the refusal, when this process was forked inside a
+// store operation and so must not use the store at `path` (or any other).
+bool ProcessMayUseStore(const std::string& path);
+
+// Record the calling thread's latest failure (see TakeLastFailure): a SQLite result code, or
+// the refusal of a process forked inside a store operation.
+void RecordFailure(int code);
+void RecordForkRefusal();
+
+// Makes `mutex` be held across every fork() (locked after the gate is closed, released in
+// parent and child), so that the child never inherits it locked by a thread it lacks.
+void HoldAcrossFork(std::mutex* mutex);
+
+// Waits, at most `timeout_ms`, for the writers' turn on `conn`'s store (see
+// db_store_write_turn.cc). True when the turn is held or the turnstile cannot be used; false,
+// with SQLITE_BUSY recorded, when the wait timed out.
+bool TakeWriteTurn(StoreConnection& conn, int timeout_ms);
+// Gives the turn back, when held.
+void GiveWriteTurn(StoreConnection& conn);
+
+// Opens a new handle to `conn`'s file and configures it like a new connection, in place of
+// the retired inherited one. Returns false after logging on failure.
+bool ReopenHandle(const std::shared_ptr<StoreConnection>& conn);
+
+// Adds and removes a connection from the process's list, used to retire inherited ones.
+void RegisterConnection(StoreConnection* conn);
+void UnregisterConnection(StoreConnection* conn);
 
 // Runs the detach of the schema database that waited for the transaction to end.
 void FinishDeferredDetach(const std::shared_ptr<StoreConnection>& conn);

@@ -53,6 +53,7 @@ int ExecuteStmt(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stm
     KorvoSetvault::SVLogger::Log(0, "ExecuteStmt called without a statement");
     return 1;
   }
+  internal::OperationGate gate;
   sqlite3_stmt* raw = stmt.get();
   if (conn) conn->UseBusyTimeout(busy_timeout_ms);
   int rc = sqlite3_step(raw);

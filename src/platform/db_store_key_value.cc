@@ -18,6 +18,7 @@ const char kWriteKeyValueSql[] = "INSERT OR REPLACE INTO KeyValue (Key, Value) V
 namespace {
 
 int ReadDataVersion(const std::shared_ptr<StoreConnection>& conn, int64_t* version) {
+  internal::OperationGate gate;
   StmtPtr stmt = internal::Prepare(conn, "PRAGMA data_version", kBusyTimeoutMs);
   if (!stmt) return 1;
   int rc = sqlite3_step(stmt.get());
@@ -66,7 +67,7 @@ int CollectValue(void* context, int, char** texts, char**) {
 int ReadKeyValue(const std::string& key, std::string* out,
                  const std::shared_ptr<StoreConnection>& conn) {
   out->clear();
-  if (!conn || RefreshCache(conn) != 0) return 1;
+  if (!conn || !internal::UsableHere(conn) || RefreshCache(conn) != 0) return 1;
   internal::KeyValueCache& cache = conn->key_values();
   auto found = cache.values.find(key);
   if (found != cache.values.end()) {

@@ -80,6 +80,7 @@ StmtPtr Prepare(const std::shared_ptr<StoreConnection>& conn, std::string_view s
                                  static_cast<int>(sql.size()), sql.data());
     return StmtPtr();
   }
+  if (!UsableHere(conn)) return StmtPtr();
   const std::shared_ptr<StatementCache>& cache = conn->cache();
   std::string_view key = StatementCache::Key(sql);
   CachedText* text = cache->Find(key);
@@ -89,6 +90,7 @@ StmtPtr Prepare(const std::shared_ptr<StoreConnection>& conn, std::string_view s
     return StmtPtr(cached, SqliteStmtDeleter{cache, text});
   }
 
+  OperationGate gate;
   conn->UseBusyTimeout(busy_timeout_ms);
   sqlite3_stmt* stmt = nullptr;
   const char* tail = nullptr;

@@ -4,6 +4,8 @@
 // the outer commit then rolls back and reports failure instead of committing what the inner
 // level cancelled. The same happens when the engine has rolled the transaction back on its
 // own (after an I/O error, for example): a lost write never reads as a commit.
+#include <algorithm>
+#include <chrono>
 #include <utility>
 
 #include "platform/db_store_connection.h"
@@ -21,20 +23,30 @@ bool StillOpen(const std::shared_ptr<StoreConnection>& conn) {
   return !sqlite3_get_autocommit(conn->db());
 }
 
-// Rolls back whatever is open and forgets the nesting. Returns 0 or kNoTransaction.
-int RollBackAll(const std::shared_ptr<StoreConnection>& conn) {
+// Forgets the nesting of a transaction that has ended and leaves the operation gate.
+void EndTransaction(const std::shared_ptr<StoreConnection>& conn) {
   conn->depth = 0;
   conn->doomed = false;
+  internal::FinishDeferredDetach(conn);
+  internal::GiveWriteTurn(*conn);
+  if (conn->gate_held) {
+    conn->gate_held = false;
+    internal::LeaveOperation();
+  }
+}
+
+// Rolls back whatever is open and forgets the nesting. Returns 0 or kNoTransaction.
+int RollBackAll(const std::shared_ptr<StoreConnection>& conn) {
   int result = 0;
   if (StillOpen(conn) && internal::RunSql(conn, "ROLLBACK") != SQLITE_OK) result = kNoTransaction;
-  internal::FinishDeferredDetach(conn);
+  EndTransaction(conn);
   return result;
 }
 
 }  // namespace
 
 int BeginTransaction(const std::shared_ptr<StoreConnection>& conn) {
-  if (!conn) return 1;
+  if (!conn || !internal::UsableHere(conn)) return 1;
   if (conn->depth > 0) {
     if (conn->doomed || !StillOpen(conn)) {
       conn->doomed = true;
@@ -44,7 +56,24 @@ int BeginTransaction(const std::shared_ptr<StoreConnection>& conn) {
     ++conn->depth;
     return 0;
   }
-  if (internal::RunSql(conn, "BEGIN IMMEDIATE") != SQLITE_OK) return 1;
+  // The whole transaction is one operation: fork() waits for it to end.
+  // Writers take turns for the write lock, then SQLite's lock is taken in what is left of
+  // the busy time-out.
+  internal::EnterOperation();
+  const auto start = std::chrono::steady_clock::now();
+  if (!internal::TakeWriteTurn(*conn, kBusyTimeoutMs)) {
+    internal::LeaveOperation();
+    return 1;
+  }
+  const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(
+                          std::chrono::steady_clock::now() - start).count();
+  const int remaining = std::max(1, kBusyTimeoutMs - static_cast<int>(waited));
+  if (internal::RunSql(conn, "BEGIN IMMEDIATE", remaining) != SQLITE_OK) {
+    internal::GiveWriteTurn(*conn);
+    internal::LeaveOperation();
+    return 1;
+  }
+  conn->gate_held = true;
   conn->depth = 1;
   conn->doomed = false;
   ++conn->transaction_serial;
@@ -56,6 +85,7 @@ int CommitTransaction(const std::shared_ptr<StoreConnection>& conn) {
     SVLogger::Log(0, "Commit without an open transaction");
     return kNoTransaction;
   }
+  if (!internal::UsableHere(conn)) return 1;
   if (conn->depth > 1) {
     --conn->depth;
     return conn->doomed ? 1 : 0;
@@ -69,16 +99,12 @@ int CommitTransaction(const std::shared_ptr<StoreConnection>& conn) {
   }
   int rc = internal::RunSql(conn, "COMMIT");
   if (rc == SQLITE_OK) {
-    conn->depth = 0;
-    internal::FinishDeferredDetach(conn);
+    EndTransaction(conn);
     return 0;
   }
   // A commit that failed but left the transaction open (busy readers, for example) stays
   // open so that the caller can cancel it; one the engine rolled back is gone.
-  if (!StillOpen(conn)) {
-    conn->depth = 0;
-    internal::FinishDeferredDetach(conn);
-  }
+  if (!StillOpen(conn)) EndTransaction(conn);
   return 1;
 }
 
@@ -89,6 +115,8 @@ int CancelTransaction(const std::shared_ptr<StoreConnection>& conn) {
     SVLogger::Log(1, "Cancel without an open transaction");
     return kNoTransaction;
   }
+  // A transaction inherited over fork() is the parent's: nothing to cancel here.
+  if (!internal::UsableHere(conn)) return kNoTransaction;
   if (conn->depth > 1) {
     --conn->depth;
     conn->doomed = true;
@@ -102,8 +130,14 @@ ReadSnapshot::ReadSnapshot(std::shared_ptr<StoreConnection> conn) : conn_(std::m
     status_ = 1;
     return;
   }
+  if (!internal::UsableHere(conn_)) {
+    status_ = 1;
+    return;
+  }
   if (conn_->depth > 0) return;
+  internal::EnterOperation();
   if (internal::RunSql(conn_, "BEGIN DEFERRED") != SQLITE_OK) {
+    internal::LeaveOperation();
     status_ = 1;
     return;
   }
@@ -111,9 +145,12 @@ ReadSnapshot::ReadSnapshot(std::shared_ptr<StoreConnection> conn) : conn_(std::m
 }
 
 ReadSnapshot::~ReadSnapshot() {
-  if (!began_ || !StillOpen(conn_)) return;
+  if (!began_) return;
   // A read transaction has nothing to keep: ending it either way releases the snapshot.
-  if (internal::RunSql(conn_, "COMMIT") != SQLITE_OK) internal::RunSql(conn_, "ROLLBACK");
+  if (StillOpen(conn_) && internal::RunSql(conn_, "COMMIT") != SQLITE_OK) {
+    internal::RunSql(conn_, "ROLLBACK");
+  }
+  internal::LeaveOperation();
 }
 
 }  // namespace DBStore

@@ -129,6 +129,8 @@ SchemaDatabaseReader::SchemaDatabaseReader(const std::string& path) : path_(path
     Fail(path, "cannot open read-only: " + message, nullptr);
   }
   sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+  // Closing never checkpoints: a child process closes the reader it inherited.
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
 }
 
 SchemaDatabaseReader::~SchemaDatabaseReader() {

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <mutex>
 
+#include "platform/db_store_connection.h"
 #include "platform/schema_database.h"
 #include "platform/schema_definition.h"
 #include "setvault/exceptions.h"
@@ -113,7 +114,12 @@ struct StoreState {
 };
 
 StoreState& State() {
-  static StoreState* state = new StoreState();  // leaked: used until process exit
+  static StoreState* state = [] {
+    auto* created = new StoreState();  // leaked: used until process exit
+    // A fork never finds the reader mid-read, so the child may close what it inherits.
+    DBStore::internal::HoldAcrossFork(&created->mutex);
+    return created;
+  }();
   return *state;
 }
 
@@ -170,7 +176,7 @@ void Reload(StoreState& state, const std::string& path, const FileIdentity& iden
 bool NeedsReload(StoreState& state, const std::string& path, const FileIdentity& identity) {
   if (state.pid != getpid()) {
     state.pid = getpid();
-    state.reader.reset();  // a connection must not be used on both sides of a fork
+    state.reader.reset();  // idle (see State()): closing it touches nothing of the parent's
     return true;
   }
   if (!state.store || path != state.path || !(identity == state.identity)) return true;

@@ -1,6 +1,8 @@
 // The store facade: creation, connection and transactions.
 #include "store/setvault_impl.h"
 
+#include <exception>
+
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"
 
@@ -12,9 +14,7 @@ Setvault::~Setvault() = default;
 
 std::shared_ptr<DBStore::StoreConnection> GetDBStore(DBStore::Type type, bool mustConnect) {
   auto connection = DBStore::GetConnection(type, true);
-  if (!connection && mustConnect) {
-    throw SetvaultException(SV_ERR_GENERIC, "Failed to connect to database");
-  }
+  if (!connection && mustConnect) DBStore::ThrowFailure("Failed to connect to database");
   return connection;
 }
 
@@ -33,9 +33,7 @@ SetvaultImpl::~SetvaultImpl() = default;
 int SetvaultImpl::BeginTransaction() { return DBStore::BeginTransaction(connection_); }
 
 int SetvaultImpl::CommitTransaction() {
-  if (DBStore::CommitTransaction(connection_) != 0) {
-    throw SetvaultException(SV_ERR_GENERIC, "Commit transaction failed.");
-  }
+  if (DBStore::CommitTransaction(connection_) != 0) DBStore::ThrowFailure("Commit transaction failed.");
   return 0;
 }
 
@@ -51,15 +49,23 @@ int SetvaultImpl::CancelTransaction() noexcept {
 }
 
 SetvaultTransaction::SetvaultTransaction(std::shared_ptr<Setvault>& store)
-    : store_(store), active_(true) {
+    : store_(store), active_(true), uncaught_(std::uncaught_exceptions()) {
   if (!store_) throw SetvaultException(SV_ERR_GENERIC, "Failed to use NULL as the store");
-  if (store_->BeginTransaction() != 0) {
-    throw SetvaultException(SV_ERR_GENERIC, "Failed to start a transaction.");
-  }
+  if (store_->BeginTransaction() != 0) DBStore::ThrowFailure("Failed to start a transaction.");
 }
 
 SetvaultTransaction::~SetvaultTransaction() {
-  if (active_) store_->CancelTransaction();
+  if (!active_) return;
+  // Unwinding from an exception, a nested level must not take the fatal cancel path: the
+  // database layer dooms the enclosing transaction instead (its commit then fails and
+  // writes nothing), and the exception goes on to the caller.
+  auto* impl = dynamic_cast<SetvaultImpl*>(store_.get());
+  if (impl != nullptr && std::uncaught_exceptions() > uncaught_ &&
+      DBStore::InTransaction(impl->connection())) {
+    DBStore::CancelTransaction(impl->connection());
+    return;
+  }
+  store_->CancelTransaction();
 }
 
 int SetvaultTransaction::Commit() {

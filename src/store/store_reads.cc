@@ -92,7 +92,7 @@ std::vector<std::string> SetvaultImpl::GetInstanceIds(const SetvaultObjectId& id
   DBStore::StmtPtr stmt = kInstanceIdsSql.PrepareAndBind(connection_, id.key, id.group, id.component);
   if (DBStore::ExecuteStmt(connection_, stmt, AppendFirstColumn, &ids, DBStore::kBusyTimeoutMs) ==
       1) {
-    throw SetvaultException(SV_ERR_GENERIC, "GetInstanceIds failed");
+    DBStore::ThrowFailure("GetInstanceIds failed");
   }
   return ids;
 }
@@ -105,7 +105,7 @@ int SetvaultImpl::GetRevision(const SetvaultObjectId& id) {
                                                                 id.component, id.instanceId);
   if (DBStore::ExecuteStmt(connection_, stmt, StoreRevision, &revision, DBStore::kBusyTimeoutMs) ==
       1) {
-    throw SetvaultException(SV_ERR_GENERIC, "GetRevision command failed");
+    DBStore::ThrowFailure("GetRevision command failed");
   }
   return revision;
 }
@@ -122,7 +122,7 @@ std::vector<std::pair<std::string, int>> SetvaultImpl::GetInstancesRevision(
                                                   id.instanceId);
   if (DBStore::ExecuteStmt(connection_, stmt, AppendRevision, &revisions,
                            DBStore::kBusyTimeoutMs) == 1) {
-    throw SetvaultException(SV_ERR_GENERIC, "GetRevision command failed");
+    DBStore::ThrowFailure("GetRevision command failed");
   }
   return revisions;
 }

@@ -25,6 +25,7 @@ bool RunStatement(const std::shared_ptr<DBStore::StoreConnection>& connection, c
 OperationScope::OperationScope(std::shared_ptr<DBStore::StoreConnection> connection,
                                const char* operation)
     : connection_(std::move(connection)), nested_(DBStore::InTransaction(connection_)) {
+  DBStore::TakeLastFailure();  // a failure reported below is this operation\'s own
   // A nested scope still takes a counted level, so that a transaction that is
   // already lost refuses it as it refuses any begin.
   bool begun = DBStore::BeginTransaction(connection_) == 0;
@@ -33,8 +34,7 @@ OperationScope::OperationScope(std::shared_ptr<DBStore::StoreConnection> connect
     begun = false;
   }
   if (!begun) {
-    throw SetvaultException(SV_ERR_GENERIC,
-                            (std::string("Begin Transaction failed for: ") + operation).c_str());
+    DBStore::ThrowFailure((std::string("Begin Transaction failed for: ") + operation).c_str());
   }
   open_ = true;
 }
@@ -44,14 +44,14 @@ OperationScope::~OperationScope() { Undo(); }
 void OperationScope::Finish() {
   if (nested_ && !RunStatement(connection_, kReleaseSql)) {
     Undo();
-    throw SetvaultException(SV_ERR_GENERIC, "Commit transaction failed.");
+    DBStore::ThrowFailure("Commit transaction failed.");
   }
   if (DBStore::CommitTransaction(connection_) != 0) {
     // Nested, the level is given back and the caller's commit reports the loss;
     // outermost, whatever the failed commit left open is rolled back.
     if (!nested_) DBStore::CancelTransaction(connection_);
     open_ = false;
-    throw SetvaultException(SV_ERR_GENERIC, "Commit transaction failed.");
+    DBStore::ThrowFailure("Commit transaction failed.");
   }
   open_ = false;
 }

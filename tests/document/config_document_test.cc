@@ -226,29 +226,38 @@ TEST_F(ConfigDocumentTest, DatabaseFailureDuringImportLeavesTheStoreAsItWas) {
 TEST_F(ConfigDocumentTest, ExportIsOneSnapshotWhileAnotherProcessWrites) {
   Populate();
   const std::string before = ExportStore();
-  // After the first type is written, another process changes the store and commits.
+  // Another process, forked before the export (a process forked inside a store operation
+  // may not use the store), changes the store and commits after the first type is written.
+  int go[2];
+  ASSERT_EQ(pipe(go), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    int status = 0;
+    char byte;
+    try {
+      if (read(go[0], &byte, 1) != 1) _exit(2);
+      auto store = KorvoSetvault::Setvault::GetStore("");
+      store->SetInstances({Object(Vswitch("c"), R"({"name":"c"})")}, kExternal);
+      store->Set(Object(kHost, R"({"hostname":"changed"})"), kExternal);
+    } catch (...) {
+      status = 1;
+    }
+    _exit(status);
+  }
   bool changed = false;
   KorvoSetvault::SetExportTypeHookForTesting([&](const SetvaultObjectId&) {
     if (changed) return;
     changed = true;
-    const pid_t child = fork();
-    if (child == 0) {
-      int status = 0;
-      try {
-        auto store = KorvoSetvault::Setvault::GetStore("");
-        store->SetInstances({Object(Vswitch("c"), R"({"name":"c"})")}, kExternal);
-        store->Set(Object(kHost, R"({"hostname":"changed"})"), kExternal);
-      } catch (...) {
-        status = 1;
-      }
-      _exit(status);
-    }
+    EXPECT_EQ(write(go[1], "g", 1), 1);
     int status = -1;
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
   });
   const std::string during = ExportStore();
   KorvoSetvault::SetExportTypeHookForTesting(nullptr);
+  close(go[0]);
+  close(go[1]);
   EXPECT_TRUE(changed);
   EXPECT_EQ(during, before);
   EXPECT_NE(ExportStore(), before);  // the change is there once the export is done

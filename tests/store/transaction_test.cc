@@ -176,6 +176,24 @@ TEST_F(TransactionTest, FailedCommitLeavesTheGuardToRollBack) {
   EXPECT_EQ(Seen("a"), "0");
 }
 
+TEST_F(TransactionTest, ExceptionLeavingANestedGuardDoomsTheOuterOneAndReachesTheCaller) {
+  SetvaultTransaction outer(store_);
+  WriteRow("a");
+  try {
+    SetvaultTransaction inner(store_);
+    auto invalid = std::make_shared<SetvaultObject>(SetvaultObjectId("vswitch", "net", "korvo", "v"));
+    invalid->SetData("{\"name\":\"v\",\"mtu\":1}");
+    store_->Set(invalid, USERDATA_CONTEXT{});
+    ADD_FAILURE() << "no exception";
+  } catch (const ValidationException& e) {
+    EXPECT_EQ(e.GetErrorCode(), 1089);
+  }
+  EXPECT_EQ(scripted_->cancels, 0);  // not the fatal nested cancel
+  EXPECT_THROW(outer.Commit(), SetvaultException);
+  EXPECT_FALSE(InTransaction());
+  EXPECT_EQ(SeenByOther("a"), "0");
+}
+
 // --- The transaction calls ------------------------------------------------
 
 TEST_F(TransactionTest, TransactionCallsNestThroughTheDatabaseLayer) {
