@@ -66,7 +66,8 @@ std::string ExportPlanned(const ExportPlan& plan) {
   ExportDocument document;
   DBStore::ReadSnapshot snapshot(conn);
   if (snapshot.status() != 0) {
-    throw SetvaultException(SV_ERR_GENERIC, "Export failed: the store cannot be read");
+    throw SetvaultException(SV_ERR_GENERIC, "Export failed: the store cannot be read",
+                            DBStore::FailureOf(conn));
   }
   for (const auto& [type, type_plan] : plan) ExportType(document, type, type_plan, conn);
   return document.Finish();

@@ -44,6 +44,12 @@ SetvaultException::SetvaultException(int code, const char* text)
   SVLogger::Log(0, "[%d] %s", errorCode, message.c_str());
   SVLogger::LogBacktrace();
 }
+SetvaultException::SetvaultException(int code, const char* text, const std::string& detail)
+    : SetvaultException(code, text) {
+  if (detail.empty()) return;
+  pibMessage.Append("cause", "%s", detail.c_str());
+  SVLogger::Log(0, "[%d] cause: %s", errorCode, detail.c_str());
+}
 SetvaultException::~SetvaultException() = default;
 
 std::string SetvaultException::toString() const {

@@ -65,16 +65,35 @@ using NullableSV = std::optional<std::string_view>;
 using RowCallback = int (*)(void* context, int count, char** texts, char** names);
 
 // The calling thread's connection to the configured store (KorvoSetvault::GetStorePath()),
-// opened on first use and reopened when the configured path changes. `type` must be
-// kConfigStore. `create` lets a missing file and its directory be created (owner-only);
-// the tables are created whenever the file has none. Returns an empty pointer, after logging why,
-// when the store cannot be opened.
+// reopened when the configured path changes or no longer names the file it opened. `type`
+// must be kConfigStore. An existing file is opened at once and must be a store (see
+// OpenStoreConnection). A missing file is not created here: with `create` the connection
+// comes back unopened, reads through it fail naming the path, and its first write creates
+// the store (owner-only, whole: a new store never appears half made). Returns an empty
+// pointer, after logging why (LastOpenFailure()), when the store cannot be used.
 std::shared_ptr<StoreConnection> GetConnection(Type type, bool create);
 
 // Opens a new connection to the store at `path`, not cached and not shared with the
-// thread's connection (tools, tests and benchmarks). Same pragmas and schema creation as
-// GetConnection. Returns an empty pointer, after logging why, on failure.
+// thread's connection (tools, tests and benchmarks), as GetConnection does. Refused, with an
+// empty pointer: an empty (0-byte) file, a file that is not a store of this library (another
+// SQLite database is never modified), a store of a newer schema version, a file every user
+// can write, a file that stays busy past kBusyTimeoutMs. A file this process may only read
+// opens read-only: reads work, writes fail.
 std::shared_ptr<StoreConnection> OpenStoreConnection(const std::string& path, bool create);
+
+// Opens the file of `conn` when that has not happened yet (creating it for a write when the
+// connection may), and checks that its path still names the file that was opened: a store
+// whose file was removed or replaced while in use is refused rather than split in two. A
+// write (`for_write`) also needs a writable file. Costs one stat() once open. Returns 0, or
+// 1 with FailureOf(conn) telling why.
+int CheckStore(const std::shared_ptr<StoreConnection>& conn, bool for_write);
+
+// Why the last open or check of `conn` failed: the store's path and the cause. Empty when
+// it did not fail.
+std::string FailureOf(const std::shared_ptr<StoreConnection>& conn);
+
+// Why the calling thread's last GetConnection or OpenStoreConnection came back empty.
+std::string LastOpenFailure();
 
 // The SQLite handle of `conn`, for code that runs SQL by hand (tests, benchmarks). The
 // connection keeps ownership.
@@ -83,7 +102,7 @@ sqlite3* GetSqliteHandle(const StoreConnection& conn);
 // Transactions are counted per connection. The outermost BeginTransaction runs
 // BEGIN IMMEDIATE; inner levels only count. Each returns 0 on success.
 //
-// BeginTransaction: 1 when BEGIN IMMEDIATE fails (busy past the time-out, I/O) or when the
+// BeginTransaction: 1 when the store cannot be written (CheckStore), when BEGIN IMMEDIATE fails (busy past the time-out, I/O) or when the
 //   open transaction is doomed by a cancelled inner level.
 // CommitTransaction: at an inner level only counts down (1 when the transaction is doomed);
 //   at the outermost level commits, or, when an inner level was cancelled or the engine

@@ -86,7 +86,7 @@ int ReadKeyValue(const std::string& key, std::string* out,
 
 int WriteKeyValue(const std::string& key, const std::string& value,
                   const std::shared_ptr<StoreConnection>& conn) {
-  if (!conn) return 1;
+  if (!conn || (conn->depth == 0 && !internal::ReadyConnection(conn, true))) return 1;
   StmtPtr stmt = internal::Prepare(conn, internal::kWriteKeyValueSql, kBusyTimeoutMs);
   int index = 1;
   if (!stmt || internal::Bind(conn, stmt, index, key, false) != 0 ||

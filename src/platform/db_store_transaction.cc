@@ -18,7 +18,7 @@ constexpr int kNoTransaction = 2;
 
 // True when the connection is in the transaction this layer opened.
 bool StillOpen(const std::shared_ptr<StoreConnection>& conn) {
-  return !sqlite3_get_autocommit(conn->db());
+  return conn->db() != nullptr && !sqlite3_get_autocommit(conn->db());
 }
 
 // Rolls back whatever is open and forgets the nesting. Returns 0 or kNoTransaction.
@@ -44,6 +44,7 @@ int BeginTransaction(const std::shared_ptr<StoreConnection>& conn) {
     ++conn->depth;
     return 0;
   }
+  if (!internal::ReadyConnection(conn, true)) return 1;
   if (internal::RunSql(conn, "BEGIN IMMEDIATE") != SQLITE_OK) return 1;
   conn->depth = 1;
   conn->doomed = false;
@@ -103,7 +104,8 @@ ReadSnapshot::ReadSnapshot(std::shared_ptr<StoreConnection> conn) : conn_(std::m
     return;
   }
   if (conn_->depth > 0) return;
-  if (internal::RunSql(conn_, "BEGIN DEFERRED") != SQLITE_OK) {
+  if (!internal::ReadyConnection(conn_, false) ||
+      internal::RunSql(conn_, "BEGIN DEFERRED") != SQLITE_OK) {
     status_ = 1;
     return;
   }

@@ -13,7 +13,8 @@ Setvault::~Setvault() = default;
 std::shared_ptr<DBStore::StoreConnection> GetDBStore(DBStore::Type type, bool mustConnect) {
   auto connection = DBStore::GetConnection(type, true);
   if (!connection && mustConnect) {
-    throw SetvaultException(SV_ERR_GENERIC, "Failed to connect to database");
+    throw SetvaultException(SV_ERR_GENERIC, "Failed to connect to database",
+                            DBStore::LastOpenFailure());
   }
   return connection;
 }

@@ -34,7 +34,8 @@ OperationScope::OperationScope(std::shared_ptr<DBStore::StoreConnection> connect
   }
   if (!begun) {
     throw SetvaultException(SV_ERR_GENERIC,
-                            (std::string("Begin Transaction failed for: ") + operation).c_str());
+                            (std::string("Begin Transaction failed for: ") + operation).c_str(),
+                            DBStore::FailureOf(connection_));
   }
   open_ = true;
 }

@@ -1,5 +1,8 @@
 #include "setvault_cli/commands.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <iostream>
 #include <memory>
 #include <vector>
@@ -15,6 +18,25 @@ using KorvoSetvault::USERDATA_CONTEXT;
 
 std::shared_ptr<KorvoSetvault::Setvault> OpenStore() {
   return KorvoSetvault::Setvault::GetStore(KorvoSetvault::sGlobalNamespace);
+}
+
+// The result of `read`, or `nothing` when the store file does not exist yet: the library
+// refuses reads of a store that was never written (they never create it); for the tool
+// such a store simply holds nothing, and it says so on stderr.
+template <typename T, typename Read>
+T ReadStored(Read read, T nothing = T()) {
+  try {
+    return read();
+  } catch (const KorvoSetvault::SetvaultException& e) {
+    const std::string path = KorvoSetvault::GetStorePath();
+    struct stat info;
+    if (e.GetErrorCode() != KorvoSetvault::SV_ERR_GENERIC || stat(path.c_str(), &info) == 0 ||
+        errno != ENOENT) {
+      throw;
+    }
+    std::cerr << "setvault: " << path << " does not exist yet: nothing is stored\n";
+    return nothing;
+  }
 }
 
 // A new object of the target's type holding `json`, with the target's
@@ -76,25 +98,35 @@ int CheckSchemas(const std::string& directory) {
   return 0;
 }
 
-int Get(const Target& target) { return PrintObject(OpenStore()->Get(target.Id())); }
+using Object = std::shared_ptr<SetvaultObject>;
+using Objects = std::vector<Object>;
+
+int Get(const Target& target) {
+  return PrintObject(ReadStored<Object>([&] { return OpenStore()->Get(target.Id()); }));
+}
 
 int GetDefault(const Target& target) {
-  return PrintObject(OpenStore()->GetDefaultConfig(target.Id()));
+  return PrintObject(ReadStored<Object>([&] { return OpenStore()->GetDefaultConfig(target.Id()); }));
 }
 
 int Instances(const Target& target, const std::string& filter_json) {
-  std::cout << ObjectsToJson(OpenStore()->GetInstances(MakeFilter(target, filter_json))) << "\n";
+  std::cout << ObjectsToJson(ReadStored<Objects>(
+                   [&] { return OpenStore()->GetInstances(MakeFilter(target, filter_json)); }))
+            << "\n";
   return 0;
 }
 
 int DefaultInstances(const Target& target, const std::string& filter_json) {
-  std::cout << ObjectsToJson(OpenStore()->GetDefaultConfigInstances(MakeFilter(target, filter_json)))
+  std::cout << ObjectsToJson(ReadStored<Objects>([&] {
+                 return OpenStore()->GetDefaultConfigInstances(MakeFilter(target, filter_json));
+               }))
             << "\n";
   return 0;
 }
 
 int InstanceIds(const Target& target) {
-  const auto ids = OpenStore()->GetInstanceIds(target.Id());
+  const auto ids = ReadStored<std::vector<std::string>>(
+      [&] { return OpenStore()->GetInstanceIds(target.Id()); });
   std::cout << "[";
   for (size_t i = 0; i < ids.size(); ++i) std::cout << (i > 0 ? "," : "") << Quote(ids[i]);
   std::cout << "]\n";
@@ -102,12 +134,13 @@ int InstanceIds(const Target& target) {
 }
 
 int Revision(const Target& target) {
-  std::cout << OpenStore()->GetRevision(target.Id()) << "\n";
+  std::cout << ReadStored<int>([&] { return OpenStore()->GetRevision(target.Id()); }, -1) << "\n";
   return 0;
 }
 
 int Revisions(const Target& target) {
-  const auto revisions = OpenStore()->GetInstancesRevision(target.Id());
+  const auto revisions = ReadStored<std::vector<std::pair<std::string, int>>>(
+      [&] { return OpenStore()->GetInstancesRevision(target.Id()); });
   std::cout << "{";
   for (size_t i = 0; i < revisions.size(); ++i) {
     std::cout << (i > 0 ? "," : "") << Quote(revisions[i].first) << ":" << revisions[i].second;
