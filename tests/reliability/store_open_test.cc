@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -34,12 +35,14 @@ std::shared_ptr<SetvaultObject> Host(const std::string& name) {
   return object;
 }
 
-// "ok <hostname data>" or "<code> <message> | <detailed message>".
+// "ok <result>" or "<code> <message> | <detailed message>", on one line.
 std::string Outcome(const std::function<std::string()>& call) {
   try {
     return "ok " + call();
   } catch (const KorvoSetvault::SetvaultException& e) {
-    return std::to_string(e.GetErrorCode()) + " " + e.what() + " | " + e.GetDetailedMessage();
+    std::string detail = e.GetDetailedMessage();
+    std::replace(detail.begin(), detail.end(), '\n', ' ');  // one line per outcome
+    return std::to_string(e.GetErrorCode()) + " " + e.what() + " | " + detail;
   }
 }
 
