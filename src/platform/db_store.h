@@ -146,8 +146,9 @@ int ExecuteStmt(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stm
 
 // Reads the text stored under `key` into `out` (empty when the key is absent). Host flags
 // are read on hot paths: values are cached per connection and re-read only after the
-// database changed (another connection's commit, a write or rollback on this one).
-// Returns 0 on success, 1 on failure (out is then empty).
+// database changed (another connection's commit, a write or rollback on this one). A store
+// file that does not exist yet holds no key: every key reads as absent, and the file is not
+// created. Returns 0 on success, 1 on failure (out is then empty).
 int ReadKeyValue(const std::string& key, std::string* out,
                  const std::shared_ptr<StoreConnection>& conn);
 

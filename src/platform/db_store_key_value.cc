@@ -5,6 +5,10 @@
 // connection and the rollbacks seen by it are all unchanged. Inside this connection's own
 // write transaction no other connection can commit, so once checked there the pragma is
 // skipped until the transaction ends.
+#include <sys/stat.h>
+
+#include <cerrno>
+
 #include "platform/db_store_connection.h"
 
 namespace DBStore {
@@ -66,7 +70,12 @@ int CollectValue(void* context, int, char** texts, char**) {
 int ReadKeyValue(const std::string& key, std::string* out,
                  const std::shared_ptr<StoreConnection>& conn) {
   out->clear();
-  if (!conn || RefreshCache(conn) != 0) return 1;
+  if (!conn) return 1;
+  struct stat info;
+  if (conn->db() == nullptr && stat(conn->path().c_str(), &info) != 0 && errno == ENOENT) {
+    return 0;  // a store never written holds no key; reading does not create it
+  }
+  if (RefreshCache(conn) != 0) return 1;
   internal::KeyValueCache& cache = conn->key_values();
   auto found = cache.values.find(key);
   if (found != cache.values.end()) {

@@ -201,7 +201,7 @@ TEST_F(SchemaStoreTest, MissingDatabaseReadsAsEmptyUntilCreated) {
   setvault_test::LogCapture log;
   EXPECT_EQ(SchemaStore::GetCache()->Size(), 0u);
   EXPECT_EQ(Lookup("korvo", "net", "vswitch"), nullptr);
-  EXPECT_EQ(log.CountStartingWith(1, "Schema database " + database_ + " does not exist"), 1);
+  EXPECT_EQ(log.CountStartingWith(1, "the schema database " + database_ + " does not exist"), 1);
   ASSERT_EQ(KorvoSetvault::LoadSchemaDefinitions(ExampleSchemas()), 9u);
   EXPECT_NE(Lookup("korvo", "net", "vswitch"), nullptr);
 }

@@ -79,15 +79,18 @@ std::vector<std::string> Stamps() {
   return stamps;
 }
 
-// The first text `sql` gives on the database at `path`, opened apart from the library.
+// The first text `sql` gives on the database at `path`, opened apart from the library (as
+// the next process would: a hot journal left by the crash is rolled back), or the error.
 std::string QueryFile(const std::string& path, const char* sql) {
   sqlite3* db = nullptr;
-  std::string result = "cannot open";
   sqlite3_stmt* stmt = nullptr;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+  std::string result;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK &&
       sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr) == SQLITE_OK &&
       sqlite3_step(stmt) == SQLITE_ROW) {
     result = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
+  } else {
+    result = std::string("error: ") + sqlite3_errmsg(db);
   }
   sqlite3_finalize(stmt);
   sqlite3_close(db);
@@ -120,6 +123,10 @@ TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
     close(ack[0]);
     acknowledged_total += last;
 
+    if (access(store_path.c_str(), F_OK) != 0) {  // killed before its first commit
+      EXPECT_EQ(last, 0);
+      continue;
+    }
     const std::string schema_path = schemas.dir().File("schema.db");
     ASSERT_EQ(QueryFile(store_path, "PRAGMA integrity_check"), "ok");
     ASSERT_EQ(QueryFile(schema_path, "PRAGMA integrity_check"), "ok");
