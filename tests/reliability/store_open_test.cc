@@ -1,4 +1,4 @@
-// Opening a store from many processes at once, and stores that cannot be trusted: each is
+// Opening a store from many processes at once (a new store too), and stores that cannot be trusted: each is
 // refused with its cause, or read without being changed; nothing is created by a read.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -64,8 +64,31 @@ std::string Contents(const std::string& path) {
   return text.str();
 }
 
+// Runs `body` in 8 children released at the same moment; each must return 0.
+void AllTogether(const std::function<int()>& body, int round) {
+  int go[2];
+  ASSERT_EQ(pipe(go), 0);
+  std::vector<pid_t> children;
+  for (int i = 0; i < 8; ++i) {
+    children.push_back(Spawn([&] {
+      close(go[1]);
+      char byte;
+      if (read(go[0], &byte, 1) != 0) return 2;  // released when every writer end closes
+      return body();
+    }));
+  }
+  close(go[0]);
+  close(go[1]);
+  for (pid_t pid : children) EXPECT_EQ(Wait(pid), 0) << "round " << round;
+}
+
 TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
   ExampleSchemas schemas;
+  // A store that does not exist yet, written first by 8 processes at once.
+  for (int round = 0; round < 5; ++round) {
+    KorvoSetvault::SetStorePath(schemas.dir().File("new" + std::to_string(round) + ".db"));
+    AllTogether([] { return WriteHost() == "written" ? 0 : 1; }, round);
+  }
   KorvoSetvault::SetStorePath(schemas.dir().File("shared.db"));
   ASSERT_EQ(RunInChild(WriteHost), "written");
   int stop[2];
@@ -83,20 +106,7 @@ TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
   });
   close(stop[0]);
   for (int round = 0; round < 20; ++round) {
-    int go[2];
-    ASSERT_EQ(pipe(go), 0);
-    std::vector<pid_t> openers;
-    for (int i = 0; i < 8; ++i) {
-      openers.push_back(Spawn([&] {
-        close(go[1]);
-        char byte;
-        if (read(go[0], &byte, 1) != 0) return 2;  // released when every writer end closes
-        return ReadHost().find("hostname") != std::string::npos ? 0 : 1;
-      }));
-    }
-    close(go[0]);
-    close(go[1]);
-    for (pid_t pid : openers) EXPECT_EQ(Wait(pid), 0) << "round " << round;
+    AllTogether([] { return ReadHost().find("hostname") != std::string::npos ? 0 : 1; }, round);
   }
   close(stop[1]);
   EXPECT_EQ(Wait(writer), 0);
