@@ -3,11 +3,9 @@
 
 #include <pthread.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <mutex>
 
 #include "setvault/host_setup.h"

@@ -77,7 +77,8 @@ int Configure(sqlite3* db, bool read_only, bool check, Clock::time_point deadlin
       return sqlite3_exec(db, "PRAGMA synchronous=FULL", nullptr, nullptr, nullptr);
     });
   }
-  if (rc != SQLITE_OK) *why = (IsBusy(rc) ? "stayed busy: " : "cannot be set up: ") + Reason(db, rc);
+  if (rc != SQLITE_OK)
+    *why = (IsBusy(rc) ? "stayed busy: " : "cannot be set up: ") + Reason(db, rc);
   return rc;
 }
 
@@ -125,8 +126,9 @@ bool CheckFile(const std::string& path, struct stat* info, std::string* why) {
     return false;
   }
   if (info->st_size == 0) {
-    *why = "is empty (0 bytes): it holds no store, and it is not treated as a new one; "
-           "restore it from a backup, or remove it to start an empty store";
+    *why =
+        "is empty (0 bytes): it holds no store, and it is not treated as a new one; "
+        "restore it from a backup, or remove it to start an empty store";
     return false;
   }
   return KorvoSetvault::internal::CheckOthersCannotWrite(path, *info, why);
@@ -142,10 +144,11 @@ sqlite3* OpenStoreFile(const std::string& path, struct stat* file, bool* read_on
   int code = SQLITE_OK;
   sqlite3* db = OpenHandle(path, *read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE,
                            *read_only, deadline, why, &code);
-  if (db == nullptr && *read_only && access(KorvoSetvault::internal::ParentDirectory(path).c_str(), W_OK) != 0) {
+  if (db == nullptr && *read_only &&
+      access(KorvoSetvault::internal::ParentDirectory(path).c_str(), W_OK) != 0) {
     // A WAL file on read-only media: no -shm can be made, and no one can write there.
-    db = OpenHandle(ImmutableUri(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, true, deadline,
-                    why, &code);
+    db = OpenHandle(ImmutableUri(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, true, deadline, why,
+                    &code);
   }
   if (db == nullptr) return nullptr;
   struct stat after;
@@ -159,7 +162,8 @@ sqlite3* OpenStoreFile(const std::string& path, struct stat* file, bool* read_on
 }
 
 bool CreateStoreFile(const std::string& path, std::string* why) {
-  int rc = KorvoSetvault::internal::MakePrivateDirectories(KorvoSetvault::internal::ParentDirectory(path));
+  int rc = KorvoSetvault::internal::MakePrivateDirectories(
+      KorvoSetvault::internal::ParentDirectory(path));
   if (rc != 0) {
     *why = std::string("cannot get its directory: ") + std::strerror(rc);
     return false;
@@ -173,8 +177,8 @@ bool CreateStoreFile(const std::string& path, std::string* why) {
     return false;
   }
   sqlite3* db = nullptr;
-  int code = sqlite3_open_v2(building.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
-                             nullptr);
+  int code =
+      sqlite3_open_v2(building.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
   if (code == SQLITE_OK) code = Configure(db, false, false, deadline, why);
   if (code == SQLITE_OK) {
@@ -187,9 +191,10 @@ bool CreateStoreFile(const std::string& path, std::string* why) {
     sqlite3_close_v2(db);
   }
   // link() never replaces: a store another process made meanwhile stays.
-  const bool placed = code == SQLITE_OK && (link(building.c_str(), path.c_str()) == 0 ||
-                                            errno == EEXIST);
-  if (code == SQLITE_OK && !placed) *why = std::string("cannot be put in place: ") + strerror(errno);
+  const bool placed =
+      code == SQLITE_OK && (link(building.c_str(), path.c_str()) == 0 || errno == EEXIST);
+  if (code == SQLITE_OK && !placed)
+    *why = std::string("cannot be put in place: ") + strerror(errno);
   unlink(building.c_str());
   return placed;
 }
@@ -200,9 +205,8 @@ bool ReadyConnection(const std::shared_ptr<StoreConnection>& conn, bool for_writ
   if (conn->db() == nullptr) {
     bool read_only = false;
     sqlite3* db = OpenStoreFile(conn->path(), &now, &read_only, &why);
-    if (db == nullptr && for_write && conn->may_create() &&
-        stat(conn->path().c_str(), &now) != 0 && errno == ENOENT &&
-        CreateStoreFile(conn->path(), &why)) {
+    if (db == nullptr && for_write && conn->may_create() && stat(conn->path().c_str(), &now) != 0 &&
+        errno == ENOENT && CreateStoreFile(conn->path(), &why)) {
       db = OpenStoreFile(conn->path(), &now, &read_only, &why);
     }
     if (db != nullptr) {
@@ -210,8 +214,9 @@ bool ReadyConnection(const std::shared_ptr<StoreConnection>& conn, bool for_writ
       why.clear();  // a first attempt found no file
     }
   } else if (stat(conn->path().c_str(), &now) != 0 || !conn->IsFile(now)) {
-    why = "was removed or replaced while in use: refused, so that this process does not "
-          "go on with a file other processes no longer see; open the store again";
+    why =
+        "was removed or replaced while in use: refused, so that this process does not "
+        "go on with a file other processes no longer see; open the store again";
   }
   if (why.empty() && for_write && conn->read_only()) {
     why = "is read-only for this process: reads work, writes are refused";

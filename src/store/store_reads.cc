@@ -90,7 +90,8 @@ std::vector<std::string> SetvaultImpl::GetInstanceIds(const SetvaultObjectId& id
   ValidateSvoIdInstances(id, LookUpSchema(id));
   std::vector<std::string> ids;
   const auto& connection = ReadConnection();
-  DBStore::StmtPtr stmt = kInstanceIdsSql.PrepareAndBind(connection, id.key, id.group, id.component);
+  DBStore::StmtPtr stmt =
+      kInstanceIdsSql.PrepareAndBind(connection, id.key, id.group, id.component);
   if (DBStore::ExecuteStmt(connection, stmt, AppendFirstColumn, &ids, DBStore::kBusyTimeoutMs) ==
       1) {
     throw SetvaultException(SV_ERR_GENERIC, "GetInstanceIds failed");
@@ -123,8 +124,8 @@ std::vector<std::pair<std::string, int>> SetvaultImpl::GetInstancesRevision(
           ? kRevisionsOfTypeSql.PrepareAndBind(connection, id.key, id.group, id.component)
           : kRevisionOfInstanceSql.PrepareAndBind(connection, id.key, id.group, id.component,
                                                   id.instanceId);
-  if (DBStore::ExecuteStmt(connection, stmt, AppendRevision, &revisions,
-                           DBStore::kBusyTimeoutMs) == 1) {
+  if (DBStore::ExecuteStmt(connection, stmt, AppendRevision, &revisions, DBStore::kBusyTimeoutMs) ==
+      1) {
     throw SetvaultException(SV_ERR_GENERIC, "GetRevision command failed");
   }
   return revisions;

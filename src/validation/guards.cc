@@ -8,7 +8,9 @@
 namespace KorvoSetvault {
 namespace {
 
-[[noreturn]] void Refuse(const char* message) { throw ValidationException(SV_ERR_GENERIC, message); }
+[[noreturn]] void Refuse(const char* message) {
+  throw ValidationException(SV_ERR_GENERIC, message);
+}
 
 }  // namespace
 

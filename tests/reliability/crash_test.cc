@@ -52,9 +52,9 @@ int Writer(int round, int ack) {
     store->Set(Object(kHost, "{\"hostname\":\"" + stamp + "\"}"), kExternal);
     std::vector<std::shared_ptr<SetvaultObject>> instances;
     for (const char* label : kLabels) {
-      instances.push_back(Object(SetvaultObjectId("datastore", "storage", "korvo", label),
-                                 std::string("{\"label\":\"") + label + "\",\"device\":\"" +
-                                     stamp + "\"}"));
+      instances.push_back(
+          Object(SetvaultObjectId("datastore", "storage", "korvo", label),
+                 std::string("{\"label\":\"") + label + "\",\"device\":\"" + stamp + "\"}"));
     }
     store->SetInstances(instances, kExternal);
     store->CommitTransaction();

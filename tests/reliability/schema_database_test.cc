@@ -81,7 +81,8 @@ TEST_F(SchemaDatabaseTest, SchemaNotFoundTellsWhyInItsDetail) {
   };
   const KorvoSetvault::SetvaultObjectId host("host", "system", "korvo");
   const std::vector<Case> cases = {
-      {dir_.File("missing.db"), host, "schema database " + dir_.File("missing.db") + " does not exist"},
+      {dir_.File("missing.db"), host,
+       "schema database " + dir_.File("missing.db") + " does not exist"},
       {dir_.WriteFile("damaged.db", std::string(4096, 'x')), host, "file is not a database"},
       {dir_.WriteFile("empty.db", ""), host, "holds no definitions"},
       {shared, host, "writable by every user"},

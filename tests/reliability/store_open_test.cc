@@ -1,8 +1,8 @@
-// Opening a store from many processes at once (a new store too), and stores that cannot be trusted: each is
-// refused with its cause, or read without being changed; nothing is created by a read.
+// Opening a store from many processes at once (a new store too), and stores that cannot be trusted:
+// each is refused with its cause, or read without being changed; nothing is created by a read.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <poll.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -147,8 +147,8 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
   ASSERT_EQ(chmod(schema_copy.c_str(), 0644), 0);
   ASSERT_EQ(chmod(schemas.dir().path().c_str(), 0755), 0);
   const std::vector<UntrustedCase> cases = {
-      {"empty file", [](auto&, auto& path) { std::ofstream{path}; }, nullptr, false, false, kRefused,
-       "is empty (0 bytes)", "is empty (0 bytes)"},
+      {"empty file", [](auto&, auto& path) { std::ofstream{path}; }, nullptr, false, false,
+       kRefused, "is empty (0 bytes)", "is empty (0 bytes)"},
       {"foreign database",
        [](auto&, auto& path) {
          sqlite3* db = nullptr;
@@ -175,17 +175,21 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
        "removed or replaced"},
       {"replaced while open", [](auto&, auto& path) { MakeStore(path); },
        [](auto& path) {
-         std::system(("cp -p " + path + " " + path + ".copy && mv " + path + ".copy " + path).c_str());
+         std::system(
+             ("cp -p " + path + " " + path + ".copy && mv " + path + ".copy " + path).c_str());
        },
        false, false, kRefused, "removed or replaced", "removed or replaced"},
-      {"missing: a read creates nothing", nullptr, nullptr, false, false, kRefused, "does not exist", ""},
-      {"read-only file", [](auto& dir, auto& path) {
+      {"missing: a read creates nothing", nullptr, nullptr, false, false, kRefused,
+       "does not exist", ""},
+      {"read-only file",
+       [](auto& dir, auto& path) {
          MakeStore(path);
          chmod(path.c_str(), 0644);
          chmod(dir.c_str(), 01777);
        },
        nullptr, false, true, "ok {\"hostname\":\"written\"}", "", "read-only for this process"},
-      {"read-only directory", [](auto& dir, auto& path) {
+      {"read-only directory",
+       [](auto& dir, auto& path) {
          MakeStore(path);
          chmod(path.c_str(), 0644);
          chmod(dir.c_str(), 0555);
@@ -204,7 +208,8 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
       KorvoSetvault::SetStorePath(path);
       if (c.unprivileged) {
         KorvoSetvault::SetSchemaStorePath(schema_copy);
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return std::string("setuid");
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+          return std::string("setuid");
       }
       // One handle throughout: the one open when the file goes away must refuse.
       std::shared_ptr<Setvault> store;
@@ -221,10 +226,11 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
       text += Outcome(read) + "\n";
       if (!c.write_detail.empty()) {
         text += Outcome([&] {
-          if (!store) store = Setvault::GetStore("");
-          store->Set(Host("written"), kExternal);
-          return std::string("written");
-        }) + "\n";
+                  if (!store) store = Setvault::GetStore("");
+                  store->Set(Host("written"), kExternal);
+                  return std::string("written");
+                }) +
+                "\n";
       }
       return text;
     });

@@ -2,6 +2,7 @@
 // directory: JSON out, errors with their code, exit statuses.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <string>
@@ -152,6 +153,10 @@ TEST_F(SetvaultCliTest, ValidatePrintsFindingsWithoutWriting) {
   EXPECT_NE(result.out.find(R"("field":"/hostname")"), std::string::npos) << result.out;
   EXPECT_EQ(Run(R"(validate korvo system host '{"hostname": "h"}')").out, "[]\n");
   EXPECT_EQ(Run("get korvo system host").status, 3);
+  // A store never written: nothing found, and the read creates no file.
+  const std::string never = dir_.File("never.db");
+  EXPECT_EQ(Run("--store " + never + " get korvo system host").status, 3);
+  EXPECT_NE(access(never.c_str(), F_OK), 0);
 }
 
 }  // namespace

@@ -57,8 +57,8 @@ std::shared_ptr<FilterSpecObject> MakeFilter(const Target& target, const std::st
 
 USERDATA_CONTEXT ContextOf(const WriteOptions& options) {
   USERDATA_CONTEXT context;
-  context.kind = options.auto_config ? KorvoSetvault::kAutoConfigContext
-                                     : KorvoSetvault::kExternalContext;
+  context.kind =
+      options.auto_config ? KorvoSetvault::kAutoConfigContext : KorvoSetvault::kExternalContext;
   return context;
 }
 
@@ -86,8 +86,8 @@ int PrintFindings(const std::vector<KorvoSetvault::ErrorInfo>& findings) {
 
 int LoadSchemas(const std::string& directory, bool merge) {
   const size_t count = KorvoSetvault::LoadSchemaDefinitions(
-      directory, merge ? KorvoSetvault::SchemaLoadMode::kMerge
-                       : KorvoSetvault::SchemaLoadMode::kReplaceAll);
+      directory,
+      merge ? KorvoSetvault::SchemaLoadMode::kMerge : KorvoSetvault::SchemaLoadMode::kReplaceAll);
   std::cout << "{\"loaded\":" << count << "}\n";
   return 0;
 }
@@ -106,21 +106,21 @@ int Get(const Target& target) {
 }
 
 int GetDefault(const Target& target) {
-  return PrintObject(ReadStored<Object>([&] { return OpenStore()->GetDefaultConfig(target.Id()); }));
+  return PrintObject(
+      ReadStored<Object>([&] { return OpenStore()->GetDefaultConfig(target.Id()); }));
 }
 
 int Instances(const Target& target, const std::string& filter_json) {
-  std::cout << ObjectsToJson(ReadStored<Objects>(
-                   [&] { return OpenStore()->GetInstances(MakeFilter(target, filter_json)); }))
-            << "\n";
+  std::cout << ObjectsToJson(ReadStored<Objects>([&] {
+    return OpenStore()->GetInstances(MakeFilter(target, filter_json));
+  })) << "\n";
   return 0;
 }
 
 int DefaultInstances(const Target& target, const std::string& filter_json) {
   std::cout << ObjectsToJson(ReadStored<Objects>([&] {
-                 return OpenStore()->GetDefaultConfigInstances(MakeFilter(target, filter_json));
-               }))
-            << "\n";
+    return OpenStore()->GetDefaultConfigInstances(MakeFilter(target, filter_json));
+  })) << "\n";
   return 0;
 }
 

@@ -31,6 +31,10 @@ void AddTarget(CLI::App* command, Target* target, bool with_instance) {
 
 void ReportError(const KorvoSetvault::SetvaultException& e) {
   std::cerr << "setvault: error " << e.GetErrorCode() << ": " << e.what() << "\n";
+  // The library adds the cause of a store or schema database failure (path and reason).
+  const std::string detail = e.GetDetailedMessage();
+  const std::string::size_type cause = detail.find("[cause]: ");
+  if (cause != std::string::npos) std::cerr << "  " << detail.substr(cause + 9) << "\n";
   if (const auto* validation = dynamic_cast<const KorvoSetvault::ValidationException*>(&e)) {
     for (const auto& finding : validation->GetErrors()) {
       std::cerr << "  " << finding.path << ": " << finding.message << "\n";
