@@ -33,8 +33,8 @@ inline int Wait(pid_t pid) {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-// Runs `body` (returning a std::string) in a forked child and returns what it returned,
-// or "exception: <what>" / "child status <n>".
+// Runs `body` (returning a std::string) in a forked child and returns what it returned
+// ("exception: <what>" when it threw), followed by " child status <n>" unless it exited 0.
 template <typename Body>
 std::string RunInChild(Body body) {
   int out[2];
@@ -52,11 +52,10 @@ std::string RunInChild(Body body) {
   close(out[1]);
   std::string text;
   char buffer[4096];
-  ssize_t n;
-  while ((n = read(out[0], buffer, sizeof buffer)) > 0) text.append(buffer, n);
+  for (ssize_t n; (n = read(out[0], buffer, sizeof buffer)) > 0;) text.append(buffer, n);
   close(out[0]);
   const int status = Wait(pid);
-  return status == 0 ? text : text + "child status " + std::to_string(status);
+  return status == 0 ? text : text + " child status " + std::to_string(status);
 }
 
 }  // namespace setvault_test
