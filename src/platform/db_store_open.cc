@@ -1,5 +1,6 @@
 // Opening a store file: a new store appears whole, an existing file is used only when it
 // is a store and other users cannot write it, and every step waits out a busy file.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -113,6 +114,11 @@ sqlite3* OpenHandle(const std::string& name, int flags, bool read_only, Clock::t
   return nullptr;
 }
 
+// True when this process (its effective ids) may write `path`.
+bool MayWrite(const std::string& path) {
+  return faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
 // A store file every user could write, or an empty one, is not used.
 bool CheckFile(const std::string& path, struct stat* info, std::string* why) {
   if (stat(path.c_str(), info) != 0) {
@@ -140,12 +146,12 @@ sqlite3* OpenStoreFile(const std::string& path, struct stat* file, bool* read_on
                        std::string* why) {
   if (!CheckFile(path, file, why)) return nullptr;
   const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
-  *read_only = access(path.c_str(), W_OK) != 0;
+  *read_only = !MayWrite(path);
   int code = SQLITE_OK;
   sqlite3* db = OpenHandle(path, *read_only ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE,
                            *read_only, deadline, why, &code);
   if (db == nullptr && *read_only &&
-      access(KorvoSetvault::internal::ParentDirectory(path).c_str(), W_OK) != 0) {
+      !MayWrite(KorvoSetvault::internal::ParentDirectory(path))) {
     // A WAL file on read-only media: no -shm can be made, and no one can write there.
     db = OpenHandle(ImmutableUri(path), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, true, deadline, why,
                     &code);
