@@ -61,6 +61,7 @@ struct BenchStore {
     dir = pattern;
     KorvoSetvault::SetStorePath(dir + "/store.db");
     conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+    DBStore::CheckStore(conn, true);  // the store file exists before raw SQL runs
     if (!conn) std::abort();
     sqlite3* db = DBStore::GetSqliteHandle(*conn);
     sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);

@@ -142,6 +142,7 @@ void BM_ImportFloor(benchmark::State& state) {
   const int count = static_cast<int>(state.range(0));
   UseStore(count);
   auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+  DBStore::CheckStore(conn, true);  // the store file exists before raw SQL runs
   sqlite3* db = DBStore::GetSqliteHandle(*conn);
   const std::string document = Document(count);
   Clock clock;
@@ -173,6 +174,7 @@ void BM_ExportFloor(benchmark::State& state) {
   const int count = static_cast<int>(state.range(0));
   UseStore(count);
   auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+  DBStore::CheckStore(conn, true);  // the store file exists before raw SQL runs
   sqlite3* db = DBStore::GetSqliteHandle(*conn);
   size_t bytes = 0;
   Clock clock;

@@ -75,6 +75,7 @@ struct BenchStore {
         std::filesystem::path(__FILE__).parent_path().parent_path() / "examples" / "schemas";
     if (KorvoSetvault::LoadSchemaDefinitions(examples.string()) == 0) std::abort();
     auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+    DBStore::CheckStore(conn, true);  // the store file exists before raw SQL runs
     if (!conn) std::abort();
     sqlite3* db = DBStore::GetSqliteHandle(*conn);
     Exec(db, "BEGIN");

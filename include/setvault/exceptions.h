@@ -4,7 +4,9 @@
 // return value, except the three transaction calls of the store). Each carries
 // an SVErrorCodes value and a message; building one also writes "[code]
 // message" and a backtrace to the log at priority 0, so every failure leaves a
-// trace even when the caller swallows it.
+// trace even when the caller swallows it. Failures of the store file or the
+// schema database also carry their cause (the path and the system's or SQLite's
+// reason) in GetDetailedMessage().
 //
 //   std::exception
 //    └ Mandrel::Lib::MandrelException
@@ -97,6 +99,10 @@ class SETVAULT_EXPORT SetvaultException : public Mandrel::Lib::MandrelException 
   // Copies `message` (must not be null) and logs "[code] message" and a
   // backtrace at priority 0.
   SetvaultException(int code, const char* message);
+  // The same, and adds `detail` (for example the file concerned and the system's reason)
+  // to the event chain under the identifier "cause", so that GetDetailedMessage() ends
+  // with it while what() stays the code's fixed text. Logs the detail too.
+  SetvaultException(int code, const char* message, const std::string& detail);
   ~SetvaultException() override;
 
   int GetErrorCode() const { return errorCode; }
@@ -148,8 +154,10 @@ class SETVAULT_EXPORT ValidationException : public SetvaultException {
 // names SQLite's result code.
 class SETVAULT_EXPORT StoreBusyException : public SetvaultException {
  public:
-  // `sqliteCode` is SQLite's (extended) result code.
-  StoreBusyException(int code, const char* message, int sqliteCode);
+  // `sqliteCode` is SQLite's (extended) result code; `detail`, when not empty, is added
+  // as the cause, as for SetvaultException.
+  StoreBusyException(int code, const char* message, int sqliteCode,
+                     const std::string& detail = std::string());
   ~StoreBusyException() override;
 
   // SQLite's extended result code: its low byte is SQLITE_BUSY (5) or

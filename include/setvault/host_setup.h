@@ -26,11 +26,40 @@ SETVAULT_EXPORT extern const char kDefaultStorePath[];
 SETVAULT_EXPORT extern const char kDefaultSchemaStorePath[];
 
 // Sets the store database file. Thread-safe.
+//
+// How the file is treated. Opening, like every statement, waits up to 3 s for
+// a busy file, and it leaves a file already in WAL mode as it is.
+//  - Missing: only a write creates it (with its directory, owner-only: 0600
+//    and 0700 whatever the umask), built under a temporary name and linked
+//    into place, so that no process ever sees it half made. Reads of a store
+//    never written throw SetvaultException 2000 "Failed to connect to
+//    database" naming the path ("does not exist"): a mistyped path never
+//    produces an empty store that looks like lost configuration.
+//  - Refused, nothing modified (2000 "Failed to connect to database", the path
+//    and cause in GetDetailedMessage()): an empty (0-byte) file; a file that is
+//    not a store of this library (another SQLite database, even one with a
+//    Config table: a store is marked by PRAGMA application_id, or, made by an
+//    earlier version, has every store table and schema version 1); a store of
+//    a newer schema version; a file every user can write, or one in a
+//    directory every user can write without the sticky bit (a group-writable
+//    file is only logged).
+//  - Removed or replaced while in use (its path no longer names the file that
+//    was opened, checked at every read and transaction): the handles on the
+//    old file refuse every read and write with the same 2000 and detail "was
+//    removed or replaced while in use", instead of splitting the store in two;
+//    handles obtained afterwards open the file now at the path.
+//  - A file this process may only read (read-only media, a read-only file or
+//    directory): reads work; writes fail with 2000 and detail "is read-only
+//    for this process".
 SETVAULT_EXPORT void SetStorePath(const std::string& path);
 // The store database file in force.
 SETVAULT_EXPORT std::string GetStorePath();
 
-// Sets the schema database file. Thread-safe.
+// Sets the schema database file. Thread-safe. Loading definitions creates it
+// owner-only (0600, directories 0700, whatever the umask) and refuses a
+// symbolic link at the path; a schema database every user can write (or
+// replace) is refused, and, like a missing or damaged one, leaves no type
+// defined: lookups then throw 1037 whose GetDetailedMessage() says which.
 SETVAULT_EXPORT void SetSchemaStorePath(const std::string& path);
 // The schema database file in force.
 SETVAULT_EXPORT std::string GetSchemaStorePath();

@@ -116,7 +116,12 @@ class SETVAULT_EXPORT Setvault {
   // A new store on the calling thread's connection to the configured store
   // database. Throws InvalidArgumentException 2000 "Invalid value for
   // namespace." for any namespace but "", and SetvaultException 2000 "Failed
-  // to connect to database" when the database cannot be opened.
+  // to connect to database" when the database cannot be used; its
+  // GetDetailedMessage() then names the path and the cause. Which files are
+  // refused, which are read-only and when the file is created: see
+  // SetStorePath (setvault/host_setup.h). A file missing here is not created:
+  // reads through the store then throw the same 2000 (detail "does not
+  // exist"), and its first write creates it.
   static std::shared_ptr<Setvault> GetStore(const std::string& nameSpace);
 
   // A new next-boot store on this store's connection. Throws

@@ -66,7 +66,7 @@ std::string ExportPlanned(const ExportPlan& plan) {
   ExportDocument document;
   DBStore::ReadSnapshot snapshot(conn);
   if (snapshot.status() != 0) {
-    DBStore::ThrowFailure("Export failed: the store cannot be read");
+    DBStore::ThrowFailure("Export failed: the store cannot be read", DBStore::FailureOf(conn));
   }
   for (const auto& [type, type_plan] : plan) ExportType(document, type, type_plan, conn);
   return document.Finish();

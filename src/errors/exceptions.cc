@@ -44,6 +44,12 @@ SetvaultException::SetvaultException(int code, const char* text)
   SVLogger::Log(0, "[%d] %s", errorCode, message.c_str());
   SVLogger::LogBacktrace();
 }
+SetvaultException::SetvaultException(int code, const char* text, const std::string& detail)
+    : SetvaultException(code, text) {
+  if (detail.empty()) return;
+  pibMessage.Append("cause", "%s", detail.c_str());
+  SVLogger::Log(0, "[%d] cause: %s", errorCode, detail.c_str());
+}
 SetvaultException::~SetvaultException() = default;
 
 std::string SetvaultException::toString() const {
@@ -58,8 +64,9 @@ InvalidTypeException::InvalidTypeException(int code, const char* text)
     : SetvaultException(code, text) {}
 InvalidTypeException::~InvalidTypeException() = default;
 
-StoreBusyException::StoreBusyException(int code, const char* text, int sqlite_code)
-    : SetvaultException(code, text), sqliteCode(sqlite_code) {
+StoreBusyException::StoreBusyException(int code, const char* text, int sqlite_code,
+                                       const std::string& detail)
+    : SetvaultException(code, text, detail), sqliteCode(sqlite_code) {
   pibMessage.Append("database", "SQLite result %d: the store stayed locked by another holder",
                     sqlite_code);
 }

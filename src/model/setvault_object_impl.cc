@@ -68,10 +68,7 @@ SetvaultObjectImpl::~SetvaultObjectImpl() = default;
 void SetvaultObjectImpl::LoadSchemaParts(bool load_schema, bool take_defaults) {
   if (!schema_ && load_schema) {
     schema_ = LookUpSchema(GetSetvaultObjectId());
-    if (!schema_) {
-      ThrowException<SetvaultException, const char*>(SV_ERR_SCHEMA_NOT_FOUND,
-                                                     GetSetvaultObjectId().toString().c_str());
-    }
+    if (!schema_) ThrowSchemaNotFound(GetSetvaultObjectId());
   }
   if (!schema_) return;
   if (!id_map_) id_map_ = schema_->GetIdMap();

@@ -65,16 +65,35 @@ using NullableSV = std::optional<std::string_view>;
 using RowCallback = int (*)(void* context, int count, char** texts, char** names);
 
 // The calling thread's connection to the configured store (KorvoSetvault::GetStorePath()),
-// opened on first use and reopened when the configured path changes. `type` must be
-// kConfigStore. `create` lets a missing file and its directory be created (owner-only);
-// the tables are created whenever the file has none. Returns an empty pointer, after logging why,
-// when the store cannot be opened.
+// reopened when the configured path changes or no longer names the file it opened. `type`
+// must be kConfigStore. An existing file is opened at once and must be a store (see
+// OpenStoreConnection). A missing file is not created here: with `create` the connection
+// comes back unopened, reads through it fail naming the path, and its first write creates
+// the store (owner-only, whole: a new store never appears half made). Returns an empty
+// pointer, after logging why (LastOpenFailure()), when the store cannot be used.
 std::shared_ptr<StoreConnection> GetConnection(Type type, bool create);
 
 // Opens a new connection to the store at `path`, not cached and not shared with the
-// thread's connection (tools, tests and benchmarks). Same pragmas and schema creation as
-// GetConnection. Returns an empty pointer, after logging why, on failure.
+// thread's connection (tools, tests and benchmarks), as GetConnection does. Refused, with an
+// empty pointer: an empty (0-byte) file, a file that is not a store of this library (another
+// SQLite database is never modified), a store of a newer schema version, a file every user
+// can write, a file that stays busy past kBusyTimeoutMs. A file this process may only read
+// opens read-only: reads work, writes fail.
 std::shared_ptr<StoreConnection> OpenStoreConnection(const std::string& path, bool create);
+
+// Opens the file of `conn` when that has not happened yet (creating it for a write when the
+// connection may), and checks that its path still names the file that was opened: a store
+// whose file was removed or replaced while in use is refused rather than split in two. A
+// write (`for_write`) also needs a writable file. Costs one stat() once open. Returns 0, or
+// 1 with FailureOf(conn) telling why.
+int CheckStore(const std::shared_ptr<StoreConnection>& conn, bool for_write);
+
+// Why the last open or check of `conn` failed: the store's path and the cause. Empty when
+// it did not fail.
+std::string FailureOf(const std::shared_ptr<StoreConnection>& conn);
+
+// Why the calling thread's last GetConnection or OpenStoreConnection came back empty.
+std::string LastOpenFailure();
 
 // The SQLite handle of `conn`, for code that runs SQL by hand (tests, benchmarks). The
 // connection keeps ownership.
@@ -85,9 +104,10 @@ sqlite3* GetSqliteHandle(const StoreConnection& conn);
 // time-out; inner levels only count. An open transaction holds its thread's share of the
 // operation gate that fork() waits on (db_store_fork.cc). Each returns 0 on success.
 //
-// BeginTransaction: 1 when the turn or BEGIN IMMEDIATE cannot be had (busy past the
-//   time-out, I/O), when the open transaction is doomed by a cancelled inner level, or when
-//   the process was forked inside a store operation.
+// BeginTransaction: 1 when the store cannot be written (CheckStore), when the turn or BEGIN
+//   IMMEDIATE cannot be had (busy past the time-out, I/O), when the open transaction is
+//   doomed by a cancelled inner level, or when the process was forked inside a store
+//   operation.
 // CommitTransaction: at an inner level only counts down (1 when the transaction is doomed);
 //   at the outermost level commits, or, when an inner level was cancelled or the engine
 //   rolled the transaction back, rolls back and returns 1. 2 when no transaction is open.
@@ -139,14 +159,16 @@ Failure TakeLastFailure();
 
 // Throws the exception for a failed database operation, with `message` as its text and code
 // 2000: StoreBusyException when the thread's last failure was SQLITE_BUSY or SQLITE_LOCKED,
-// otherwise SetvaultException, whose detailed message names the cause when the process was
-// forked inside a store operation. Consumes the recorded failure.
-[[noreturn]] void ThrowFailure(const char* message);
+// otherwise SetvaultException. `detail` (the path and reason, e.g. FailureOf(conn)) becomes
+// the cause in the detailed message; a process forked inside a store operation gets that
+// as its cause instead. Consumes the recorded failure.
+[[noreturn]] void ThrowFailure(const std::string& message, const std::string& detail = {});
 
 // Reads the text stored under `key` into `out` (empty when the key is absent). Host flags
 // are read on hot paths: values are cached per connection and re-read only after the
-// database changed (another connection's commit, a write or rollback on this one).
-// Returns 0 on success, 1 on failure (out is then empty).
+// database changed (another connection's commit, a write or rollback on this one). A store
+// file that does not exist yet holds no key: every key reads as absent, and the file is not
+// created. Returns 0 on success, 1 on failure (out is then empty).
 int ReadKeyValue(const std::string& key, std::string* out,
                  const std::shared_ptr<StoreConnection>& conn);
 

@@ -1,12 +1,10 @@
-// Opening connections: files and directory created owner-only, pragmas, per-thread cache.
+// Connections: opened on first use, one per thread, and checked against the file at their path.
 #include "platform/db_store_connection.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <mutex>
 
 #include "setvault/host_setup.h"
@@ -22,6 +20,28 @@ StoreConnection::StoreConnection(sqlite3* db, std::string path)
       fork_generation_(internal::ForkGeneration()),
       cache_(std::make_shared<internal::StatementCache>()) {
   internal::RegisterConnection(this);
+}
+
+StoreConnection::StoreConnection(std::string path, bool may_create)
+    : db_(nullptr),
+      path_(std::move(path)),
+      fork_generation_(internal::ForkGeneration()),
+      may_create_(may_create),
+      cache_(std::make_shared<internal::StatementCache>()) {
+  internal::RegisterConnection(this);
+}
+
+namespace {
+void CountRollback(void* conn) { ++static_cast<StoreConnection*>(conn)->rollbacks; }
+}  // namespace
+
+void StoreConnection::Adopt(sqlite3* db, const struct stat& file, bool read_only) {
+  db_ = db;
+  device_ = file.st_dev;
+  inode_ = file.st_ino;
+  read_only_ = read_only;
+  busy_timeout_ms_ = kBusyTimeoutMs;  // set while opening
+  sqlite3_rollback_hook(db_, CountRollback, this);
 }
 
 StoreConnection::~StoreConnection() {
@@ -74,80 +94,8 @@ int RunSql(const std::shared_ptr<StoreConnection>& conn, std::string_view sql,
 
 namespace {
 
-// Creates `dir` and its missing parents, owner-only. Existing directories are left as they
-// are. Returns 0 or an errno value.
-int MakeDirectories(const std::string& dir) {
-  if (dir.empty()) return 0;
-  struct stat info;
-  if (stat(dir.c_str(), &info) == 0) return S_ISDIR(info.st_mode) ? 0 : ENOTDIR;
-  size_t slash = dir.find_last_of('/');
-  if (slash != std::string::npos && slash > 0) {
-    int rc = MakeDirectories(dir.substr(0, slash));
-    if (rc != 0) return rc;
-  }
-  if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) return errno;
-  return 0;
-}
-
-// Makes sure the store file exists, creating it (and its directory) owner-only when
-// `create` allows. Returns false after logging when it does not and cannot exist.
-bool PrepareStoreFile(const std::string& path, bool create) {
-  struct stat info;
-  if (stat(path.c_str(), &info) == 0) return true;
-  if (!create) {
-    SVLogger::Log(0, "Store database %s does not exist", path.c_str());
-    return false;
-  }
-  size_t slash = path.find_last_of('/');
-  if (slash != std::string::npos && slash > 0) {
-    int rc = MakeDirectories(path.substr(0, slash));
-    if (rc != 0) {
-      SVLogger::Log(0, "Cannot create the directory of %s: %s", path.c_str(), strerror(rc));
-      return false;
-    }
-  }
-  // SQLite gives the -wal and -shm files the permissions of the database file.
-  int fd = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (fd < 0 && errno != EEXIST) {
-    SVLogger::Log(0, "Cannot create the store database %s: %s", path.c_str(), strerror(errno));
-    return false;
-  }
-  if (fd >= 0) close(fd);
-  return true;
-}
-
-// Runs a statement that yields one text (a pragma) into `out`. Returns the SQLite code.
-int QueryText(const std::shared_ptr<StoreConnection>& conn, std::string_view sql,
-              std::string* out) {
-  internal::OperationGate gate;
-  StmtPtr stmt = internal::Prepare(conn, sql, kBusyTimeoutMs);
-  if (!stmt) return SQLITE_ERROR;
-  int rc = sqlite3_step(stmt.get());
-  if (rc == SQLITE_ROW) {
-    const unsigned char* text = sqlite3_column_text(stmt.get(), 0);
-    out->assign(text != nullptr ? reinterpret_cast<const char*>(text) : "");
-    return SQLITE_OK;
-  }
-  if (rc != SQLITE_DONE) internal::LogSqliteError(conn->db(), rc, "Statement", sql);
-  return rc == SQLITE_DONE ? SQLITE_OK : rc;
-}
-
-void CountRollback(void* conn) { ++static_cast<StoreConnection*>(conn)->rollbacks; }
-
-bool ConfigureConnection(const std::shared_ptr<StoreConnection>& conn) {
-  sqlite3* db = conn->db();
-  sqlite3_extended_result_codes(db, 1);
-  conn->UseBusyTimeout(kBusyTimeoutMs);
-  sqlite3_rollback_hook(db, CountRollback, conn.get());
-  std::string mode;
-  if (QueryText(conn, "PRAGMA journal_mode=WAL", &mode) != SQLITE_OK) return false;
-  if (mode != "wal") {
-    SVLogger::Log(1, "Store database %s stays in journal mode %s", conn->path().c_str(),
-                  mode.c_str());
-  }
-  if (internal::RunSql(conn, "PRAGMA synchronous=FULL") != SQLITE_OK) return false;
-  return internal::EnsureStoreSchema(conn) == SQLITE_OK;
-}
+// Why the calling thread's last open failed.
+thread_local std::string t_open_failure;
 
 struct ThreadConnection {
   std::shared_ptr<StoreConnection> conn;
@@ -159,26 +107,50 @@ thread_local ThreadConnection t_connection;
 }  // namespace
 
 std::shared_ptr<StoreConnection> OpenStoreConnection(const std::string& path, bool create) {
+  t_open_failure.clear();
   if (path.empty()) {
-    SVLogger::Log(0, "No store database path is set");
+    t_open_failure = "No store database path is set";
+    SVLogger::Log(0, "%s", t_open_failure.c_str());
     return nullptr;
   }
-  if (!internal::ProcessMayUseStore(path) || !PrepareStoreFile(path, create)) return nullptr;
-  internal::OperationGate gate;
-  sqlite3* db = nullptr;
-  int rc = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
-  if (rc != SQLITE_OK) {
-    internal::LogSqliteError(db, rc, "Opening the store database", path);
-    sqlite3_close_v2(db);
+  if (!internal::ProcessMayUseStore(path)) {
+    t_open_failure = "Store database " + path + ": this process was forked inside a store operation";
     return nullptr;
   }
-  auto conn = std::make_shared<StoreConnection>(db, path);
-  if (!ConfigureConnection(conn)) {
-    SVLogger::Log(0, "Cannot set up the store database %s", path.c_str());
+  struct stat info;
+  const bool missing = stat(path.c_str(), &info) != 0 && errno == ENOENT;
+  auto conn = std::make_shared<StoreConnection>(path, create);
+  // A missing store is created by its first write, never by opening or reading.
+  if (missing && create) return conn;
+  if (!internal::ReadyConnection(conn, false)) {
+    t_open_failure = conn->failure;
     return nullptr;
   }
   return conn;
 }
+
+int CheckStore(const std::shared_ptr<StoreConnection>& conn, bool for_write) {
+  if (!conn) return 1;
+  if (conn->db() != nullptr && conn->depth > 0 && !for_write) return 0;
+  return internal::ReadyConnection(conn, for_write) ? 0 : 1;
+}
+
+std::string FailureOf(const std::shared_ptr<StoreConnection>& conn) {
+  return conn ? conn->failure : std::string();
+}
+
+std::string LastOpenFailure() { return t_open_failure; }
+
+namespace {
+
+// False when the path no longer names the file `conn` opened.
+bool StillCurrent(const StoreConnection& conn) {
+  if (conn.db() == nullptr) return true;
+  struct stat info;
+  return stat(conn.path().c_str(), &info) == 0 && conn.IsFile(info);
+}
+
+}  // namespace
 
 std::shared_ptr<StoreConnection> GetConnection(Type type, bool create) {
   if (type != kConfigStore) {
@@ -189,10 +161,13 @@ std::shared_ptr<StoreConnection> GetConnection(Type type, bool create) {
   // A connection inherited over fork() gets a handle of its own, or is refused.
   if (cached.conn && !internal::UsableHere(cached.conn)) return nullptr;
   uint64_t path_generation = KorvoSetvault::GetStorePathGeneration();
-  if (cached.conn && cached.path_generation == path_generation) return cached.conn;
+  if (cached.conn && cached.path_generation == path_generation && StillCurrent(*cached.conn)) {
+    return cached.conn;
+  }
 
   std::string path = KorvoSetvault::GetStorePath();
-  if (!cached.conn || cached.conn->path() != path) {
+  if (!cached.conn || cached.conn->path() != path || !StillCurrent(*cached.conn)) {
+    // Handles holding a connection to a replaced file keep it, and are refused.
     std::shared_ptr<StoreConnection> conn = OpenStoreConnection(path, create);
     if (!conn) return nullptr;
     cached.conn = std::move(conn);
@@ -200,25 +175,5 @@ std::shared_ptr<StoreConnection> GetConnection(Type type, bool create) {
   cached.path_generation = path_generation;
   return cached.conn;
 }
-
-namespace internal {
-
-bool ReopenHandle(const std::shared_ptr<StoreConnection>& conn) {
-  OperationGate gate;
-  sqlite3* db = nullptr;
-  int rc = sqlite3_open_v2(conn->path().c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX,
-                           nullptr);
-  if (rc != SQLITE_OK) {
-    LogSqliteError(db, rc, "Reopening the store database after fork", conn->path());
-    sqlite3_close_v2(db);
-    return false;
-  }
-  conn->Adopt(db);
-  if (ConfigureConnection(conn)) return true;
-  SVLogger::Log(0, "Cannot set up the store database %s", conn->path().c_str());
-  return false;
-}
-
-}  // namespace internal
 
 }  // namespace DBStore

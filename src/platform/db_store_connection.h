@@ -4,6 +4,7 @@
 #define SETVAULT_SRC_PLATFORM_DB_STORE_CONNECTION_H_
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <cstdint>
 #include <memory>
@@ -85,14 +86,30 @@ class StoreConnection {
  public:
   // Takes ownership of `db`, an open handle of the store at `path`.
   StoreConnection(sqlite3* db, std::string path);
+  // A connection to the store at `path` whose file does not exist yet: reads fail, and the
+  // first write creates the file when `may_create`.
+  StoreConnection(std::string path, bool may_create);
   ~StoreConnection();
   StoreConnection(const StoreConnection&) = delete;
   StoreConnection& operator=(const StoreConnection&) = delete;
 
+  // The SQLite handle; null until the file is open.
   sqlite3* db() const { return db_; }
   // The fork generation (internal::ForkGeneration) of the process that opened the handle.
   uint64_t fork_generation() const { return fork_generation_; }
   const std::string& path() const { return path_; }
+  bool may_create() const { return may_create_; }
+  // True when the file is open read-only (read-only media, or a file this process may
+  // only read).
+  bool read_only() const { return read_only_; }
+
+  // Takes ownership of `db`, the handle of the file with identity `file`, for a connection
+  // made without one.
+  void Adopt(sqlite3* db, const struct stat& file, bool read_only);
+  // True when `file` is the file this connection opened (device and inode).
+  bool IsFile(const struct stat& file) const {
+    return file.st_dev == device_ && file.st_ino == inode_;
+  }
 
   // Sets SQLite's busy time-out when it differs from the one in force.
   void UseBusyTimeout(int milliseconds);
@@ -101,11 +118,10 @@ class StoreConnection {
 
   // In a child forked outside every store operation: closes the inherited handle without
   // checkpoint (it holds no lock and no transaction), so that SQLite's per-process lock
-  // bookkeeping of the file no longer counts it. Its statements are finalized first.
+  // bookkeeping of the file no longer counts it. Its statements are finalized first. The
+  // connection then belongs to this process, with no handle: the next use opens one
+  // (ReadyConnection), and the nesting and caches start afresh.
   void RetireInherited();
-  // Takes `db`, a handle opened in this process, in place of a retired one; the nesting and
-  // caches start afresh.
-  void Adopt(sqlite3* db);
   internal::KeyValueCache& key_values() { return key_values_; }
 
   // Transaction nesting.
@@ -126,11 +142,18 @@ class StoreConnection {
   // The last detach came inside a transaction that may have read "ss" (SQLite refuses that
   // detach): it happens when the transaction ends.
   bool schema_detach_pending = false;
+  // Why the last open or check of the file failed: the path and the cause. Empty after
+  // one that succeeded.
+  std::string failure;
 
  private:
   sqlite3* db_;
   std::string path_;
   uint64_t fork_generation_;
+  bool may_create_ = false;
+  bool read_only_ = false;
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
   int busy_timeout_ms_ = -1;
   std::shared_ptr<internal::StatementCache> cache_;
   internal::KeyValueCache key_values_;
@@ -170,8 +193,8 @@ class OperationGate {
 uint64_t ForkGeneration();
 
 // True when `conn` may be used by this process. A connection inherited over fork() is
-// reopened here first when the fork happened outside every store operation; when it
-// happened inside one, this process must not use the store at all: the refusal is logged
+// retired here first when the fork happened outside every store operation (the next use
+// opens a handle of this process); when it happened inside one, this process must not use the store at all: the refusal is logged
 // and recorded as the thread's failure, and false is returned.
 bool UsableHere(const std::shared_ptr<StoreConnection>& conn);
 
@@ -195,10 +218,6 @@ bool TakeWriteTurn(StoreConnection& conn, int timeout_ms);
 // Gives the turn back, when held.
 void GiveWriteTurn(StoreConnection& conn);
 
-// Opens a new handle to `conn`'s file and configures it like a new connection, in place of
-// the retired inherited one. Returns false after logging on failure.
-bool ReopenHandle(const std::shared_ptr<StoreConnection>& conn);
-
 // Adds and removes a connection from the process's list, used to retire inherited ones.
 void RegisterConnection(StoreConnection* conn);
 void UnregisterConnection(StoreConnection* conn);
@@ -206,9 +225,36 @@ void UnregisterConnection(StoreConnection* conn);
 // Runs the detach of the schema database that waited for the transaction to end.
 void FinishDeferredDetach(const std::shared_ptr<StoreConnection>& conn);
 
-// Creates the tables, index, trigger and key-value table of a new store, or checks the
-// schema version of an existing one. Returns SQLITE_OK or the failing code.
-int EnsureStoreSchema(const std::shared_ptr<StoreConnection>& conn);
+// Creates the tables, trigger and key-value table of a new store in one transaction and
+// marks the file as a store (application id and schema version). Returns SQLITE_OK or the
+// failing code.
+int CreateStoreSchema(const std::shared_ptr<StoreConnection>& conn);
+
+// Checks that the open file is a store of this library: marked as one, or (made by an
+// earlier version, before the mark) holding every table of a store with this schema
+// version. Returns SQLITE_OK, a busy code to retry, or another code with `*why` set.
+int CheckStoreSchema(sqlite3* db, std::string* why);
+
+// Opens the store file of `conn` when it is not open yet: for reads only when it exists;
+// for writes (`for_write`) also creating it when the connection may. Then, for both,
+// checks that the path still names the file that was opened, and for writes that the
+// file is writable. Returns true when the connection may go on; otherwise false with
+// `conn->failure` set and logged.
+bool ReadyConnection(const std::shared_ptr<StoreConnection>& conn, bool for_write);
+
+// Opens the existing store file `path` and checks it. Returns the handle (owned by the
+// caller) with `*file` and `*read_only` set, or null with `*why` set.
+sqlite3* OpenStoreFile(const std::string& path, struct stat* file, bool* read_only,
+                       std::string* why);
+
+// Creates a new store at `path` (and its directory, owner-only) so that no process ever
+// sees it half made: built under a temporary name, then linked into place. A store another
+// process created meanwhile is kept. Returns true when `path` exists afterwards; otherwise
+// false with `*why` set.
+bool CreateStoreFile(const std::string& path, std::string* why);
+
+// The application id that marks a file as a store of this library ("SVlt").
+constexpr int kStoreApplicationId = 0x53566c74;
 
 }  // namespace internal
 }  // namespace DBStore

@@ -9,15 +9,6 @@ namespace {
 
 thread_local Failure t_failure;
 
-// A SetvaultException whose detailed message names its cause.
-class ExplainedFailure : public KorvoSetvault::SetvaultException {
- public:
-  ExplainedFailure(const char* text, const char* cause)
-      : SetvaultException(KorvoSetvault::SV_ERR_GENERIC, text) {
-    pibMessage.Append("database", "%s", cause);
-  }
-};
-
 bool IsBusy(int sqlite_code) {
   const int primary = sqlite_code & 0xff;
   return primary == SQLITE_BUSY || primary == SQLITE_LOCKED;
@@ -39,19 +30,19 @@ Failure TakeLastFailure() {
   return failure;
 }
 
-void ThrowFailure(const char* message) {
+void ThrowFailure(const std::string& message, const std::string& detail) {
   const Failure failure = TakeLastFailure();
   if (failure.forked) {
-    throw ExplainedFailure(message,
-                           "this process was forked while a store transaction or operation was "
-                           "open; the transaction belongs to the parent, and this process cannot "
-                           "use the store");
+    throw KorvoSetvault::SetvaultException(
+        KorvoSetvault::SV_ERR_GENERIC, message.c_str(),
+        "this process was forked while a store transaction or operation was open; the "
+        "transaction belongs to the parent, and this process cannot use the store");
   }
   if (IsBusy(failure.sqlite_code)) {
-    throw KorvoSetvault::StoreBusyException(KorvoSetvault::SV_ERR_GENERIC, message,
-                                            failure.sqlite_code);
+    throw KorvoSetvault::StoreBusyException(KorvoSetvault::SV_ERR_GENERIC, message.c_str(),
+                                            failure.sqlite_code, detail);
   }
-  throw KorvoSetvault::SetvaultException(KorvoSetvault::SV_ERR_GENERIC, message);
+  throw KorvoSetvault::SetvaultException(KorvoSetvault::SV_ERR_GENERIC, message.c_str(), detail);
 }
 
 }  // namespace DBStore

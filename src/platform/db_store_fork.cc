@@ -167,13 +167,11 @@ bool ProcessMayUseStore(const std::string& path) {
 }
 
 bool UsableHere(const std::shared_ptr<StoreConnection>& conn) {
-  if (conn->fork_generation() == ForkGeneration() && conn->db() != nullptr &&
-      !g_unusable.load(std::memory_order_relaxed)) {
+  if (conn->fork_generation() == ForkGeneration() && !g_unusable.load(std::memory_order_relaxed)) {
     return true;
   }
   SettleAfterFork();
-  if (!ProcessMayUseStore(conn->path())) return false;
-  return ReopenHandle(conn);
+  return ProcessMayUseStore(conn->path());
 }
 
 void HoldAcrossFork(std::mutex* mutex) {
@@ -202,19 +200,16 @@ void UnregisterConnection(StoreConnection* conn) {
 }  // namespace internal
 
 void StoreConnection::RetireInherited() {
-  if (db_ == nullptr) return;
-  sqlite3_rollback_hook(db_, nullptr, nullptr);
-  cache_->Clear();
-  // Statements still handed out belong to threads that do not exist in this process.
-  while (sqlite3_stmt* stmt = sqlite3_next_stmt(db_, nullptr)) sqlite3_finalize(stmt);
-  sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-  sqlite3_close_v2(db_);
-  db_ = nullptr;
+  if (db_ != nullptr) {
+    sqlite3_rollback_hook(db_, nullptr, nullptr);
+    cache_->Clear();
+    // Statements still handed out belong to threads that do not exist in this process.
+    while (sqlite3_stmt* stmt = sqlite3_next_stmt(db_, nullptr)) sqlite3_finalize(stmt);
+    sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    sqlite3_close_v2(db_);
+    db_ = nullptr;
+  }
   cache_ = std::make_shared<internal::StatementCache>();
-}
-
-void StoreConnection::Adopt(sqlite3* db) {
-  db_ = db;
   fork_generation_ = internal::ForkGeneration();
   busy_timeout_ms_ = -1;
   key_values_ = internal::KeyValueCache();

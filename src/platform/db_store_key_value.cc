@@ -5,6 +5,10 @@
 // connection and the rollbacks seen by it are all unchanged. Inside this connection's own
 // write transaction no other connection can commit, so once checked there the pragma is
 // skipped until the transaction ends.
+#include <sys/stat.h>
+
+#include <cerrno>
+
 #include "platform/db_store_connection.h"
 
 namespace DBStore {
@@ -67,7 +71,12 @@ int CollectValue(void* context, int, char** texts, char**) {
 int ReadKeyValue(const std::string& key, std::string* out,
                  const std::shared_ptr<StoreConnection>& conn) {
   out->clear();
-  if (!conn || !internal::UsableHere(conn) || RefreshCache(conn) != 0) return 1;
+  if (!conn || !internal::UsableHere(conn)) return 1;
+  struct stat info;
+  if (conn->db() == nullptr && stat(conn->path().c_str(), &info) != 0 && errno == ENOENT) {
+    return 0;  // a store never written holds no key; reading does not create it
+  }
+  if (RefreshCache(conn) != 0) return 1;
   internal::KeyValueCache& cache = conn->key_values();
   auto found = cache.values.find(key);
   if (found != cache.values.end()) {
@@ -87,7 +96,7 @@ int ReadKeyValue(const std::string& key, std::string* out,
 
 int WriteKeyValue(const std::string& key, const std::string& value,
                   const std::shared_ptr<StoreConnection>& conn) {
-  if (!conn) return 1;
+  if (!conn || (conn->depth == 0 && !internal::ReadyConnection(conn, true))) return 1;
   StmtPtr stmt = internal::Prepare(conn, internal::kWriteKeyValueSql, kBusyTimeoutMs);
   int index = 1;
   if (!stmt || internal::Bind(conn, stmt, index, key, false) != 0 ||

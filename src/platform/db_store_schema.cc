@@ -1,11 +1,14 @@
-// The tables of a store, created when the file is new; PRAGMA user_version records the
-// schema version so that later versions can migrate.
+// The tables of a store, created when the file is new; PRAGMA application_id marks the file
+// as a store and PRAGMA user_version records the schema version so that later versions can
+// migrate. Files without the mark are not touched.
 //
 // Every lookup of the library filters by Name, ConfigGroup and Component and sometimes by
 // Identifier, so the uniqueness constraints list the key columns in that order: the
 // automatic index serves both the three-column and the four-column lookups.
+#include <iterator>
+#include <string>
+
 #include "platform/db_store_connection.h"
-#include "setvault/logger.h"
 
 namespace DBStore {
 namespace internal {
@@ -65,53 +68,69 @@ constexpr const char* kCreateStatements[] = {
     " Value TEXT NOT NULL) WITHOUT ROWID",
 };
 
-int ReadUserVersion(const std::shared_ptr<StoreConnection>& conn, int* version) {
-  StmtPtr stmt = Prepare(conn, "PRAGMA user_version", kBusyTimeoutMs);
-  if (!stmt) return SQLITE_ERROR;
-  int rc = sqlite3_step(stmt.get());
-  if (rc != SQLITE_ROW) {
-    LogSqliteError(conn->db(), rc, "Reading the schema version", "PRAGMA user_version");
-    return rc;
+// Runs a statement yielding one integer into `out`. Returns the SQLite code.
+int QueryInt(sqlite3* db, const char* sql, int* out) {
+  sqlite3_stmt* stmt = nullptr;
+  int rc = sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr);
+  if (rc == SQLITE_OK) rc = sqlite3_step(stmt);
+  if (rc == SQLITE_ROW) {
+    *out = sqlite3_column_int(stmt, 0);
+    rc = SQLITE_OK;
   }
-  *version = sqlite3_column_int(stmt.get(), 0);
-  return SQLITE_OK;
+  sqlite3_finalize(stmt);
+  return rc;
 }
 
-int CreateTables(const std::shared_ptr<StoreConnection>& conn) {
-  for (const char* sql : kCreateStatements) {
-    int rc = RunSql(conn, sql);
-    if (rc != SQLITE_OK) return rc;
-  }
-  static const std::string set_version =
-      "PRAGMA user_version = " + std::to_string(kStoreSchemaVersion);
-  return RunSql(conn, set_version);
-}
-
-int CheckVersion(const std::shared_ptr<StoreConnection>& conn, int version) {
-  if (version == kStoreSchemaVersion) return SQLITE_OK;
-  KorvoSetvault::SVLogger::Log(0,
-                               "Store database %s has schema version %d; this library "
-                               "knows version %d",
-                               conn->path().c_str(), version, kStoreSchemaVersion);
-  return SQLITE_ERROR;
-}
+// The number of this store's tables the file holds, and of all its tables.
+const char kCountTablesSql[] =
+    "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table' AND name IN "
+    "('Config', 'DefaultConfig', 'DesiredUserConfig', 'KeyValue')";
+const char kCountAllTablesSql[] = "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table'";
 
 }  // namespace
 
-int EnsureStoreSchema(const std::shared_ptr<StoreConnection>& conn) {
-  int version = 0;
-  int rc = ReadUserVersion(conn, &version);
-  if (rc != SQLITE_OK) return rc;
-  if (version != 0) return CheckVersion(conn, version);
-
-  // Another process may be creating the same file: decide under the write lock.
-  rc = RunSql(conn, "BEGIN IMMEDIATE");
-  if (rc != SQLITE_OK) return rc;
-  rc = ReadUserVersion(conn, &version);
-  if (rc == SQLITE_OK) rc = version == 0 ? CreateTables(conn) : CheckVersion(conn, version);
+int CreateStoreSchema(const std::shared_ptr<StoreConnection>& conn) {
+  int rc = RunSql(conn, "BEGIN IMMEDIATE");
+  for (size_t i = 0; rc == SQLITE_OK && i < std::size(kCreateStatements); ++i) {
+    rc = RunSql(conn, kCreateStatements[i]);
+  }
+  static const std::string mark = "PRAGMA application_id = " + std::to_string(kStoreApplicationId);
+  static const std::string version = "PRAGMA user_version = " + std::to_string(kStoreSchemaVersion);
+  if (rc == SQLITE_OK) rc = RunSql(conn, mark);
+  if (rc == SQLITE_OK) rc = RunSql(conn, version);
   if (rc == SQLITE_OK) rc = RunSql(conn, "COMMIT");
   if (rc != SQLITE_OK && !sqlite3_get_autocommit(conn->db())) RunSql(conn, "ROLLBACK");
   return rc;
+}
+
+int CheckStoreSchema(sqlite3* db, std::string* why) {
+  int application_id = 0, version = 0, tables = 0, all_tables = 0;
+  int rc = QueryInt(db, "PRAGMA application_id", &application_id);
+  if (rc == SQLITE_OK) rc = QueryInt(db, "PRAGMA user_version", &version);
+  if (rc == SQLITE_OK) rc = QueryInt(db, kCountTablesSql, &tables);
+  if (rc == SQLITE_OK) rc = QueryInt(db, kCountAllTablesSql, &all_tables);
+  if (rc != SQLITE_OK) {
+    *why = std::string("cannot be read as a store: ") + sqlite3_errmsg(db);
+    return rc;
+  }
+  const bool marked = application_id == kStoreApplicationId;
+  if (!marked && !(application_id == 0 && version == kStoreSchemaVersion && tables == 4)) {
+    *why = "is a SQLite database but not a setvault store (application id " +
+           std::to_string(application_id) + ", schema version " + std::to_string(version) + ", " +
+           std::to_string(all_tables) + " tables); it is left as it is";
+    return SQLITE_ERROR;
+  }
+  if (version != kStoreSchemaVersion) {
+    *why = "has store schema version " + std::to_string(version) + "; this library knows version " +
+           std::to_string(kStoreSchemaVersion);
+    return SQLITE_ERROR;
+  }
+  if (tables != 4) {
+    *why = "is marked as a store but lacks some of its tables (" + std::to_string(tables) +
+           " of 4): damaged";
+    return SQLITE_CORRUPT;
+  }
+  return SQLITE_OK;
 }
 
 }  // namespace internal

@@ -81,6 +81,7 @@ StmtPtr Prepare(const std::shared_ptr<StoreConnection>& conn, std::string_view s
     return StmtPtr();
   }
   if (!UsableHere(conn)) return StmtPtr();
+  if (conn->db() == nullptr && !ReadyConnection(conn, false)) return StmtPtr();
   const std::shared_ptr<StatementCache>& cache = conn->cache();
   std::string_view key = StatementCache::Key(sql);
   CachedText* text = cache->Find(key);

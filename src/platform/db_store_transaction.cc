@@ -20,7 +20,7 @@ constexpr int kNoTransaction = 2;
 
 // True when the connection is in the transaction this layer opened.
 bool StillOpen(const std::shared_ptr<StoreConnection>& conn) {
-  return !sqlite3_get_autocommit(conn->db());
+  return conn->db() != nullptr && !sqlite3_get_autocommit(conn->db());
 }
 
 // Forgets the nesting of a transaction that has ended and leaves the operation gate.
@@ -56,6 +56,7 @@ int BeginTransaction(const std::shared_ptr<StoreConnection>& conn) {
     ++conn->depth;
     return 0;
   }
+  if (!internal::ReadyConnection(conn, true)) return 1;
   // The whole transaction is one operation: fork() waits for it to end.
   // Writers take turns for the write lock, then SQLite's lock is taken in what is left of
   // the busy time-out.
@@ -136,7 +137,8 @@ ReadSnapshot::ReadSnapshot(std::shared_ptr<StoreConnection> conn) : conn_(std::m
   }
   if (conn_->depth > 0) return;
   internal::EnterOperation();
-  if (internal::RunSql(conn_, "BEGIN DEFERRED") != SQLITE_OK) {
+  if (!internal::ReadyConnection(conn_, false) ||
+      internal::RunSql(conn_, "BEGIN DEFERRED") != SQLITE_OK) {
     internal::LeaveOperation();
     status_ = 1;
     return;

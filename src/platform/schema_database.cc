@@ -1,7 +1,11 @@
 #include "platform/schema_database.h"
 
-#include <filesystem>
+#include <sys/stat.h>
 
+#include <cerrno>
+#include <cstring>
+
+#include "platform/file_trust.h"
 #include "platform/schema_definition.h"
 #include "setvault/exceptions.h"
 
@@ -40,15 +44,36 @@ void Exec(sqlite3* db, const char* sql, const std::string& path) {
   if (sqlite3_exec(db, sql, nullptr, nullptr, nullptr) != SQLITE_OK) Fail(path, sql, db);
 }
 
+// Refuses a file other users could change (see CheckOthersCannotWrite).
+void CheckTrusted(const std::string& path) {
+  struct stat info;
+  if (stat(path.c_str(), &info) != 0) return;  // opening names the cause
+  std::string why;
+  if (!KorvoSetvault::internal::CheckOthersCannotWrite(path, info, &why)) Fail(path, why, nullptr);
+}
+
+// A new database is created owner-only, never through a link planted at its path (nor a
+// missing directory: those are made owner-only too).
 Connection OpenForWriting(const std::string& path) {
-  const std::filesystem::path parent = std::filesystem::path(path).parent_path();
-  std::error_code error;
-  if (!parent.empty()) std::filesystem::create_directories(parent, error);
-  if (error)
-    Fail(path, "cannot create directory " + parent.string() + ": " + error.message(), nullptr);
+  using KorvoSetvault::internal::ParentDirectory;
+  int error = KorvoSetvault::internal::MakePrivateDirectories(ParentDirectory(path));
+  if (error != 0) {
+    Fail(path, "cannot create directory " + ParentDirectory(path) + ": " + std::strerror(error),
+         nullptr);
+  }
+  struct stat info;
+  if (lstat(path.c_str(), &info) != 0) {
+    error = KorvoSetvault::internal::CreatePrivateFile(path);
+    if (error != 0 && error != EEXIST) {
+      Fail(path, std::string("cannot create: ") + std::strerror(error), nullptr);
+    }
+  } else if (S_ISLNK(info.st_mode)) {
+    Fail(path, "is a symbolic link: refused", nullptr);
+  }
+  CheckTrusted(path);
   sqlite3* db = nullptr;
   const int rc =
-      sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+      sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr);
   Connection connection(db);
   if (rc != SQLITE_OK) Fail(path, "cannot open", db);
   sqlite3_busy_timeout(db, kBusyTimeoutMs);
@@ -121,6 +146,7 @@ void WriteSchemaDefinitions(const std::string& path,
 }
 
 SchemaDatabaseReader::SchemaDatabaseReader(const std::string& path) : path_(path) {
+  CheckTrusted(path);
   const int rc = sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READONLY, nullptr);
   if (rc != SQLITE_OK) {
     const std::string message = db_ != nullptr ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);

@@ -24,8 +24,10 @@ enum class SchemaWriteMode {
 
 // Writes `definitions` into the schema database at `path` in one transaction,
 // creating the file (and a missing parent directory) and the table when
-// needed. On any failure nothing is changed and SetvaultException 2000 is
-// thrown naming the path and SQLite's message.
+// needed: owner-only (0600 and 0700 whatever the umask), and never through a
+// symbolic link at `path`. On any failure nothing is changed and
+// SetvaultException 2000 is thrown naming the path and the cause (SQLite's
+// message; a link at `path`; a file or directory every user can write).
 void WriteSchemaDefinitions(const std::string& path,
                             const std::vector<std::shared_ptr<const SchemaDefinition>>& definitions,
                             SchemaWriteMode mode);
@@ -41,7 +43,9 @@ struct SchemaRow {
 // A read-only connection to an existing schema database.
 class SchemaDatabaseReader {
  public:
-  // Opens `path` read-only. Throws SetvaultException 2000 when it cannot.
+  // Opens `path` read-only. Throws SetvaultException 2000 naming the path and
+  // the cause when it cannot, or when every user can write the file (or
+  // replace it: a directory every user can write, without the sticky bit).
   explicit SchemaDatabaseReader(const std::string& path);
   ~SchemaDatabaseReader();
   SchemaDatabaseReader(const SchemaDatabaseReader&) = delete;

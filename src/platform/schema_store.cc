@@ -111,6 +111,7 @@ struct StoreState {
   int64_t dataVersion = -1;
   bool writeAheadLog = true;  // commits may leave the file's stamps unchanged
   std::shared_ptr<SchemaStore> store;
+  std::string problem;  // why the last reading gave no definitions; empty when it was read
 };
 
 StoreState& State() {
@@ -150,6 +151,7 @@ void Reload(StoreState& state, const std::string& path, const FileIdentity& iden
   state.path = path;
   state.identity = identity;
   std::vector<SchemaRow> rows;
+  state.problem.clear();
   try {
     if (reopen) {
       state.reader.reset();
@@ -161,14 +163,18 @@ void Reload(StoreState& state, const std::string& path, const FileIdentity& iden
       state.dataVersion = state.reader->DataVersion();
       rows = state.reader->ReadAll();
     } else {
-      SVLogger::Log(1, "Schema database %s does not exist: no configuration type is defined",
-                    path.c_str());
+      state.problem = "the schema database " + path + " does not exist: no type is defined";
+      SVLogger::Log(1, "%s", state.problem.c_str());
     }
   } catch (const KorvoSetvault::SetvaultException& e) {
-    SVLogger::Log(0, "Cannot read the schema database: %s", e.what());
+    state.problem = std::string("the schema database cannot be read: ") + e.what();
+    SVLogger::Log(0, "%s", state.problem.c_str());
     state.reader.reset();
   }
   state.store = std::make_shared<SchemaStore>(BuildCache(rows));
+  if (state.problem.empty() && state.store->GetSchemaCache()->Size() == 0) {
+    state.problem = "the schema database " + path + " holds no definitions";
+  }
   SVLogger::Log(2, "Read %zu schema definitions from %s", state.store->GetSchemaCache()->Size(),
                 path.c_str());
 }
@@ -204,6 +210,13 @@ std::shared_ptr<SchemaStore> SchemaStore::GetStore(bool forceReload) {
 
 std::shared_ptr<SchemaObjectCache> SchemaStore::GetCache() {
   return GetStore(false)->GetSchemaCache();
+}
+
+std::string SchemaStore::DescribeMissing(const std::string& what) {
+  StoreState& state = State();
+  std::lock_guard<std::mutex> lock(state.mutex);
+  if (!state.problem.empty()) return state.problem;
+  return "the schema database " + state.path + " is read but holds no definition of " + what;
 }
 
 }  // namespace KorvoSchemaStore

@@ -124,6 +124,10 @@ class SchemaStore {
   static std::shared_ptr<SchemaStore> GetStore(bool forceReload);
   // GetStore(false)'s cache.
   static std::shared_ptr<SchemaObjectCache> GetCache();
+  // The detail of a failed lookup of type `what` in the last reading: that the
+  // schema database is missing, could not be read (path and SQLite's reason),
+  // or holds no definitions; otherwise that it holds no definition of `what`.
+  static std::string DescribeMissing(const std::string& what);
 
  private:
   std::shared_ptr<SchemaObjectCache> cache_;

@@ -14,7 +14,9 @@ Setvault::~Setvault() = default;
 
 std::shared_ptr<DBStore::StoreConnection> GetDBStore(DBStore::Type type, bool mustConnect) {
   auto connection = DBStore::GetConnection(type, true);
-  if (!connection && mustConnect) DBStore::ThrowFailure("Failed to connect to database");
+  if (!connection && mustConnect) {
+    DBStore::ThrowFailure("Failed to connect to database", DBStore::LastOpenFailure());
+  }
   return connection;
 }
 

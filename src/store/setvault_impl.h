@@ -58,6 +58,11 @@ class SetvaultImpl : public Setvault {
   const std::shared_ptr<DBStore::StoreConnection>& connection() const { return connection_; }
 
  private:
+  // The connection for a read: throws SetvaultException 2000 "Failed to connect to
+  // database", with the path and cause as detail, when the store file does not exist (reads
+  // never create it), cannot be opened, or was removed or replaced while in use.
+  const std::shared_ptr<DBStore::StoreConnection>& ReadConnection() const;
+
   std::shared_ptr<DBStore::StoreConnection> connection_;
 };
 

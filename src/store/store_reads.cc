@@ -57,14 +57,14 @@ std::shared_ptr<SetvaultObject> SetvaultImpl::Get(const SetvaultObjectId& id) {
   LogApiCall(kReadCallPriority, "Get", id, 1);
   auto schema = LookUpSchema(id);
   ValidateSvoId(id, schema);
-  return GetInternal(id, connection_, schema);
+  return GetInternal(id, ReadConnection(), schema);
 }
 
 std::shared_ptr<SetvaultObject> SetvaultImpl::GetDefaultConfig(const SetvaultObjectId& id) {
   LogApiCall(kReadCallPriority, "GetDefaultConfig", id, 1);
   auto schema = LookUpSchema(id);
   ValidateSvoId(id, schema);
-  return GetDefaultConfigInternal(id, connection_, schema);
+  return GetDefaultConfigInternal(id, ReadConnection(), schema);
 }
 
 std::vector<std::shared_ptr<SetvaultObject>> SetvaultImpl::GetDefaultConfigInstances(
@@ -73,7 +73,7 @@ std::vector<std::shared_ptr<SetvaultObject>> SetvaultImpl::GetDefaultConfigInsta
   LogApiCall(kReadCallPriority, "GetDefaultConfigInstances", filter->GetSetvaultObjectId(), 1);
   auto schema = LookUpSchema(filter->GetSetvaultObjectId());
   ValidateSvoIdInstances(filter, schema);
-  return GetDefaultConfigInstancesInternal(filter, connection_, schema);
+  return GetDefaultConfigInstancesInternal(filter, ReadConnection(), schema);
 }
 
 std::vector<std::shared_ptr<SetvaultObject>> SetvaultImpl::GetInstances(
@@ -82,15 +82,17 @@ std::vector<std::shared_ptr<SetvaultObject>> SetvaultImpl::GetInstances(
   LogApiCall(kReadCallPriority, "GetInstances", filter->GetSetvaultObjectId(), 1);
   auto schema = LookUpSchema(filter->GetSetvaultObjectId());
   ValidateSvoIdInstances(filter, schema);
-  return GetConfigInstancesInternal(filter, connection_, schema);
+  return GetConfigInstancesInternal(filter, ReadConnection(), schema);
 }
 
 std::vector<std::string> SetvaultImpl::GetInstanceIds(const SetvaultObjectId& id) {
   LogApiCall(kReadCallPriority, "GetInstanceIds", id, 1);
   ValidateSvoIdInstances(id, LookUpSchema(id));
   std::vector<std::string> ids;
-  DBStore::StmtPtr stmt = kInstanceIdsSql.PrepareAndBind(connection_, id.key, id.group, id.component);
-  if (DBStore::ExecuteStmt(connection_, stmt, AppendFirstColumn, &ids, DBStore::kBusyTimeoutMs) ==
+  const auto& connection = ReadConnection();
+  DBStore::StmtPtr stmt =
+      kInstanceIdsSql.PrepareAndBind(connection, id.key, id.group, id.component);
+  if (DBStore::ExecuteStmt(connection, stmt, AppendFirstColumn, &ids, DBStore::kBusyTimeoutMs) ==
       1) {
     DBStore::ThrowFailure("GetInstanceIds failed");
   }
@@ -101,9 +103,10 @@ int SetvaultImpl::GetRevision(const SetvaultObjectId& id) {
   LogApiCall(kReadCallPriority, "GetRevision", id, 1);
   ValidateSvoId(id, LookUpSchema(id));
   int revision = -1;
-  DBStore::StmtPtr stmt = kRevisionOfInstanceSql.PrepareAndBind(connection_, id.key, id.group,
+  const auto& connection = ReadConnection();
+  DBStore::StmtPtr stmt = kRevisionOfInstanceSql.PrepareAndBind(connection, id.key, id.group,
                                                                 id.component, id.instanceId);
-  if (DBStore::ExecuteStmt(connection_, stmt, StoreRevision, &revision, DBStore::kBusyTimeoutMs) ==
+  if (DBStore::ExecuteStmt(connection, stmt, StoreRevision, &revision, DBStore::kBusyTimeoutMs) ==
       1) {
     DBStore::ThrowFailure("GetRevision command failed");
   }
@@ -115,13 +118,14 @@ std::vector<std::pair<std::string, int>> SetvaultImpl::GetInstancesRevision(
   LogApiCall(kReadCallPriority, "GetInstancesRevision", id, 1);
   ValidateSvoIdInstances(id, LookUpSchema(id));
   std::vector<std::pair<std::string, int>> revisions;
+  const auto& connection = ReadConnection();
   DBStore::StmtPtr stmt =
       id.instanceId.empty()
-          ? kRevisionsOfTypeSql.PrepareAndBind(connection_, id.key, id.group, id.component)
-          : kRevisionOfInstanceSql.PrepareAndBind(connection_, id.key, id.group, id.component,
+          ? kRevisionsOfTypeSql.PrepareAndBind(connection, id.key, id.group, id.component)
+          : kRevisionOfInstanceSql.PrepareAndBind(connection, id.key, id.group, id.component,
                                                   id.instanceId);
-  if (DBStore::ExecuteStmt(connection_, stmt, AppendRevision, &revisions,
-                           DBStore::kBusyTimeoutMs) == 1) {
+  if (DBStore::ExecuteStmt(connection, stmt, AppendRevision, &revisions, DBStore::kBusyTimeoutMs) ==
+      1) {
     DBStore::ThrowFailure("GetRevision command failed");
   }
   return revisions;
@@ -133,6 +137,14 @@ std::vector<ErrorInfo> SetvaultImpl::Validate(std::shared_ptr<SetvaultObject> ob
   LogApiCall(kWriteCallPriority, "Validate", object->GetSetvaultObjectId(), 1);
   ValidateSVO(LookUpSchema(object->GetSetvaultObjectId()), object, errors);
   return errors;
+}
+
+const std::shared_ptr<DBStore::StoreConnection>& SetvaultImpl::ReadConnection() const {
+  if (DBStore::CheckStore(connection_, false) != 0) {
+    throw SetvaultException(SV_ERR_GENERIC, "Failed to connect to database",
+                            DBStore::FailureOf(connection_));
+  }
+  return connection_;
 }
 
 std::shared_ptr<NextBootStore> SetvaultImpl::GetNextBootStore() {

@@ -34,7 +34,8 @@ OperationScope::OperationScope(std::shared_ptr<DBStore::StoreConnection> connect
     begun = false;
   }
   if (!begun) {
-    DBStore::ThrowFailure((std::string("Begin Transaction failed for: ") + operation).c_str());
+    DBStore::ThrowFailure(std::string("Begin Transaction failed for: ") + operation,
+                          DBStore::FailureOf(connection_));
   }
   open_ = true;
 }

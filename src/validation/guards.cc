@@ -8,7 +8,9 @@
 namespace KorvoSetvault {
 namespace {
 
-[[noreturn]] void Refuse(const char* message) { throw ValidationException(SV_ERR_GENERIC, message); }
+[[noreturn]] void Refuse(const char* message) {
+  throw ValidationException(SV_ERR_GENERIC, message);
+}
 
 }  // namespace
 
@@ -47,9 +49,16 @@ void validateSingletonNonSingleton(const std::shared_ptr<SetvaultObject>& object
   validateSingletonNonSingleton(id, schema);
 }
 
+void ThrowSchemaNotFound(const SetvaultObjectId& id) {
+  const std::string text = id.toString();
+  throw SetvaultException(
+      SV_ERR_SCHEMA_NOT_FOUND,
+      Format<const char*>(ErrorMessageForId(SV_ERR_SCHEMA_NOT_FOUND), text.c_str()).c_str(),
+      KorvoSchemaStore::SchemaStore::DescribeMissing(text));
+}
+
 void CheckSchema(const SetvaultObjectId& id, const std::shared_ptr<SchemaObject>& schema) {
-  if (schema) return;
-  ThrowException<SetvaultException, const char*>(SV_ERR_SCHEMA_NOT_FOUND, id.toString().c_str());
+  if (!schema) ThrowSchemaNotFound(id);
 }
 
 void ValidateSvoId(const SetvaultObjectId& id, const std::shared_ptr<SchemaObject>& schema) {

@@ -32,7 +32,10 @@ void validateSingletonNonSingleton(const SetvaultObjectId& id,
                                    const std::shared_ptr<SchemaObject>& schema);
 void validateSingletonNonSingleton(const std::shared_ptr<SetvaultObject>& object,
                                    const std::shared_ptr<SchemaObject>& schema);
-// Throws SetvaultException 1037 with the id's text when `schema` is empty.
+// Throws SetvaultException 1037 with the id's text; its detailed message tells
+// whether the schema database is missing or unreadable, or only lacks the type.
+[[noreturn]] void ThrowSchemaNotFound(const SetvaultObjectId& id);
+// Throws SetvaultException 1037 (ThrowSchemaNotFound) when `schema` is empty.
 void CheckSchema(const SetvaultObjectId& id, const std::shared_ptr<SchemaObject>& schema);
 // CheckSchema, then validateSingletonNonSingleton.
 void ValidateSvoId(const SetvaultObjectId& id, const std::shared_ptr<SchemaObject>& schema);

@@ -53,6 +53,7 @@ class StoreTest : public ::testing::Test {
   std::shared_ptr<DBStore::StoreConnection> Conn() {
     auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
     EXPECT_TRUE(conn != nullptr);
+    EXPECT_EQ(DBStore::CheckStore(conn, true), 0);  // created by its first write
     return conn;
   }
   sqlite3* Db(const std::shared_ptr<DBStore::StoreConnection>& conn) {
@@ -62,6 +63,7 @@ class StoreTest : public ::testing::Test {
   std::shared_ptr<DBStore::StoreConnection> OtherConn() {
     auto conn = DBStore::OpenStoreConnection(store_path_, true);
     EXPECT_TRUE(conn != nullptr);
+    EXPECT_EQ(DBStore::CheckStore(conn, true), 0);
     return conn;
   }
 

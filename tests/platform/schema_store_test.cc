@@ -197,15 +197,6 @@ TEST_F(SchemaStoreTest, ReplacedFileIsSeen) {
   EXPECT_NE(Lookup("korvo", "test", "second"), nullptr);
 }
 
-TEST_F(SchemaStoreTest, MissingDatabaseReadsAsEmptyUntilCreated) {
-  setvault_test::LogCapture log;
-  EXPECT_EQ(SchemaStore::GetCache()->Size(), 0u);
-  EXPECT_EQ(Lookup("korvo", "net", "vswitch"), nullptr);
-  EXPECT_EQ(log.CountStartingWith(1, "Schema database " + database_ + " does not exist"), 1);
-  ASSERT_EQ(KorvoSetvault::LoadSchemaDefinitions(ExampleSchemas()), 9u);
-  EXPECT_NE(Lookup("korvo", "net", "vswitch"), nullptr);
-}
-
 TEST_F(SchemaStoreTest, UnusableRowsAreSkippedAndLogged) {
   dir_.WriteFile("a.json", Minimal("first"));
   KorvoSetvault::LoadSchemaDefinitions(dir_.path());

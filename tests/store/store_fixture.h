@@ -32,6 +32,8 @@ class WriteStoreTest : public ::testing::Test {
   void SetUp() override {
     KorvoSetvault::SetStorePath(dir_.File("store.db"));
     store_ = KorvoSetvault::Setvault::GetStore("");
+    // Reads need a store file: the first write would make it.
+    DBStore::CheckStore(DBStore::GetConnection(DBStore::kConfigStore, true), true);
   }
   void TearDown() override {
     store_.reset();

@@ -58,6 +58,7 @@ class ConfigStoreTest : public ::testing::Test {
     store_path_ = dir_.File("store.db");
     KorvoSetvault::SetStorePath(store_path_);
     conn_ = DBStore::GetConnection(DBStore::kConfigStore, true);
+    DBStore::CheckStore(conn_, true);  // a store file exists from the start
     ASSERT_NE(conn_, nullptr);
   }
   void TearDown() override {

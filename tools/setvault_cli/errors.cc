@@ -18,20 +18,21 @@ bool Contains(std::string text, const std::string& part) {
   return text.find(part) != std::string::npos;
 }
 
-// The one place that decides whether a failure means another process holds
-// the store: SQLite's busy and locked texts inside the library's generic
-// error, or a write transaction that could not begin (the library waits for
-// the lock before it gives up with that text). Adapt here once the library
-// reports a busy store with its own type.
-bool IsStoreBusy(const KorvoSetvault::SetvaultException& e) {
-  return e.GetErrorCode() == KorvoSetvault::SV_ERR_GENERIC &&
-         (Contains(e.what(), "database is locked") || Contains(e.what(), "database is busy") ||
-          Contains(e.what(), "sqlite_busy") || Contains(e.what(), "begin transaction failed"));
+// The cause the library adds to a store or schema database failure (the path and the
+// system's or SQLite's reason), or an empty text.
+std::string CauseOf(const KorvoSetvault::SetvaultException& e) {
+  const std::string detail = e.GetDetailedMessage();
+  const std::string marker = "[cause]: ";
+  const std::string::size_type at = detail.find(marker);
+  if (at == std::string::npos) return "";
+  const std::string::size_type end = detail.find('\n', at);
+  return detail.substr(at + marker.size(),
+                       end == std::string::npos ? std::string::npos : end - at - marker.size());
 }
 
-int ReportLibraryFailure(const KorvoSetvault::SetvaultException& e, long waited_ms) {
+int ReportLibraryMessage(const KorvoSetvault::SetvaultException& e, long waited_ms) {
   const std::string message = e.what();
-  if (IsStoreBusy(e)) {
+  if (dynamic_cast<const KorvoSetvault::StoreBusyException*>(&e) != nullptr) {
     Note("the store " + KorvoSetvault::GetStorePath() +
          " is busy: another process holds it; gave up after waiting " +
          std::to_string(waited_ms / 1000) + "." + std::to_string(waited_ms % 1000 / 100) + " s (" +
@@ -61,6 +62,14 @@ int ReportLibraryFailure(const KorvoSetvault::SetvaultException& e, long waited_
     return kExitRefused;
   }
   return e.GetErrorCode() == KorvoSetvault::SV_ERR_SCHEMA_NOT_FOUND ? kExitNotFound : kExitFailed;
+}
+
+// Reports `e` in the user's words, then the library's cause when it gave one.
+int ReportLibraryFailure(const KorvoSetvault::SetvaultException& e, long waited_ms) {
+  const int status = ReportLibraryMessage(e, waited_ms);
+  const std::string cause = CauseOf(e);
+  if (!cause.empty()) std::cerr << "  cause: " << cause << "\n";
+  return status;
 }
 
 }  // namespace
