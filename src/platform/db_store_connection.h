@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/db_store.h"
+#include "platform/db_store_after_commit.h"
 
 namespace DBStore {
 namespace internal {
@@ -108,6 +109,8 @@ class StoreConnection {
   // The last detach came inside a transaction that may have read "ss" (SQLite refuses that
   // detach): it happens when the transaction ends.
   bool schema_detach_pending = false;
+  // Work waiting for the outermost transaction to commit.
+  internal::AfterCommitQueue after_commit;
 
  private:
   sqlite3* db_;

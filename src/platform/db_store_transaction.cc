@@ -6,6 +6,7 @@
 // own (after an I/O error, for example): a lost write never reads as a commit.
 #include <utility>
 
+#include "platform/db_store_after_commit.h"
 #include "platform/db_store_connection.h"
 #include "setvault/logger.h"
 
@@ -28,6 +29,7 @@ int RollBackAll(const std::shared_ptr<StoreConnection>& conn) {
   int result = 0;
   if (StillOpen(conn) && internal::RunSql(conn, "ROLLBACK") != SQLITE_OK) result = kNoTransaction;
   internal::FinishDeferredDetach(conn);
+  internal::TransactionEnded(conn, false);
   return result;
 }
 
@@ -71,6 +73,7 @@ int CommitTransaction(const std::shared_ptr<StoreConnection>& conn) {
   if (rc == SQLITE_OK) {
     conn->depth = 0;
     internal::FinishDeferredDetach(conn);
+    internal::TransactionEnded(conn, true);
     return 0;
   }
   // A commit that failed but left the transaction open (busy readers, for example) stays
@@ -78,6 +81,7 @@ int CommitTransaction(const std::shared_ptr<StoreConnection>& conn) {
   if (!StillOpen(conn)) {
     conn->depth = 0;
     internal::FinishDeferredDetach(conn);
+    internal::TransactionEnded(conn, false);
   }
   return 1;
 }

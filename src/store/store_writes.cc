@@ -47,7 +47,7 @@ void SetDataInstancesInternal(const std::shared_ptr<DBStore::StoreConnection>& c
     validate(schema, object);
   }
   RunUnderTransaction(connection, "SetDataInstancesInternal", [&] { write(objects, connection); });
-  NotifyIfAllowlisted(objects.front()->GetSetvaultObjectId());
+  NotifyAfterCommit(objects.front()->GetSetvaultObjectId(), connection);
 }
 
 }  // namespace
@@ -65,7 +65,7 @@ void SetvaultImpl::Set(std::shared_ptr<SetvaultObject> object, const USERDATA_CO
     BootGuard(object, schema, context);
     SetInternal(object, schema, context, connection_);
   });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::SetUserData(std::shared_ptr<SetvaultObject> object,
@@ -77,8 +77,6 @@ void SetvaultImpl::SetUserData(std::shared_ptr<SetvaultObject> object,
   ValidateSvoId(object, schema);
   BootGuard(object, schema, context);
   ValidateUserConfig(schema, object);
-  // The daemon is told before the row is written, as it always has been.
-  NotifyIfAllowlisted(id);
   RunUnderTransaction(connection_, "SetUserData", [&] {
     if (context.kind != kExternalContext) {
       WriteAutoConfConfigInstances({object}, connection_);
@@ -86,6 +84,7 @@ void SetvaultImpl::SetUserData(std::shared_ptr<SetvaultObject> object,
       WriteUserConfigInstances({object}, connection_, schema->IsConfirmedDuringUpgrade());
     }
   });
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::SetVitalData(std::shared_ptr<SetvaultObject> object) {
@@ -97,7 +96,7 @@ void SetvaultImpl::SetVitalData(std::shared_ptr<SetvaultObject> object) {
   ValidateVitalConfig(schema, object);
   RunUnderTransaction(connection_, "SetVitalData",
                       [&] { WriteVitalConfigInstances({object}, connection_); });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::SetCachedData(std::shared_ptr<SetvaultObject> object) {
@@ -109,7 +108,7 @@ void SetvaultImpl::SetCachedData(std::shared_ptr<SetvaultObject> object) {
   ValidateCachedConfig(schema, object);
   RunUnderTransaction(connection_, "SetCachedData",
                       [&] { WriteCachedConfigInstances({object}, connection_); });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::Update(std::shared_ptr<SetvaultObject> object, const USERDATA_CONTEXT& context) {
@@ -141,14 +140,14 @@ void SetvaultImpl::Update(std::shared_ptr<SetvaultObject> object, const USERDATA
       SetByContextInternal(object, schema, kind, connection_);
     }
   });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::Delete(const SetvaultObjectId& id) {
   LogApiCall(kWriteCallPriority, "Delete", id, 1);
   ValidateSvoId(id, LookUpSchema(id));
   RunUnderTransaction(connection_, "Delete", [&] { DeleteInternal(id, connection_); });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::DeleteInstances(const std::shared_ptr<FilterSpecObject>& filter) {
@@ -168,7 +167,7 @@ void SetvaultImpl::DeleteInstances(const std::shared_ptr<FilterSpecObject>& filt
       DeleteInstancesInternal(id, connection_);
     }
   });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::SetInstances(std::vector<std::shared_ptr<SetvaultObject>> objects,
@@ -186,7 +185,7 @@ void SetvaultImpl::SetInstances(std::vector<std::shared_ptr<SetvaultObject>> obj
     const RevisionMap revisions = ReadRevisionMap(id, connection_);
     SetInstancesInternal(objects, context, schema, connection_, &revisions);
   });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::SetUserDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects,

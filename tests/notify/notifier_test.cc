@@ -7,6 +7,7 @@
 #include <chrono>
 #include <functional>
 #include <map>
+#include <thread>
 
 #include "db/key_value.h"
 #include "notify/notifier.h"
@@ -158,6 +159,126 @@ TEST_F(NotifierTest, EveryWriteOperationNotifiesOnce) {
     const bool host = std::string(name).find("Instances") == std::string::npos;
     ExpectNotifyRequest(received[0], host ? "korvo.system.host" : "korvo.storage.datastore");
   }
+}
+
+// Serves the daemon's socket from a thread of its own. At each arrival it reads the store
+// through that thread's own connection, as the daemon would, and keeps the request with
+// what it saw.
+class DaemonStandIn {
+ public:
+  DaemonStandIn(const std::string& path, size_t expected, std::function<std::string()> look)
+      : listener_(path), thread_([this, expected, look] {
+          std::string request;
+          while (arrivals_.size() < expected && listener_.TakeNext(5000, &request)) {
+            arrivals_.emplace_back(request, look());
+          }
+        }) {}
+  ~DaemonStandIn() {
+    if (thread_.joinable()) thread_.join();
+  }
+  // (request, what the store held when it arrived), with any request beyond the expected
+  // number after them (seen as "").
+  std::vector<std::pair<std::string, std::string>> Wait() {
+    thread_.join();
+    for (auto& extra : listener_.TakeAll()) arrivals_.emplace_back(extra, "");
+    return arrivals_;
+  }
+
+ private:
+  SocketListener listener_;
+  std::vector<std::pair<std::string, std::string>> arrivals_;
+  std::thread thread_;
+};
+
+TEST_F(NotifierTest, TheDaemonIsToldAfterTheCommitOncePerType) {
+  AllowOnly(R"(["korvo.system.host","korvo.net.vswitch"])");
+  // What the daemon sees: the host's name and the number of stored switches.
+  const auto look = [] {
+    auto store = KorvoSetvault::Setvault::GetStore("");
+    auto host = store->Get(kHost);
+    std::string name = "-";
+    if (host) host->GetValue("hostname", &name);
+    return name + "/" + std::to_string(store->GetInstanceIds(Vswitch("")).size());
+  };
+  struct Case {
+    const char* name;
+    std::function<void()> write;
+    std::vector<std::string> types;  // notified, in order
+    std::string seen;
+  };
+  const std::vector<Case> cases = {
+      {"SetUserData outside a transaction",
+       [&] { store_->SetUserData(Object(kHost, R"({"hostname":"a"})"), kExternal); },
+       {"korvo.system.host"},
+       "a/0"},
+      {"one transaction over two types",
+       [&] {
+         KorvoSetvault::SetvaultTransaction transaction(store_);
+         for (const char* name : {"vs0", "vs1", "vs2"}) {
+           store_->Set(Object(Vswitch(name), std::string(R"({"name":")") + name + "\"}"),
+                       kExternal);
+         }
+         store_->Set(Object(kHost, R"({"hostname":"b"})"), kExternal);
+         store_->Update(Object(Vswitch("vs0"), R"({"mtu":9000})"), kExternal);
+         transaction.Commit();
+       },
+       {"korvo.net.vswitch", "korvo.system.host"},
+       "b/3"},
+  };
+  for (const Case& c : cases) {
+    DaemonStandIn daemon(SocketPath(), c.types.size(), look);
+    c.write();
+    const auto arrivals = daemon.Wait();
+    ASSERT_EQ(arrivals.size(), c.types.size()) << c.name;
+    for (size_t i = 0; i < arrivals.size(); ++i) {
+      ExpectNotifyRequest(arrivals[i].first, c.types[i]);
+      EXPECT_EQ(arrivals[i].second, c.seen) << c.name;
+    }
+  }
+}
+
+TEST_F(NotifierTest, ARolledBackTransactionSendsNothing) {
+  SocketListener listener(SocketPath());
+  const auto set_host = [&] { store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal); };
+  const std::vector<std::pair<const char*, std::function<void()>>> cases = {
+      {"cancelled",
+       [&] {
+         store_->BeginTransaction();
+         set_host();
+         store_->SetUserData(Object(kHost, R"({"hostname":"i"})"), kExternal);
+         store_->CancelTransaction();
+       }},
+      {"guard left without commit",
+       [&] {
+         KorvoSetvault::SetvaultTransaction transaction(store_);
+         store_->SetInstances({Object(Datastore("d1"), R"({"label":"d1"})")}, kExternal);
+         set_host();
+       }},
+      {"commit refused after an inner cancel",
+       [&] {
+         auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+         store_->BeginTransaction();
+         set_host();
+         DBStore::BeginTransaction(conn);
+         DBStore::CancelTransaction(conn);
+         EXPECT_THROW(store_->CommitTransaction(), KorvoSetvault::SetvaultException);
+       }},
+      {"the only write failed",
+       [&] {
+         KorvoSetvault::SetvaultTransaction transaction(store_);
+         EXPECT_THROW(store_->Set(Object(kHost, R"({"hostname":5})"), kExternal),
+                      KorvoSetvault::ValidationException);
+         transaction.Commit();
+       }},
+  };
+  for (const auto& [name, run] : cases) {
+    run();
+    EXPECT_TRUE(listener.TakeAll().empty()) << name;
+    EXPECT_EQ(store_->GetRevision(kHost), -1) << name;
+  }
+  // The next committed write is told as usual: nothing queued was left behind.
+  set_host();
+  EXPECT_EQ(listener.TakeAll().size(), 1u);
 }
 
 TEST_F(NotifierTest, FailedWriteSendsNothing) {
