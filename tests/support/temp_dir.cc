@@ -7,8 +7,12 @@
 
 namespace setvault_test {
 
-TempDir::TempDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "setvault-test-XXXXXX").string();
+TempDir::TempDir(const std::string& base) {
+  std::error_code ignored;
+  const std::filesystem::path parent = !base.empty() && std::filesystem::is_directory(base, ignored)
+                                           ? std::filesystem::path(base)
+                                           : std::filesystem::temp_directory_path();
+  std::string pattern = (parent / "setvault-test-XXXXXX").string();
   if (mkdtemp(&pattern[0]) == nullptr) throw std::runtime_error("mkdtemp failed");
   path_ = pattern;
 }

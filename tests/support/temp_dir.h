@@ -8,7 +8,8 @@ namespace setvault_test {
 
 class TempDir {
  public:
-  TempDir();
+  // Under the system's temporary directory, or under `base` when that is a directory.
+  explicit TempDir(const std::string& base = "");
   ~TempDir();
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
