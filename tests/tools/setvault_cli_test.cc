@@ -63,6 +63,29 @@ TEST_F(SetvaultCliTest, SetThenGetPrintsTheObjectWithItsMetadata) {
   EXPECT_EQ(Run("revision korvo net vswitch vs0").out, "1\n");
 }
 
+TEST_F(SetvaultCliTest, IfRevisionWritesOnlyOnTheRevisionGiven) {
+  const struct {
+    const char* arguments;
+    int status;
+    const char* revision_after;
+  } cases[] = {
+      {R"(set korvo system host '{"hostname":"a"}' --if-revision -1)", 0, "1\n"},
+      {R"(set korvo system host '{"hostname":"b"}' --if-revision -1)", 1, "1\n"},
+      {R"(update korvo system host '{"hostname":"c"}' --if-revision 1)", 0, "2\n"},
+      {R"(update korvo system host '{"hostname":"d"}' --if-revision 1)", 1, "2\n"},
+      {R"(set korvo system host '{"hostname":"e"}' --if-revision 2)", 0, "3\n"},
+  };
+  for (const auto& c : cases) {
+    const Result result = Run(c.arguments);
+    EXPECT_EQ(result.status, c.status) << c.arguments << result.err;
+    if (c.status != 0) {
+      EXPECT_NE(result.err.find("error 1105: Revision conflict"), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(Run("revision korvo system host").out, c.revision_after) << c.arguments;
+  }
+  EXPECT_NE(Run("get korvo system host").out.find(R"("hostname":"e")"), std::string::npos);
+}
+
 TEST_F(SetvaultCliTest, DataFromStandardInputAndInstances) {
   ASSERT_EQ(Run("set-instances korvo net vswitch -", R"({"a": {"mtu": 1500}, "b": {"mtu": 9000}})")
                 .status,

@@ -124,7 +124,9 @@ int Write(const std::string& kind, const Target& target, const WriteOptions& opt
   auto store = OpenStore();
   auto object = MakeObject(target.Id(), ReadJsonArgument(options.json));
   const USERDATA_CONTEXT context = ContextOf(options);
-  if (kind == "set") {
+  if (kind == "set" && options.if_revision) {
+    store->SetIfRevision(object, *options.if_revision, context);
+  } else if (kind == "set") {
     store->Set(object, context);
   } else if (kind == "user") {
     store->SetUserData(object, context);
@@ -132,6 +134,8 @@ int Write(const std::string& kind, const Target& target, const WriteOptions& opt
     store->SetVitalData(object);
   } else if (kind == "cached") {
     store->SetCachedData(object);
+  } else if (options.if_revision) {
+    store->UpdateIfRevision(object, *options.if_revision, context);
   } else {
     store->Update(object, context);
   }

@@ -4,6 +4,7 @@
 #ifndef SETVAULT_TOOLS_SETVAULT_COMMANDS_H_
 #define SETVAULT_TOOLS_SETVAULT_COMMANDS_H_
 
+#include <optional>
 #include <string>
 
 #include <setvault/setvault.h>
@@ -27,6 +28,8 @@ struct Target {
 struct WriteOptions {
   std::string json;   // the data: JSON text, @file or - for standard input
   bool auto_config = false;  // write as the host's automatic configuration
+  // set and update: write only while the stored revision is this one (-1: none stored).
+  std::optional<int> if_revision;
 };
 
 int LoadSchemas(const std::string& directory, bool merge);

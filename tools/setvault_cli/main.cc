@@ -118,6 +118,10 @@ int main(int argc, char** argv) {
                              : std::string(kind) == "set-vital"  ? "vital"
                              : std::string(kind) == "set-cached" ? "cached"
                                                                  : kind;
+    if (mode == "set" || mode == "update") {
+      command->add_option("--if-revision", write.if_revision,
+                          "Write only while the stored revision is this one (-1: none stored)");
+    }
     command->callback(run([&target, &write, mode] { return setvault_tool::Write(mode, target, write); }));
   }
   auto* set_instances = app.add_subcommand("set-instances", "Write many instances at once");
