@@ -7,8 +7,8 @@
 #include <mutex>
 
 #include "db/host_flags.h"
-#include "platform/db_store_after_commit.h"
 #include "notify/uds_client.h"
+#include "platform/db_store_after_commit.h"
 #include "setvault/exceptions.h"
 #include "setvault/json_doc.h"
 #include "setvault/logger.h"
