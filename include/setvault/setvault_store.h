@@ -5,8 +5,9 @@
 //
 // Writes and transactions: one rule holds for every write operation (Set,
 // SetUserData, SetVitalData, SetCachedData, Update, Delete, DeleteInstances,
-// SetInstances, SetUserDataInstances, SetCachedDataInstances and
-// SetVitalDataInstances): a write is all or nothing.
+// SetInstances, SetUserDataInstances, SetCachedDataInstances,
+// SetVitalDataInstances and the conditional SetIfRevision, UpdateIfRevision
+// and SetInstancesIfRevisions): a write is all or nothing.
 //  - Outside a transaction it runs in a transaction of its own, committed
 //    before it returns.
 //  - Inside the caller's transaction (BeginTransaction or a
@@ -15,6 +16,11 @@
 //    only and throws: the caller's transaction stays open and usable, with
 //    every earlier write still in it, and the caller decides whether to
 //    commit or cancel.
+//  - When the host has change notification on, its management daemon is told
+//    of a write (of an allowlisted type) once the outermost transaction that
+//    holds it has committed: once per type and commit, never for a
+//    transaction that rolls back. A notification that cannot be sent is
+//    logged and never fails the write.
 //
 //   auto store = KorvoSetvault::Setvault::GetStore("");
 //   {
