@@ -1,7 +1,6 @@
 // Change notification end to end: store writes reach a listener on the daemon's socket as
 // one HTTP/1.1 POST carrying a JSON-RPC 2.0 request, only for allowlisted types and only
 // while notification is switched on; failures are logged and never fail the write.
-#include <poll.h>
 #include <rapidjson/document.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -169,38 +168,34 @@ TEST_F(NotifierTest, EveryWriteOperationNotifiesOnce) {
 std::vector<std::string> WithDaemon(const std::string& path, size_t expected,
                                     const std::function<std::string()>& look,
                                     const std::function<void()>& run) {
+  SocketListener listener(path);  // listening before the daemon process exists
   int reports[2];
   if (pipe(reports) != 0) return {"no pipe"};
   const pid_t child = fork();
-  if (child < 0) return {"no fork"};
   if (child == 0) {
-    close(reports[0]);
-    SocketListener listener(path);
-    bool ok = write(reports[1], "\n", 1) == 1;  // listening
-    std::string request;
-    for (size_t n = 0; ok && listener.TakeNext(n < expected ? 5000 : 200, &request); ++n) {
-      constexpr char kMarker[] = "identifiers\":[\"";
-      const size_t from = request.find(kMarker) + sizeof kMarker - 1;
-      const std::string line =
-          request.substr(from, request.find('"', from) - from) + " saw " + look() + "\n";
-      ok = write(reports[1], line.data(), line.size()) == static_cast<ssize_t>(line.size());
+    std::string request, text;
+    try {
+      for (size_t n = 0; listener.TakeNext(n < expected ? 5000 : 200, &request); ++n) {
+        constexpr char kMarker[] = "identifiers\":[\"";
+        const size_t from = request.find(kMarker) + sizeof kMarker - 1;
+        text += request.substr(from, request.find('"', from) - from) + " saw " + look() + "\n";
+      }
+    } catch (...) {
+      _exit(1);  // never back into the test runner
     }
-    _exit(ok ? 0 : 1);
+    _exit(write(reports[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
   }
+  if (child > 0) run();
   close(reports[1]);
-  std::string text;
-  char buffer[512];
-  if (read(reports[0], buffer, 1) == 1) run();
-  for (ssize_t count; (count = read(reports[0], buffer, sizeof buffer)) > 0;) {
-    text.append(buffer, static_cast<size_t>(count));
-  }
-  close(reports[0]);
   int status = 0;
-  if (waitpid(child, &status, 0) != child || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    return {"the daemon failed"};
-  }
+  char buffer[4096];
+  const bool served = child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) &&
+                      WEXITSTATUS(status) == 0;
+  const ssize_t count = served ? read(reports[0], buffer, sizeof buffer) : -1;
+  close(reports[0]);
+  if (count < 0) return {"the daemon failed"};
   std::vector<std::string> lines;
-  std::istringstream in(text);
+  std::istringstream in(std::string(buffer, static_cast<size_t>(count)));
   for (std::string line; std::getline(in, line);) lines.push_back(line);
   return lines;
 }
