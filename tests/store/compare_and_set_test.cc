@@ -16,39 +16,34 @@ using KorvoSetvault::RevisionConflictException;
 
 const SetvaultObjectId kHost("host", "system", "korvo");
 
-std::shared_ptr<SetvaultObject> Make(const SetvaultObjectId& id, const std::string& json) {
-  auto object = std::make_shared<SetvaultObject>(id);
-  object->SetData(json.c_str());
+std::shared_ptr<SetvaultObject> Host(const std::string& name) {
+  auto object = std::make_shared<SetvaultObject>(kHost);
+  object->SetData(("{\"hostname\":\"" + name + "\"}").c_str());
   return object;
 }
-std::shared_ptr<SetvaultObject> Host(const std::string& name) {
-  return Make(kHost, R"({"hostname":")" + name + "\"}");
-}
-std::shared_ptr<SetvaultObject> Switch(const std::string& name, int mtu) {
-  return Make(SetvaultObjectId("vswitch", "net", "korvo", name),
-              R"({"name":")" + name + R"(","mtu":)" + std::to_string(mtu) + "}");
-}
 
-class CompareAndSetTest : public WriteStoreTest {
- protected:
+class CompareAndSetTest : public WriteStoreTest {};
+
+TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
+  const int read = 1;  // what every case read: host, vs0 and vs1 at revision 1
+  const auto vswitch = [](const std::string& name, int mtu) {
+    return Object(SetvaultObjectId("vswitch", "net", "korvo", name),
+                  R"({"name":")" + name + R"(","mtu":)" + std::to_string(mtu) + "}");
+  };
   // The host's name and the MTU of vs1 ("-": not stored).
-  std::string Snapshot() {
+  const auto snapshot = [&] {
     std::string name = "-";
     int mtu = 0;
     if (auto host = store_->Get(kHost)) host->GetValue("hostname", &name);
     auto vs1 = store_->Get(SetvaultObjectId("vswitch", "net", "korvo", "vs1"));
     return name + " " + (vs1 && vs1->GetValue("mtu", &mtu) != 0 ? std::to_string(mtu) : "-");
-  }
-};
-
-TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
-  const int read = 1;  // what every case read: host, vs0 and vs1 at revision 1
+  };
   const auto set = [&](int revision) { store_->SetIfRevision(Host("new"), revision, kExternal); };
   const auto update = [&](int revision) {
     store_->UpdateIfRevision(Host("new"), revision, kExternal);
   };
   const auto instances = [&](const std::string& instance, int revision) {
-    store_->SetInstancesIfRevisions({Switch("vs0", 9000), Switch("vs1", 9000)},
+    store_->SetInstancesIfRevisions({vswitch("vs0", 9000), vswitch("vs1", 9000)},
                                     {{instance, revision}}, kExternal);
   };
   // What other writers do between the read and the conditional write.
@@ -56,20 +51,17 @@ TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
   const auto set_b = [&] { store_->Set(Host("b"), kExternal); };
   const auto update_b = [&] { store_->UpdateIfRevision(Host("b"), read, kExternal); };
   const auto remove = [&] { store_->Delete(kHost); };
-  const auto set_vs1 = [&] { store_->Set(Switch("vs1", 2000), kExternal); };
-  const auto add_vs2 = [&] { store_->Set(Switch("vs2", 2000), kExternal); };
+  const auto set_vs1 = [&] { store_->Set(vswitch("vs1", 2000), kExternal); };
+  const auto add_vs2 = [&] { store_->Set(vswitch("vs2", 2000), kExternal); };
   struct Case {
     const char* name;
     std::function<void()> meanwhile, write;
     int expected, stored;  // the conflict's revisions (expected 0: none)
-    std::string after;     // Snapshot() afterwards
+    std::string after;     // snapshot() afterwards
   };
   const std::vector<Case> cases = {
-      {"set as read", none, [&] { set(read); }, 0, 0, "new 1500"},
       {"set after a set", set_b, [&] { set(read); }, 1, 2, "b 1500"},
-      {"set after a delete", remove, [&] { set(read); }, 1, -1, "- 1500"},
       {"create", remove, [&] { set(-1); }, 0, 0, "new 1500"},
-      {"create what is stored", none, [&] { set(-1); }, -1, 1, "start 1500"},
       {"update after an update", update_b, [&] { update(read); }, 1, 2, "b 1500"},
       {"instances as read", none, [&] { instances("vs1", read); }, 0, 0, "start 9000"},
       {"instances, one set", set_vs1, [&] { instances("vs1", read); }, 1, 2, "start 2000"},
@@ -81,7 +73,7 @@ TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
         SetvaultObjectId("vswitch", "net", "korvo")));
     store_->Delete(kHost);
     store_->Set(Host("start"), kExternal);
-    store_->SetInstances({Switch("vs0", 1500), Switch("vs1", 1500)}, kExternal);
+    store_->SetInstances({vswitch("vs0", 1500), vswitch("vs1", 1500)}, kExternal);
     c.meanwhile();
     try {
       c.write();
@@ -93,7 +85,7 @@ TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
                                            ", stored revision " + std::to_string(c.stored)),
                 std::string::npos);
     }
-    EXPECT_EQ(Snapshot(), c.after);
+    EXPECT_EQ(snapshot(), c.after);
   }
 }
 
@@ -123,7 +115,7 @@ int Increment(int worker, int rounds) {
 TEST_F(CompareAndSetTest, TwoProcessesIncrementingLoseNoIncrement) {
   constexpr int kRounds = 1500;
   // The race is the point, not the disk: on a memory file system commits cost no sync.
-  TempDir memory("/dev/shm");
+  TempDir memory(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "");
   KorvoSetvault::SetStorePath(memory.File("race.db"));
   store_ = KorvoSetvault::Setvault::GetStore("");
   store_->Set(Host("0"), kExternal);

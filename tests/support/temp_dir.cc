@@ -8,11 +8,8 @@
 namespace setvault_test {
 
 TempDir::TempDir(const std::string& base) {
-  std::error_code ignored;
-  const std::filesystem::path parent = !base.empty() && std::filesystem::is_directory(base, ignored)
-                                           ? std::filesystem::path(base)
-                                           : std::filesystem::temp_directory_path();
-  std::string pattern = (parent / "setvault-test-XXXXXX").string();
+  std::string pattern = (base.empty() ? std::filesystem::temp_directory_path().string() : base) +
+                        "/setvault-test-XXXXXX";
   if (mkdtemp(&pattern[0]) == nullptr) throw std::runtime_error("mkdtemp failed");
   path_ = pattern;
 }

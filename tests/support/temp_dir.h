@@ -8,7 +8,7 @@ namespace setvault_test {
 
 class TempDir {
  public:
-  // Under the system's temporary directory, or under `base` when that is a directory.
+  // Under `base`, or under the system's temporary directory when `base` is empty.
   explicit TempDir(const std::string& base = "");
   ~TempDir();
   TempDir(const TempDir&) = delete;
