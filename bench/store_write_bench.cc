@@ -274,6 +274,27 @@ void BM_SetInTransaction_Store(benchmark::State& state) {
 }
 BENCHMARK(BM_SetInTransaction_Store)->ComputeStatistics("min", Min);
 
+// The conditional write: the same work as BM_SetInTransaction_Store plus the revision
+// check in the write's own step. Each object's revision is known from its last write.
+void BM_SetIfRevisionInTransaction_Store(benchmark::State& state) {
+  B().Clear();
+  const auto texts = Texts(1500);
+  const KorvoSetvault::USERDATA_CONTEXT context;
+  std::vector<int> revisions(kIds, KorvoSetvault::kDefaultRevision);
+  B().store->BeginTransaction();
+  int i = 0;
+  for (auto _ : state) {
+    const int n = i++ % kIds;
+    auto object = std::make_shared<KorvoSetvault::SetvaultObject>(
+        KorvoSetvault::SetvaultObjectId("vswitch", "net", "korvo", Name(n)));
+    object->SetData(texts[n].c_str());
+    B().store->SetIfRevision(object, revisions[n], context);
+    revisions[n] = revisions[n] < 0 ? 1 : revisions[n] + 1;
+  }
+  B().store->CommitTransaction();
+}
+BENCHMARK(BM_SetIfRevisionInTransaction_Store)->ComputeStatistics("min", Min);
+
 void BM_SetInTransaction_Hand(benchmark::State& state) {
   B().Clear();
   const auto texts = Texts(1500);

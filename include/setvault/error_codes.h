@@ -33,6 +33,8 @@ enum SVErrorCodes : int {
   SV_ERR_SPAWN = 1102,                    // a command could not be started (%s: reason)
   SV_ERR_WAIT = 1103,                     // waiting for a command failed (%d: pid, %s: reason)
   SV_ERR_EXIT_STATUS = 1104,              // a command exited non-zero (%d: status)
+  SV_ERR_REVISION_CONFLICT = 1105,        // a conditional write found another revision
+                                          // (%s: identity, %d: expected, %d: stored)
   SV_ERR_GENERIC = 2000,                  // message spelled out at the throw site (%s)
 };
 

@@ -168,6 +168,33 @@ class SETVAULT_EXPORT StoreBusyException : public SetvaultException {
   int sqliteCode;
 };
 
+// A conditional write (SetIfRevision, UpdateIfRevision, SetInstancesIfRevisions)
+// refused because the stored revision is not the one the caller read: another
+// writer came first, or the object was created or deleted meanwhile. Nothing of
+// the call was written. Code SV_ERR_REVISION_CONFLICT (1105), message
+// "Revision conflict for <identity>: expected revision <e>, stored revision <s>"
+// (-1 stands for "not stored").
+//
+//   try {
+//     store->SetIfRevision(object, read->GetRevision(), context);
+//   } catch (const KorvoSetvault::RevisionConflictException& e) {
+//     // re-read, decide again, retry
+//   }
+class SETVAULT_EXPORT RevisionConflictException : public SetvaultException {
+ public:
+  // `identity` is the object's text form.
+  RevisionConflictException(const std::string& identity, int expected, int stored);
+  ~RevisionConflictException() override;
+
+  // The revision the caller expected, and the one stored (-1: none stored).
+  int GetExpectedRevision() const { return expected_; }
+  int GetStoredRevision() const { return stored_; }
+
+ private:
+  int expected_;
+  int stored_;
+};
+
 // Throws `E` with `code` and the code's message (ErrorMessageForId) formatted
 // with `args`, which must match the code's conversions. Never returns.
 //

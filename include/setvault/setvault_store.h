@@ -5,8 +5,9 @@
 //
 // Writes and transactions: one rule holds for every write operation (Set,
 // SetUserData, SetVitalData, SetCachedData, Update, Delete, DeleteInstances,
-// SetInstances, SetUserDataInstances, SetCachedDataInstances and
-// SetVitalDataInstances): a write is all or nothing.
+// SetInstances, SetUserDataInstances, SetCachedDataInstances,
+// SetVitalDataInstances and the conditional SetIfRevision, UpdateIfRevision
+// and SetInstancesIfRevisions): a write is all or nothing.
 //  - Outside a transaction it runs in a transaction of its own, committed
 //    before it returns.
 //  - Inside the caller's transaction (BeginTransaction or a
@@ -15,6 +16,11 @@
 //    only and throws: the caller's transaction stays open and usable, with
 //    every earlier write still in it, and the caller decides whether to
 //    commit or cancel.
+//  - When the host has change notification on, its management daemon is told
+//    of a write (of an allowlisted type) once the outermost transaction that
+//    holds it has committed: once per type and commit, never for a
+//    transaction that rolls back. A notification that cannot be sent is
+//    logged and never fails the write.
 //
 //   auto store = KorvoSetvault::Setvault::GetStore("");
 //   {
@@ -39,6 +45,7 @@
 #ifndef SETVAULT_SETVAULT_STORE_H_
 #define SETVAULT_SETVAULT_STORE_H_
 
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -178,6 +185,41 @@ class SETVAULT_EXPORT Setvault {
   // Every violation of the object against its type's schema, with its path;
   // empty when valid (and for no object). Writes nothing.
   virtual std::vector<ErrorInfo> Validate(std::shared_ptr<SetvaultObject> object) = 0;
+
+  // Conditional writes (compare-and-set), for a caller that reads an object,
+  // decides and writes it back: the write of Set, Update or SetInstances, done
+  // only while the stored revision is still the one the caller read
+  // (GetRevision or SetvaultObject::GetRevision; kDefaultRevision, -1, for
+  // "not stored"). The check and the write are one step of one transaction:
+  // no other writer, of this process or another, comes in between. On a
+  // difference nothing of the call is written and RevisionConflictException
+  // (1105) names both revisions; inside a caller's transaction that
+  // transaction stays usable, as after any failed write. Every other check
+  // and failure is the plain operation's.
+  //
+  //   auto read = store->Get(id);
+  //   ... decide, change `read` ...
+  //   store->SetIfRevision(read, read->GetRevision(), context);
+  //
+  // Writes that raise the revision: every Set, SetUserData, SetVitalData,
+  // SetCachedData and SetInstances, a creation, and UpdateIfRevision (which,
+  // unlike Update, raises it by one when it changes a stored object). A plain
+  // Update, a boot-status confirmation and the clearing of one column keep the
+  // revision, so a conditional write does not notice them; a deletion reads
+  // as -1.
+  virtual void SetIfRevision(std::shared_ptr<SetvaultObject> object, int expectedRevision,
+                             const USERDATA_CONTEXT& context) = 0;
+  // Update under the rule above. An object without data writes nothing and
+  // checks nothing, as Update.
+  virtual void UpdateIfRevision(std::shared_ptr<SetvaultObject> object, int expectedRevision,
+                                const USERDATA_CONTEXT& context) = 0;
+  // SetInstances under the rule above, checking every instance that
+  // `expectedRevisions` names (instance id to the revision read, -1 for "not
+  // stored"), whether or not the list writes it; instances of the list it
+  // does not name are written without a check.
+  virtual void SetInstancesIfRevisions(std::vector<std::shared_ptr<SetvaultObject>> objects,
+                                       const std::map<std::string, int>& expectedRevisions,
+                                       const USERDATA_CONTEXT& context) = 0;
   virtual ~Setvault();
 };
 

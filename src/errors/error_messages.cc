@@ -37,6 +37,8 @@ constexpr ErrorMessageEntry kMessages[] = {
     {SV_ERR_SPAWN, "Cannot start command: %s", "s"},
     {SV_ERR_WAIT, "Cannot wait for process %d: %s", "ds"},
     {SV_ERR_EXIT_STATUS, "Command exited with status %d", "d"},
+    {SV_ERR_REVISION_CONFLICT,
+     "Revision conflict for %s: expected revision %d, stored revision %d", "sdd"},
     {SV_ERR_GENERIC, "%s", "s"},
 };
 

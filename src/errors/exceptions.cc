@@ -72,6 +72,16 @@ StoreBusyException::StoreBusyException(int code, const char* text, int sqlite_co
 }
 StoreBusyException::~StoreBusyException() = default;
 
+RevisionConflictException::RevisionConflictException(const std::string& identity, int expected,
+                                                     int stored)
+    : SetvaultException(SV_ERR_REVISION_CONFLICT,
+                        Format<const char*, int, int>(ErrorMessageForId(SV_ERR_REVISION_CONFLICT),
+                                                      identity.c_str(), expected, stored)
+                            .c_str()),
+      expected_(expected),
+      stored_(stored) {}
+RevisionConflictException::~RevisionConflictException() = default;
+
 ValidationException::ValidationException(int code, const char* text,
                                          std::vector<ErrorInfo>& findings)
     : SetvaultException(code, text), errors(findings) {}

@@ -9,6 +9,7 @@
 #include "db/host_flags.h"
 #include "notify/uds_client.h"
 #include "setvault/host_setup.h"
+#include "platform/db_store_after_commit.h"
 #include "setvault/exceptions.h"
 #include "setvault/json_doc.h"
 #include "setvault/logger.h"
@@ -110,6 +111,13 @@ void NotifyIfAllowlisted(const SetvaultObjectId& id) {
     SVLogger::Log(2, "Error while sending notification for config object '%s' to NexD: %s",
                   id.toString().c_str(), e.what());
   }
+}
+
+void NotifyAfterCommit(const SetvaultObjectId& id,
+                       const std::shared_ptr<DBStore::StoreConnection>& connection) {
+  // The daemon re-reads the whole type: one request per type and commit is enough.
+  DBStore::RunAfterCommit(connection, "notify " + id.component + "." + id.group + "." + id.key,
+                          [id] { NotifyIfAllowlisted(id); });
 }
 
 void SetNotifyAllowlistPath(const std::string& path) {

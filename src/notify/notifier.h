@@ -3,9 +3,11 @@
 #ifndef SETVAULT_SRC_NOTIFY_NOTIFIER_H_
 #define SETVAULT_SRC_NOTIFY_NOTIFIER_H_
 
+#include <memory>
 #include <string>
 #include <unordered_set>
 
+#include "platform/db_store.h"
 #include "setvault/object_id.h"
 
 namespace KorvoSetvault {
@@ -30,6 +32,14 @@ const std::unordered_set<std::string>& GetNotifyAllowlist();
 // request. Failures are logged, never thrown: the write that caused the
 // notification stands.
 void NotifyIfAllowlisted(const SetvaultObjectId& id);
+
+// NotifyIfAllowlisted for the type of `id`, once the outermost transaction open on
+// `connection` has committed (at once when none is open): the daemon, reading the store
+// when told, sees the change. Nothing is sent when that transaction rolls back, and a
+// type changed several times in one transaction is notified once. Never throws for
+// notification failures.
+void NotifyAfterCommit(const SetvaultObjectId& id,
+                       const std::shared_ptr<DBStore::StoreConnection>& connection);
 
 // The HTTP request NotifyIfAllowlisted sends for `id` from process `pid`.
 std::string BuildNotifyRequest(const SetvaultObjectId& id, long pid);

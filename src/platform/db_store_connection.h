@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/db_store.h"
+#include "platform/db_store_after_commit.h"
 
 namespace DBStore {
 namespace internal {
@@ -145,6 +146,8 @@ class StoreConnection {
   // Why the last open or check of the file failed: the path and the cause. Empty after
   // one that succeeded.
   std::string failure;
+  // Work waiting for the outermost transaction to commit.
+  internal::AfterCommitQueue after_commit;
 
  private:
   sqlite3* db_;

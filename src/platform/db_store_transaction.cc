@@ -8,6 +8,7 @@
 #include <chrono>
 #include <utility>
 
+#include "platform/db_store_after_commit.h"
 #include "platform/db_store_connection.h"
 #include "setvault/logger.h"
 
@@ -23,8 +24,9 @@ bool StillOpen(const std::shared_ptr<StoreConnection>& conn) {
   return conn->db() != nullptr && !sqlite3_get_autocommit(conn->db());
 }
 
-// Forgets the nesting of a transaction that has ended and leaves the operation gate.
-void EndTransaction(const std::shared_ptr<StoreConnection>& conn) {
+// Forgets the nesting of a transaction that has ended, gives back the writers' turn and
+// the operation gate, then runs (`committed`) or drops the work that waited for the end.
+void EndTransaction(const std::shared_ptr<StoreConnection>& conn, bool committed) {
   conn->depth = 0;
   conn->doomed = false;
   internal::FinishDeferredDetach(conn);
@@ -33,13 +35,14 @@ void EndTransaction(const std::shared_ptr<StoreConnection>& conn) {
     conn->gate_held = false;
     internal::LeaveOperation();
   }
+  internal::TransactionEnded(conn, committed);
 }
 
 // Rolls back whatever is open and forgets the nesting. Returns 0 or kNoTransaction.
 int RollBackAll(const std::shared_ptr<StoreConnection>& conn) {
   int result = 0;
   if (StillOpen(conn) && internal::RunSql(conn, "ROLLBACK") != SQLITE_OK) result = kNoTransaction;
-  EndTransaction(conn);
+  EndTransaction(conn, false);
   return result;
 }
 
@@ -100,12 +103,12 @@ int CommitTransaction(const std::shared_ptr<StoreConnection>& conn) {
   }
   int rc = internal::RunSql(conn, "COMMIT");
   if (rc == SQLITE_OK) {
-    EndTransaction(conn);
+    EndTransaction(conn, true);
     return 0;
   }
   // A commit that failed but left the transaction open (busy readers, for example) stays
   // open so that the caller can cancel it; one the engine rolled back is gone.
-  if (!StillOpen(conn)) EndTransaction(conn);
+  if (!StillOpen(conn)) EndTransaction(conn, false);
   return 1;
 }
 

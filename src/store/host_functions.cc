@@ -116,7 +116,7 @@ void UpdateKernelOptions(std::shared_ptr<SetvaultObject> object) {
                               (std::string("Transaction failed") + e.what()).c_str());
     }
   });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, conn);
 }
 
 std::shared_ptr<SetvaultObject> CreateObject(const SetvaultObjectId& id, const std::string& json) {

@@ -5,7 +5,9 @@
 #ifndef SETVAULT_SRC_STORE_SETVAULT_IMPL_H_
 #define SETVAULT_SRC_STORE_SETVAULT_IMPL_H_
 
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,6 +56,13 @@ class SetvaultImpl : public Setvault {
   int CommitTransaction() override;
   int CancelTransaction() noexcept override;
   std::vector<ErrorInfo> Validate(std::shared_ptr<SetvaultObject> object) override;
+  void SetIfRevision(std::shared_ptr<SetvaultObject> object, int expectedRevision,
+                     const USERDATA_CONTEXT& context) override;
+  void UpdateIfRevision(std::shared_ptr<SetvaultObject> object, int expectedRevision,
+                        const USERDATA_CONTEXT& context) override;
+  void SetInstancesIfRevisions(std::vector<std::shared_ptr<SetvaultObject>> objects,
+                               const std::map<std::string, int>& expectedRevisions,
+                               const USERDATA_CONTEXT& context) override;
 
   const std::shared_ptr<DBStore::StoreConnection>& connection() const { return connection_; }
 
@@ -62,6 +71,17 @@ class SetvaultImpl : public Setvault {
   // database", with the path and cause as detail, when the store file does not exist (reads
   // never create it), cannot be opened, or was removed or replaced while in use.
   const std::shared_ptr<DBStore::StoreConnection>& ReadConnection() const;
+
+  // The writes behind the plain and the conditional operations: `expected`
+  // (none: unconditional) is the revision the caller read.
+  void SetChecked(const char* operation, std::shared_ptr<SetvaultObject> object,
+                  std::optional<int> expected, const USERDATA_CONTEXT& context);
+  void UpdateChecked(const char* operation, std::shared_ptr<SetvaultObject> object,
+                     std::optional<int> expected, const USERDATA_CONTEXT& context);
+  void SetInstancesChecked(const char* operation,
+                           std::vector<std::shared_ptr<SetvaultObject>> objects,
+                           const std::map<std::string, int>* expected,
+                           const USERDATA_CONTEXT& context);
 
   std::shared_ptr<DBStore::StoreConnection> connection_;
 };

@@ -6,6 +6,7 @@
 #include "platform/upgrade_ctx.h"
 #include "store/api_log.h"
 #include "store/next_boot_store.h"
+#include "store/revision_check.h"
 #include "store/setvault_impl.h"
 #include "validation/guards.h"
 #include "validation/schema_validation.h"
@@ -13,9 +14,6 @@
 namespace KorvoSetvault {
 namespace {
 
-const KeyStatement4 kRevisionOfInstanceSql(
-    "SELECT Identifier, Revision FROM Config WHERE Name = ? AND ConfigGroup = ? AND "
-    "Component = ? AND Identifier = ?");
 const KeyStatement3 kRevisionsOfTypeSql(
     "SELECT Identifier, Revision FROM Config WHERE Name = ? AND ConfigGroup = ? AND "
     "Component = ?");
@@ -23,15 +21,6 @@ const KeyStatement3 kInstanceIdsSql(
     "SELECT Identifier FROM Config WHERE Name = ? AND ConfigGroup = ? AND Component = ?");
 
 // Row callbacks of the revision and instance-id queries.
-int StoreRevision(void* context, int count, char** texts, char** names) {
-  for (int i = 0; i < count; ++i) {
-    if (std::string_view(names[i]) == "Revision" && texts[i] != nullptr) {
-      *static_cast<int*>(context) = static_cast<int>(std::strtol(texts[i], nullptr, 10));
-    }
-  }
-  return 0;
-}
-
 int AppendRevision(void* context, int count, char** texts, char** names) {
   std::pair<std::string, int> entry("", 0);
   for (int i = 0; i < count; ++i) {
@@ -102,15 +91,7 @@ std::vector<std::string> SetvaultImpl::GetInstanceIds(const SetvaultObjectId& id
 int SetvaultImpl::GetRevision(const SetvaultObjectId& id) {
   LogApiCall(kReadCallPriority, "GetRevision", id, 1);
   ValidateSvoId(id, LookUpSchema(id));
-  int revision = -1;
-  const auto& connection = ReadConnection();
-  DBStore::StmtPtr stmt = kRevisionOfInstanceSql.PrepareAndBind(connection, id.key, id.group,
-                                                                id.component, id.instanceId);
-  if (DBStore::ExecuteStmt(connection, stmt, StoreRevision, &revision, DBStore::kBusyTimeoutMs) ==
-      1) {
-    DBStore::ThrowFailure("GetRevision command failed");
-  }
-  return revision;
+  return ReadStoredRevision(id, ReadConnection());
 }
 
 std::vector<std::pair<std::string, int>> SetvaultImpl::GetInstancesRevision(

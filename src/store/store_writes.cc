@@ -4,6 +4,7 @@
 #include "model/update_merge.h"
 #include "notify/notifier.h"
 #include "store/api_log.h"
+#include "store/revision_check.h"
 #include "store/setvault_impl.h"
 #include "store/transaction_scope.h"
 #include "store/write_guards.h"
@@ -47,25 +48,36 @@ void SetDataInstancesInternal(const std::shared_ptr<DBStore::StoreConnection>& c
     validate(schema, object);
   }
   RunUnderTransaction(connection, "SetDataInstancesInternal", [&] { write(objects, connection); });
-  NotifyIfAllowlisted(objects.front()->GetSetvaultObjectId());
+  NotifyAfterCommit(objects.front()->GetSetvaultObjectId(), connection);
 }
 
 }  // namespace
 
 void SetvaultImpl::Set(std::shared_ptr<SetvaultObject> object, const USERDATA_CONTEXT& context) {
-  if (IsNull(object, "Set")) return;
+  SetChecked("Set", std::move(object), std::nullopt, context);
+}
+
+void SetvaultImpl::SetIfRevision(std::shared_ptr<SetvaultObject> object, int expectedRevision,
+                                 const USERDATA_CONTEXT& context) {
+  SetChecked("SetIfRevision", std::move(object), expectedRevision, context);
+}
+
+void SetvaultImpl::SetChecked(const char* operation, std::shared_ptr<SetvaultObject> object,
+                              std::optional<int> expected, const USERDATA_CONTEXT& context) {
+  if (IsNull(object, operation)) return;
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
-  LogApiCall(kWriteCallPriority, "Set", id, ContextValue(context));
+  LogApiCall(kWriteCallPriority, operation, id, ContextValue(context));
   auto schema = LookUpSchema(id);
   ValidateSvoId(object, schema);
   ValidateSet(schema, object);
   // Reading the stored row and writing the row that carries its columns over
   // are one step: no other writer can slip in between.
-  RunUnderTransaction(connection_, "Set", [&] {
+  RunUnderTransaction(connection_, operation, [&] {
     BootGuard(object, schema, context);
+    if (expected) RequireRevision(id, *expected, connection_);
     SetInternal(object, schema, context, connection_);
   });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::SetUserData(std::shared_ptr<SetvaultObject> object,
@@ -77,8 +89,6 @@ void SetvaultImpl::SetUserData(std::shared_ptr<SetvaultObject> object,
   ValidateSvoId(object, schema);
   BootGuard(object, schema, context);
   ValidateUserConfig(schema, object);
-  // The daemon is told before the row is written, as it always has been.
-  NotifyIfAllowlisted(id);
   RunUnderTransaction(connection_, "SetUserData", [&] {
     if (context.kind != kExternalContext) {
       WriteAutoConfConfigInstances({object}, connection_);
@@ -86,6 +96,7 @@ void SetvaultImpl::SetUserData(std::shared_ptr<SetvaultObject> object,
       WriteUserConfigInstances({object}, connection_, schema->IsConfirmedDuringUpgrade());
     }
   });
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::SetVitalData(std::shared_ptr<SetvaultObject> object) {
@@ -97,7 +108,7 @@ void SetvaultImpl::SetVitalData(std::shared_ptr<SetvaultObject> object) {
   ValidateVitalConfig(schema, object);
   RunUnderTransaction(connection_, "SetVitalData",
                       [&] { WriteVitalConfigInstances({object}, connection_); });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::SetCachedData(std::shared_ptr<SetvaultObject> object) {
@@ -109,13 +120,23 @@ void SetvaultImpl::SetCachedData(std::shared_ptr<SetvaultObject> object) {
   ValidateCachedConfig(schema, object);
   RunUnderTransaction(connection_, "SetCachedData",
                       [&] { WriteCachedConfigInstances({object}, connection_); });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::Update(std::shared_ptr<SetvaultObject> object, const USERDATA_CONTEXT& context) {
-  if (IsNull(object, "Update")) return;
+  UpdateChecked("Update", std::move(object), std::nullopt, context);
+}
+
+void SetvaultImpl::UpdateIfRevision(std::shared_ptr<SetvaultObject> object, int expectedRevision,
+                                    const USERDATA_CONTEXT& context) {
+  UpdateChecked("UpdateIfRevision", std::move(object), expectedRevision, context);
+}
+
+void SetvaultImpl::UpdateChecked(const char* operation, std::shared_ptr<SetvaultObject> object,
+                                 std::optional<int> expected, const USERDATA_CONTEXT& context) {
+  if (IsNull(object, operation)) return;
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
-  LogApiCall(kWriteCallPriority, "Update", id, ContextValue(context));
+  LogApiCall(kWriteCallPriority, operation, id, ContextValue(context));
   auto schema = LookUpSchema(id);
   ValidateSvoId(object, schema);
   ValidateUpdate(schema, object);
@@ -127,7 +148,8 @@ void SetvaultImpl::Update(std::shared_ptr<SetvaultObject> object, const USERDATA
     return;
   }
   const UPDATE_CONTEXT kind = UpdateKindOf(context, user_type);
-  RunUnderTransaction(connection_, "Update", [&] {
+  RunUnderTransaction(connection_, operation, [&] {
+    if (expected) RequireRevision(id, *expected, connection_);
     // The stored value of the part this context writes, with vital and
     // cached data: the update merges into it and writes those columns back.
     auto stored = GetConfigByBootAndContext(id, connection_, context, schema);
@@ -136,19 +158,22 @@ void SetvaultImpl::Update(std::shared_ptr<SetvaultObject> object, const USERDATA
       ValidateSet(schema, stored);
       CleanupObject(stored, schema);
       UpdateByContextInternal(stored, schema, kind, connection_);
+      // An in-place update keeps the revision; a conditional one marks the
+      // change, so that a reader of the old revision is refused next.
+      if (expected) RaiseRevision(id, connection_);
     } else {
       ValidateSet(schema, object);
       SetByContextInternal(object, schema, kind, connection_);
     }
   });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::Delete(const SetvaultObjectId& id) {
   LogApiCall(kWriteCallPriority, "Delete", id, 1);
   ValidateSvoId(id, LookUpSchema(id));
   RunUnderTransaction(connection_, "Delete", [&] { DeleteInternal(id, connection_); });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::DeleteInstances(const std::shared_ptr<FilterSpecObject>& filter) {
@@ -168,13 +193,25 @@ void SetvaultImpl::DeleteInstances(const std::shared_ptr<FilterSpecObject>& filt
       DeleteInstancesInternal(id, connection_);
     }
   });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::SetInstances(std::vector<std::shared_ptr<SetvaultObject>> objects,
                                 const USERDATA_CONTEXT& context) {
+  SetInstancesChecked("SetInstances", std::move(objects), nullptr, context);
+}
+
+void SetvaultImpl::SetInstancesIfRevisions(std::vector<std::shared_ptr<SetvaultObject>> objects,
+                                           const std::map<std::string, int>& expectedRevisions,
+                                           const USERDATA_CONTEXT& context) {
+  SetInstancesChecked("SetInstancesIfRevisions", std::move(objects), &expectedRevisions, context);
+}
+
+void SetvaultImpl::SetInstancesChecked(const char* operation, ObjectVector objects,
+                                       const std::map<std::string, int>* expected,
+                                       const USERDATA_CONTEXT& context) {
   objects = WithoutEmptyPointers(std::move(objects));
-  auto schema = CheckInstancesCall("SetInstances", objects, context);
+  auto schema = CheckInstancesCall(operation, objects, context);
   RequireOneType(objects);
   for (const auto& object : objects) {
     validateInstanceId(object->GetSetvaultObjectId());
@@ -182,11 +219,12 @@ void SetvaultImpl::SetInstances(std::vector<std::shared_ptr<SetvaultObject>> obj
     BootGuard(object, schema, context);
   }
   const SetvaultObjectId& id = objects.front()->GetSetvaultObjectId();
-  RunUnderTransaction(connection_, "SetInstances", [&] {
+  RunUnderTransaction(connection_, operation, [&] {
     const RevisionMap revisions = ReadRevisionMap(id, connection_);
+    if (expected) RequireRevisions(id, *expected, revisions);
     SetInstancesInternal(objects, context, schema, connection_, &revisions);
   });
-  NotifyIfAllowlisted(id);
+  NotifyAfterCommit(id, connection_);
 }
 
 void SetvaultImpl::SetUserDataInstances(std::vector<std::shared_ptr<SetvaultObject>> objects,

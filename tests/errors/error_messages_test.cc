@@ -31,7 +31,7 @@ TEST(ErrorMessages, EveryCodeHasAClearTextWhoseConversionsMatchItsArguments) {
     EXPECT_GE(std::string(entry->format).size(), 2u);
   }
   for (int code : {1002, 1030, 1032, 1037, 1041, 1046, 1048, 1049, 1061, 1062, 1080, 1081, 1082,
-                   1083, 1084, 1086, 1087, 1088, 1089, 1090, 1091, 1102, 1103, 1104, 2000}) {
+                   1083, 1084, 1086, 1087, 1088, 1089, 1090, 1091, 1102, 1103, 1104, 1105, 2000}) {
     EXPECT_EQ(codes.count(code), 1u) << "no message for " << code;
   }
 }

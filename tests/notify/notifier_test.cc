@@ -2,11 +2,13 @@
 // one HTTP/1.1 POST carrying a JSON-RPC 2.0 request, only for allowlisted types and only
 // while notification is switched on; failures are logged and never fail the write.
 #include <rapidjson/document.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <functional>
 #include <map>
+#include <sstream>
 
 #include "db/key_value.h"
 #include "notify/notifier.h"
@@ -160,11 +162,104 @@ TEST_F(NotifierTest, EveryWriteOperationNotifiesOnce) {
   }
 }
 
-TEST_F(NotifierTest, FailedWriteSendsNothing) {
+// Plays the daemon in a process of its own while `run` runs: takes `expected` requests on
+// the daemon's socket (and any other within 200 ms) and reads the store at each through its
+// own connection, as the daemon would. Returns "<type> saw <look()>" per request, in order.
+std::vector<std::string> WithDaemon(const std::string& path, size_t expected,
+                                    const std::function<std::string()>& look,
+                                    const std::function<void()>& run) {
+  SocketListener listener(path);  // listening before the daemon process exists
+  int reports[2];
+  if (pipe(reports) != 0) return {"no pipe"};
+  const pid_t child = fork();
+  if (child == 0) {
+    std::string request, text;
+    try {
+      for (size_t n = 0; listener.TakeNext(n < expected ? 5000 : 200, &request); ++n) {
+        constexpr char kMarker[] = "identifiers\":[\"";
+        const size_t from = request.find(kMarker) + sizeof kMarker - 1;
+        text += request.substr(from, request.find('"', from) - from) + " saw " + look() + "\n";
+      }
+    } catch (...) {
+      _exit(1);  // never back into the test runner
+    }
+    _exit(write(reports[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1);
+  }
+  if (child > 0) run();
+  close(reports[1]);
+  int status = 0;
+  char buffer[4096];
+  const bool served = child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) &&
+                      WEXITSTATUS(status) == 0;
+  const ssize_t count = served ? read(reports[0], buffer, sizeof buffer) : -1;
+  close(reports[0]);
+  if (count < 0) return {"the daemon failed"};
+  std::vector<std::string> lines;
+  std::istringstream in(std::string(buffer, static_cast<size_t>(count)));
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+TEST_F(NotifierTest, TheDaemonIsToldAfterTheCommitOncePerType) {
+  AllowOnly(R"(["korvo.system.host","korvo.net.vswitch"])");
+  // What the daemon sees: the host's name and the number of stored switches.
+  const auto look = [] {
+    auto store = KorvoSetvault::Setvault::GetStore("");
+    std::string name = "-";
+    if (auto host = store->Get(kHost)) host->GetValue("hostname", &name);
+    return name + "/" + std::to_string(store->GetInstanceIds(Vswitch("")).size());
+  };
+  const auto in_one_transaction = [&] {
+    KorvoSetvault::SetvaultTransaction transaction(store_);
+    for (const char* name : {"vs0", "vs1", "vs2"}) {
+      store_->Set(Object(Vswitch(name), std::string(R"({"name":")") + name + "\"}"), kExternal);
+    }
+    store_->Set(Object(kHost, R"({"hostname":"b"})"), kExternal);
+    transaction.Commit();
+  };
+  EXPECT_EQ(
+      WithDaemon(SocketPath(), 1, look,
+                 [&] { store_->SetUserData(Object(kHost, R"({"hostname":"a"})"), kExternal); }),
+      std::vector<std::string>{"korvo.system.host saw a/0"});
+  EXPECT_EQ(WithDaemon(SocketPath(), 2, look, in_one_transaction),
+            (std::vector<std::string>{"korvo.net.vswitch saw b/3", "korvo.system.host saw b/3"}));
+}
+
+TEST_F(NotifierTest, ARolledBackTransactionOrAFailedWriteSendsNothing) {
   SocketListener listener(SocketPath());
-  EXPECT_THROW(store_->Set(Object(kHost, R"({"hostname":5})"), kExternal),
-               KorvoSetvault::ValidationException);
-  EXPECT_TRUE(listener.TakeAll().empty());
+  const auto set_host = [&] { store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal); };
+  const std::vector<std::pair<const char*, std::function<void()>>> cases = {
+      {"cancelled",
+       [&] {
+         KorvoSetvault::SetvaultTransaction transaction(store_);
+         store_->SetInstances({Object(Datastore("d1"), R"({"label":"d1"})")}, kExternal);
+         set_host();
+         store_->SetUserData(Object(kHost, R"({"hostname":"i"})"), kExternal);
+       }},
+      {"commit refused after an inner cancel",
+       [&] {
+         auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+         store_->BeginTransaction();
+         set_host();
+         DBStore::BeginTransaction(conn);
+         DBStore::CancelTransaction(conn);
+         EXPECT_THROW(store_->CommitTransaction(), KorvoSetvault::SetvaultException);
+       }},
+      {"the only write failed",
+       [&] {
+         KorvoSetvault::SetvaultTransaction transaction(store_);
+         EXPECT_ANY_THROW(store_->Set(Object(kHost, R"({"hostname":5})"), kExternal));
+         transaction.Commit();
+       }},
+  };
+  for (const auto& [name, run] : cases) {
+    run();
+    EXPECT_TRUE(listener.TakeAll().empty()) << name;
+    EXPECT_EQ(store_->GetRevision(kHost), -1) << name;
+  }
+  // The next committed write is told as usual: nothing queued was left behind.
+  set_host();
+  EXPECT_EQ(listener.TakeAll().size(), 1u);
 }
 
 TEST_F(NotifierTest, WildcardEntryCoversTheGroupAndABareGroupEntryNothing) {

@@ -54,6 +54,18 @@ class SocketListener {
     return received;
   }
 
+  // Waits up to `timeout_ms` for one connection and reads it to its end; false when none
+  // came.
+  bool TakeNext(int timeout_ms, std::string* received) {
+    pollfd ready{fd_, POLLIN, 0};
+    if (poll(&ready, 1, timeout_ms) <= 0) return false;
+    const int client = accept(fd_, nullptr, nullptr);
+    if (client < 0) return false;
+    *received = ReadToEnd(client);
+    close(client);
+    return true;
+  }
+
   // Accepts one queued connection and keeps it open without reading; false when none.
   bool AcceptAndHold() {
     const int client = accept(fd_, nullptr, nullptr);

@@ -7,8 +7,9 @@
 
 namespace setvault_test {
 
-TempDir::TempDir() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "setvault-test-XXXXXX").string();
+TempDir::TempDir(const std::string& base) {
+  std::string pattern = (base.empty() ? std::filesystem::temp_directory_path().string() : base) +
+                        "/setvault-test-XXXXXX";
   if (mkdtemp(&pattern[0]) == nullptr) throw std::runtime_error("mkdtemp failed");
   path_ = pattern;
 }

@@ -8,7 +8,8 @@ namespace setvault_test {
 
 class TempDir {
  public:
-  TempDir();
+  // Under `base`, or under the system's temporary directory when `base` is empty.
+  explicit TempDir(const std::string& base = "");
   ~TempDir();
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;

@@ -2,6 +2,8 @@
 // unset, set-instances, delete and delete-instances.
 #include <rapidjson/pointer.h>
 
+#include <optional>
+
 #include "setvault_cli/commands.h"
 #include "setvault_cli/json_io.h"
 #include "setvault_cli/output.h"
@@ -21,6 +23,8 @@ struct WriteArgs {
   bool auto_config = false;
   bool existing = false;
   bool all = false;
+  // set and update: write only while the stored revision is this one (-1: none stored).
+  std::optional<int> if_revision;
   std::vector<std::string> words;  // [instance] data of the writers
 };
 
@@ -56,7 +60,9 @@ int Write(const std::string& writer, WriteArgs& args) {
   args.json = args.words.back();
   auto store = OpenStore(Access::kWrite);
   auto object = MakeObject(args.target.Id(), ReadJsonObject(args.json, "data"));
-  if (writer == "set") {
+  if (writer == "set" && args.if_revision) {
+    store->SetIfRevision(object, *args.if_revision, ContextOf(args));
+  } else if (writer == "set") {
     store->Set(object, ContextOf(args));
   } else if (writer == "set-user") {
     store->SetUserData(object, ContextOf(args));
@@ -71,7 +77,11 @@ int Write(const std::string& writer, WriteArgs& args) {
       throw ToolError(kExitNotFound, "nothing stored for " + args.target.Words() +
                                          "; --existing refuses to create it");
     }
-    store->Update(object, ContextOf(args));
+    if (args.if_revision) {
+      store->UpdateIfRevision(object, *args.if_revision, ContextOf(args));
+    } else {
+      store->Update(object, ContextOf(args));
+    }
     transaction.Commit();
     if (!existed) Note("created " + args.target.Words() + " (nothing was stored before)");
   }
@@ -201,6 +211,11 @@ void AddObjectWriteCommands(CLI::App* app) {
     }
     if (name == "update") {
       command->add_flag("--existing", args.existing, "Refuse to create an object not stored");
+    }
+    if (name == "set" || name == "update") {
+      command->add_option("--if-revision", args.if_revision,
+                          "Write only while the stored revision is N (-1: nothing stored); "
+                          "otherwise fail with error 1105 and write nothing");
     }
   }
   auto* unset =
