@@ -283,22 +283,14 @@ void SetInternal(const ObjectPtr& object, const SchemaPtr& schema, const USERDAT
 void SetInstancesInternal(const ObjectList& objects, const USERDATA_CONTEXT& context,
                           const SchemaPtr& schema, const ConnectionPtr& conn,
                           const RevisionMap* history) {
-  if (objects.empty()) return;
-  // One read of the type's stored rows supplies every carried-over column.
-  const StoreRows rows = ReadStoreRows(objects.front()->GetSetvaultObjectId(), conn, GET_INSTANCES);
-  std::unordered_map<std::string, const StoreRow*> stored_by_id;
-  for (const auto& row : *rows) {
-    auto id = row->find(kIdentifierColumn);
-    stored_by_id.emplace(id == row->end() ? std::string() : id->second, row.get());
-  }
-  static const StoreRow kNothingStored;
+  // Each object reads its own stored row by its full key (an index lookup), so
+  // the cost follows the number of objects written, not the number stored.
   std::unordered_map<SetvaultObjectId, ColumnValues> columns;
   columns.reserve(objects.size());
   for (const ObjectPtr& object : objects) {
     const SetvaultObjectId& id = object->GetSetvaultObjectId();
-    auto stored = stored_by_id.find(id.instanceId);
-    columns[id] = ColumnsOf(object, schema, context,
-                            stored == stored_by_id.end() ? kNothingStored : *stored->second);
+    const StoreRow stored = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
+    columns[id] = ColumnsOf(object, schema, context, stored);
   }
   WriteCompleteConfigInstances(columns, objects, schema, conn, history);
 }

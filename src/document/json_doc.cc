@@ -6,6 +6,7 @@
 
 #include <rapidjson/error/en.h>
 
+#include "document/json_copy.h"
 #include "document/json_parse.h"
 #include "document/value_limits.h"
 #include "platform/bounded_file.h"
@@ -241,6 +242,15 @@ bool ParseJsonText(const std::string& text, JsonDocument& document, std::string*
   }
   return ParseFault(fault, document.GetErrorOffset(),
                     rapidjson::GetParseError_En(document.GetParseError()));
+}
+
+std::shared_ptr<JsonDoc> CopyDocument(const JsonDoc& source) {
+  constexpr size_t kSmallestChunk = 1024;
+  const size_t used = source.GetAllocator().Size();
+  std::shared_ptr<JsonDoc> copy =
+      CreateDocumentWithChunks(std::min(kJsonChunkSize, std::max(kSmallestChunk, used)));
+  copy->GetDocument().CopyFrom(*source.GetJsonValuePtr(), copy->GetAllocator());
+  return copy;
 }
 
 std::shared_ptr<JsonDoc> CreateDocument() { return CreateDocumentWithChunks(kJsonChunkSize); }

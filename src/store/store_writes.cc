@@ -182,9 +182,10 @@ void SetvaultImpl::SetInstances(std::vector<std::shared_ptr<SetvaultObject>> obj
     BootGuard(object, schema, context);
   }
   const SetvaultObjectId& id = objects.front()->GetSetvaultObjectId();
+  // A replaced row's revision and creation time are carried over by the write
+  // statement itself: no history of the whole type is read.
   RunUnderTransaction(connection_, "SetInstances", [&] {
-    const RevisionMap revisions = ReadRevisionMap(id, connection_);
-    SetInstancesInternal(objects, context, schema, connection_, &revisions);
+    SetInstancesInternal(objects, context, schema, connection_, nullptr);
   });
   NotifyIfAllowlisted(id);
 }

@@ -1,0 +1,119 @@
+#include "db/object_cache.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include "document/json_copy.h"
+#include "model/setvault_object_impl.h"
+#include "setvault/exceptions.h"
+#include "setvault/host_setup.h"
+
+namespace KorvoSetvault {
+namespace {
+
+std::atomic<bool> g_enabled{true};
+// Bumped in a child after fork(): what a thread cached before belongs to the parent's
+// connection state.
+std::atomic<uint64_t> g_fork_generation{0};
+
+void AfterForkInChild() { g_fork_generation.fetch_add(1); }
+
+// One decoded object: its data and metadata, and the schema it was decoded with.
+struct Entry {
+  SchemaPtr schema;
+  std::shared_ptr<JsonDoc> document;
+  ObjectMetadata metadata;
+};
+
+// The cache of one thread, for the connection it last read through.
+struct ThreadCache {
+  std::weak_ptr<DBStore::StoreConnection> owner;
+  uint64_t fork_generation = 0;
+  DBStore::StoreStamp stamp;
+  std::unordered_map<std::string, Entry> entries;
+};
+
+thread_local ThreadCache t_cache;
+
+bool SameConnection(const std::weak_ptr<DBStore::StoreConnection>& owner,
+                    const ConnectionPtr& conn) {
+  // The weak pointer keeps the owner's control block alive, so an equal control block is
+  // the same connection, not a new one at a reused address.
+  return !owner.owner_before(conn) && !conn.owner_before(owner);
+}
+
+// This thread's cache, emptied when it belonged to another connection or to the parent
+// process.
+ThreadCache& CacheFor(const ConnectionPtr& conn) {
+  static std::once_flag fork_handler;
+  std::call_once(fork_handler, [] { pthread_atfork(nullptr, nullptr, AfterForkInChild); });
+  ThreadCache& cache = t_cache;
+  const uint64_t generation = g_fork_generation.load(std::memory_order_relaxed);
+  if (cache.fork_generation != generation || !SameConnection(cache.owner, conn)) {
+    cache.entries.clear();
+    cache.stamp = DBStore::StoreStamp();
+    cache.owner = conn;
+    cache.fork_generation = generation;
+  }
+  return cache;
+}
+
+std::string KeyOf(const SetvaultObjectId& id) {
+  // Names never hold a NUL, so the key is unambiguous.
+  std::string key;
+  key.reserve(id.component.size() + id.group.size() + id.key.size() + id.instanceId.size() + 3);
+  key.append(id.component).push_back('\0');
+  key.append(id.group).push_back('\0');
+  key.append(id.key).push_back('\0');
+  key.append(id.instanceId);
+  return key;
+}
+
+ObjectPtr CopyOut(const SetvaultObjectId& id, const Entry& entry) {
+  SetvaultObjectImpl::Parts parts;
+  parts.id = id;
+  parts.document = CopyDocument(*entry.document);
+  parts.schema = entry.schema;
+  parts.loadSchema = true;
+  parts.metadata = entry.metadata;
+  return std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(std::move(parts)));
+}
+
+void Keep(ThreadCache& cache, std::string key, const SchemaPtr& schema, const ObjectPtr& object) {
+  const auto& impl = object->GetImpl();
+  if (impl->GetDocument()->GetAllocator().Size() > kMaxCachedObjectBytes) return;
+  if (cache.entries.size() >= kMaxCachedObjects) cache.entries.erase(cache.entries.begin());
+  cache.entries[std::move(key)] =
+      Entry{schema, CopyDocument(*impl->GetDocument()), impl->GetMetadata()};
+}
+
+}  // namespace
+
+void SetObjectCacheEnabled(bool enabled) { g_enabled.store(enabled); }
+
+ObjectPtr GetThroughObjectCache(const SetvaultObjectId& id, const ConnectionPtr& conn,
+                                const SchemaPtr& schema,
+                                const std::function<DecodedObject()>& read) {
+  if (!conn || !g_enabled.load(std::memory_order_relaxed)) return read().object;
+  ThreadCache& cache = CacheFor(conn);
+  // Taken before the row is read: a commit landing in between leaves the entry older than
+  // the stamp says, and the next read finds the stamp changed.
+  const int changed = DBStore::RefreshStoreStamp(conn, &cache.stamp);
+  if (changed < 0)
+    throw SetvaultException(SV_ERR_GENERIC, ("Get failed: " + id.toString()).c_str());
+  if (changed > 0) cache.entries.clear();
+  std::string key = KeyOf(id);
+  auto found = cache.entries.find(key);
+  if (found != cache.entries.end() && found->second.schema == schema) {
+    return CopyOut(id, found->second);
+  }
+  DecodedObject decoded = read();
+  if (decoded.object && decoded.cacheable) Keep(cache, std::move(key), schema, decoded.object);
+  return decoded.object;
+}
+
+}  // namespace KorvoSetvault
