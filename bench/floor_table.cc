@@ -153,8 +153,9 @@ void Insert(sqlite3* db, const SetvaultObjectId& id, const std::string& user, co
   static const char kSql[] =
       "INSERT INTO Config (Name, ConfigGroup, Component, Identifier, Version, UserValue, "
       "VitalValue, CachedValue, AutoConfValue) VALUES (?1, ?2, ?3, ?4, '1.0', ?5, ?6, ?7, ?8)";
-  sqlite3_stmt* stmt = nullptr;
-  sqlite3_prepare_v2(db, kSql, -1, &stmt, nullptr);
+  static std::unordered_map<sqlite3*, sqlite3_stmt*> statements;  // one per store, kept
+  sqlite3_stmt*& stmt = statements[db];
+  if (stmt == nullptr) stmt = PrepareOnce(db, kSql);
   BindType(stmt, 1, id);
   BindText(stmt, 4, id.instanceId);
   BindText(stmt, 5, user);
@@ -167,7 +168,7 @@ void Insert(sqlite3* db, const SetvaultObjectId& id, const std::string& user, co
     }
   }
   if (sqlite3_step(stmt) != SQLITE_DONE) Die("insert");
-  sqlite3_finalize(stmt);
+  sqlite3_reset(stmt);
 }
 
 // A store with the host object and `switches` vswitch instances, with the library's tables

@@ -1,10 +1,10 @@
 #include "platform/schema_store.h"
 
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <ctime>
+#include <atomic>
 #include <mutex>
 
 #include "platform/schema_database.h"
@@ -80,7 +80,7 @@ FileIdentity IdentityOf(const std::string& path) {
 // The process-wide reading of the schema database.
 struct StoreState {
   std::mutex mutex;
-  pid_t pid = 0;  // the process that opened `reader`; a forked child opens its own
+  uint64_t forkGeneration = 0;  // when `reader` was opened; a forked child opens its own
   std::string path;
   FileIdentity identity;
   std::unique_ptr<SchemaDatabaseReader> reader;
@@ -146,9 +146,15 @@ void Reload(StoreState& state, const std::string& path, const FileIdentity& iden
                 path.c_str());
 }
 
+// Bumped in a child after fork(), so that the child does not use the parent's reader.
+std::atomic<uint64_t> g_fork_generation{1};
+
+void AfterForkInChild() { g_fork_generation.fetch_add(1); }
+
 bool NeedsReload(StoreState& state, const std::string& path, const FileIdentity& identity) {
-  if (state.pid != getpid()) {
-    state.pid = getpid();
+  const uint64_t generation = g_fork_generation.load(std::memory_order_relaxed);
+  if (state.forkGeneration != generation) {
+    state.forkGeneration = generation;
     state.reader.reset();  // a connection must not be used on both sides of a fork
     return true;
   }
@@ -167,6 +173,8 @@ bool NeedsReload(StoreState& state, const std::string& path, const FileIdentity&
 }  // namespace
 
 std::shared_ptr<SchemaStore> SchemaStore::GetStore(bool forceReload) {
+  static std::once_flag fork_handler;
+  std::call_once(fork_handler, [] { pthread_atfork(nullptr, nullptr, AfterForkInChild); });
   StoreState& state = State();
   const std::string path = KorvoSetvault::GetSchemaStorePath();
   const FileIdentity identity = IdentityOf(path);
