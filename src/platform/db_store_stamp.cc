@@ -3,8 +3,8 @@
 // Data read through a connection stays valid while PRAGMA data_version (commits of other
 // connections), the rows changed by this connection and the rollbacks it saw are all
 // unchanged. Inside a transaction the connection reads one snapshot: once checked there,
-// only its own writes and rollbacks can change what it reads, so the pragma is skipped
-// until the transaction ends.
+// only its own writes can change what it reads (a rollback ends the transaction), so the
+// pragma is skipped until the transaction ends.
 #include "platform/db_store_connection.h"
 
 namespace DBStore {
@@ -30,9 +30,13 @@ int RefreshStoreStamp(const std::shared_ptr<StoreConnection>& conn, StoreStamp* 
   const uint64_t transaction =
       conn->depth > 0 && !sqlite3_get_autocommit(conn->db()) ? conn->transaction_serial : 0;
   const int64_t total_changes = sqlite3_total_changes64(conn->db());
-  if (transaction != 0 && stamp->valid && stamp->transaction == transaction &&
-      stamp->total_changes == total_changes && stamp->rollbacks == conn->rollbacks) {
-    return 0;
+  if (transaction != 0 && stamp->valid && stamp->transaction == transaction) {
+    // Checked in this transaction already: the data version cannot have moved since.
+    const bool unchanged =
+        stamp->total_changes == total_changes && stamp->rollbacks == conn->rollbacks;
+    stamp->total_changes = total_changes;
+    stamp->rollbacks = conn->rollbacks;
+    return unchanged ? 0 : 1;
   }
   int64_t data_version = 0;
   if (ReadDataVersion(conn, &data_version) != 0) {

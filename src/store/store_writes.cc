@@ -176,10 +176,11 @@ void SetvaultImpl::SetInstances(std::vector<std::shared_ptr<SetvaultObject>> obj
   objects = WithoutEmptyPointers(std::move(objects));
   auto schema = CheckInstancesCall("SetInstances", objects, context);
   RequireOneType(objects);
+  std::optional<bool> booting;
   for (const auto& object : objects) {
     validateInstanceId(object->GetSetvaultObjectId());
     ValidateSet(schema, object);
-    BootGuard(object, schema, context);
+    BootGuard(object, schema, context, &booting);
   }
   const SetvaultObjectId& id = objects.front()->GetSetvaultObjectId();
   // A replaced row's revision and creation time are carried over by the write
