@@ -513,6 +513,41 @@ std::string Micros(double value) {
   return text;
 }
 
+// The operations run against stores of several sizes: the library's time at each size and
+// its growth from the smallest to the largest store.
+void PrintGrowth(const std::vector<Result>& results) {
+  const std::string marker = " stored)";
+  std::vector<std::string> order;
+  std::unordered_map<std::string, std::vector<std::pair<std::string, double>>> sizes;
+  for (const Result& result : results) {
+    const size_t open = result.operation.rfind(" (");
+    if (open == std::string::npos || result.operation.size() < marker.size() ||
+        result.operation.compare(result.operation.size() - marker.size(), marker.size(),
+                                 marker) != 0) {
+      continue;
+    }
+    const std::string base = result.operation.substr(0, open);
+    const std::string size = result.operation.substr(
+        open + 2, result.operation.size() - open - 2 - marker.size());
+    if (sizes.find(base) == sizes.end()) order.push_back(base);
+    sizes[base].emplace_back(size, result.library);
+  }
+  if (order.empty()) return;
+  std::printf("\n| Operation (library) | Stored: time (µs/op) | Largest / smallest |\n");
+  std::printf("|---|---|---:|\n");
+  for (const std::string& base : order) {
+    const auto& points = sizes[base];
+    if (points.size() < 2) continue;
+    std::string cells;
+    for (const auto& point : points) {
+      if (!cells.empty()) cells += ", ";
+      cells += point.first + ": " + Micros(point.second);
+    }
+    std::printf("| %s | %s | %.2f |\n", base.c_str(), cells.c_str(),
+                points.back().second / points.front().second);
+  }
+}
+
 }  // namespace
 
 // --- The suite ----------------------------------------------------------------------------
@@ -734,6 +769,7 @@ int main(int argc, char** argv) {
   }
   std::printf("\nMedians of %d repetitions per side, library and floor interleaved.\n",
               repetitions);
+  PrintGrowth(results);
   for (Side* side : {&main_side, &few, &thousand, &many}) {
     side->store.reset();
     sqlite3_close_v2(side->hand);

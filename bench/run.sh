@@ -26,6 +26,7 @@ trap 'rm -rf "$tmp"' EXIT
 for program in $programs; do
   "$build_dir/bench/$program" --benchmark_repetitions="$repetitions" \
     --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true \
+    --benchmark_min_time=0.2 \
     --benchmark_format=csv 2>/dev/null | grep '_median"' > "$tmp/$program.csv" || true
 done
 
