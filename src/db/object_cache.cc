@@ -27,6 +27,7 @@ struct Entry {
   SchemaPtr schema;
   std::shared_ptr<JsonDoc> document;
   ObjectMetadata metadata;
+  size_t bytes = 0;  // what the document's allocator holds
 };
 
 // The cache of one thread, for the connection it last read through.
@@ -35,6 +36,16 @@ struct ThreadCache {
   uint64_t fork_generation = 0;
   DBStore::StoreStamp stamp;
   std::unordered_map<std::string, Entry> entries;
+  size_t bytes = 0;  // of all entries
+
+  void Clear() {
+    entries.clear();
+    bytes = 0;
+  }
+  void Evict(std::unordered_map<std::string, Entry>::iterator entry) {
+    bytes -= entry->second.bytes;
+    entries.erase(entry);
+  }
 };
 
 thread_local ThreadCache t_cache;
@@ -54,7 +65,7 @@ ThreadCache& CacheFor(const ConnectionPtr& conn) {
   ThreadCache& cache = t_cache;
   const uint64_t generation = g_fork_generation.load(std::memory_order_relaxed);
   if (cache.fork_generation != generation || !SameConnection(cache.owner, conn)) {
-    cache.entries.clear();
+    cache.Clear();
     cache.stamp = DBStore::StoreStamp();
     cache.owner = conn;
     cache.fork_generation = generation;
@@ -86,9 +97,16 @@ ObjectPtr CopyOut(const SetvaultObjectId& id, const Entry& entry) {
 void Keep(ThreadCache& cache, std::string key, const SchemaPtr& schema, const ObjectPtr& object) {
   const auto& impl = object->GetImpl();
   if (impl->GetDocument()->GetAllocator().Size() > kMaxCachedObjectBytes) return;
-  if (cache.entries.size() >= kMaxCachedObjects) cache.entries.erase(cache.entries.begin());
-  cache.entries[std::move(key)] =
-      Entry{schema, CopyDocument(*impl->GetDocument()), impl->GetMetadata()};
+  Entry entry{schema, CopyDocument(*impl->GetDocument()), impl->GetMetadata(), 0};
+  entry.bytes = entry.document->GetAllocator().Capacity();
+  auto same = cache.entries.find(key);
+  if (same != cache.entries.end()) cache.Evict(same);
+  while (!cache.entries.empty() && (cache.entries.size() >= kMaxCachedObjects ||
+                                    cache.bytes + entry.bytes > kMaxCachedBytes)) {
+    cache.Evict(cache.entries.begin());
+  }
+  cache.bytes += entry.bytes;
+  cache.entries.emplace(std::move(key), std::move(entry));
 }
 
 }  // namespace
@@ -105,7 +123,7 @@ ObjectPtr GetThroughObjectCache(const SetvaultObjectId& id, const ConnectionPtr&
   const int changed = DBStore::RefreshStoreStamp(conn, &cache.stamp);
   if (changed < 0)
     throw SetvaultException(SV_ERR_GENERIC, ("Get failed: " + id.toString()).c_str());
-  if (changed > 0) cache.entries.clear();
+  if (changed > 0) cache.Clear();
   std::string key = KeyOf(id);
   auto found = cache.entries.find(key);
   if (found != cache.entries.end() && found->second.schema == schema) {

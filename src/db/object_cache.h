@@ -4,8 +4,8 @@
 // that hands it out (RefreshStoreStamp: another connection's commit, a write or rollback on
 // this one, each empties the cache), for the same schema object, and always as a deep copy:
 // callers never share data with the cache or with each other. The cache holds at most
-// kMaxObjects objects of at most kMaxObjectBytes of decoded data each; a child process
-// after fork() starts with an empty one.
+// kMaxCachedObjects objects of at most kMaxCachedObjectBytes of decoded data each and
+// kMaxCachedBytes in all; a child process after fork() starts with an empty one.
 //
 // It is on unless the host called SetObjectCacheEnabled(false).
 #ifndef SETVAULT_SRC_DB_OBJECT_CACHE_H_
@@ -18,10 +18,11 @@
 
 namespace KorvoSetvault {
 
-// The most objects one connection's cache holds, and the largest object it keeps (bytes of
-// its decoded document).
+// The most objects one connection's cache holds, the largest object it keeps (bytes of its
+// decoded document) and the memory all its documents may claim together.
 constexpr size_t kMaxCachedObjects = 256;
 constexpr size_t kMaxCachedObjectBytes = 64 * 1024;
+constexpr size_t kMaxCachedBytes = 4 * 1024 * 1024;
 
 // What a read of one object gives: the object (null when nothing is stored) and whether
 // the object depends on nothing but the stored row and the schema (and so may be cached).
