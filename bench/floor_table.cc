@@ -604,6 +604,22 @@ int main(int argc, char** argv) {
            floor_get,
            cached ? "<= 0.6" : "<= 1.3"});
     }
+    // Objects not in the cache: 10,000 instances read in turn, more than the cache keeps.
+    std::vector<SetvaultObjectId> ids;
+    for (int n = 0; n < kInstances; ++n) ids.emplace_back("vswitch", "net", "korvo", Name(n));
+    add({"Get of 10,000 objects in turn (not in the object cache)" + when,
+         2000,
+         {aged,
+          [&, ids](int i) {
+            static int next = 0;
+            if (!main_side.store->Get(ids[next++ % kInstances])) Die("no switch");
+          }},
+         {nullptr,
+          [&, ids](int) {
+            static int next = 0;
+            if (hand.Get(ids[next++ % kInstances]).empty) Die("no switch row");
+          }},
+         "<= 1.3"});
     auto filter = std::make_shared<KorvoSetvault::FilterSpecObject>(kSwitchType);
     add({"GetInstances of 10,000" + when,
          3,

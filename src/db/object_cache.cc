@@ -25,9 +25,9 @@ void AfterForkInChild() { g_fork_generation.fetch_add(1); }
 // One decoded object: its data and metadata, and the schema it was decoded with.
 struct Entry {
   SchemaPtr schema;
-  std::shared_ptr<JsonDoc> document;
+  std::shared_ptr<JsonDoc> document;  // null while the object was read once only
   ObjectMetadata metadata;
-  size_t bytes = 0;  // what the document's allocator holds
+  size_t bytes = 0;  // the key's and the document allocator's
 };
 
 // The cache of one thread, for the connection it last read through.
@@ -94,11 +94,18 @@ ObjectPtr CopyOut(const SetvaultObjectId& id, const Entry& entry) {
   return std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(std::move(parts)));
 }
 
-void Keep(ThreadCache& cache, std::string key, const SchemaPtr& schema, const ObjectPtr& object) {
+// Keeps what Get decoded. An object read for the first time is only remembered as seen: a
+// copy is kept when it is read again unchanged, so that objects read once cost no copy.
+void Keep(ThreadCache& cache, std::string key, const SchemaPtr& schema, const ObjectPtr& object,
+          bool seen_before) {
   const auto& impl = object->GetImpl();
   if (impl->GetDocument()->GetAllocator().Size() > kMaxCachedObjectBytes) return;
-  Entry entry{schema, CopyDocument(*impl->GetDocument()), impl->GetMetadata(), 0};
-  entry.bytes = entry.document->GetAllocator().Capacity();
+  Entry entry{schema, nullptr, {}, key.size()};
+  if (seen_before) {
+    entry.document = CopyDocument(*impl->GetDocument());
+    entry.metadata = impl->GetMetadata();
+    entry.bytes += entry.document->GetAllocator().Capacity();
+  }
   auto same = cache.entries.find(key);
   if (same != cache.entries.end()) cache.Evict(same);
   while (!cache.entries.empty() && (cache.entries.size() >= kMaxCachedObjects ||
@@ -107,6 +114,22 @@ void Keep(ThreadCache& cache, std::string key, const SchemaPtr& schema, const Ob
   }
   cache.bytes += entry.bytes;
   cache.entries.emplace(std::move(key), std::move(entry));
+}
+
+// Brings the cache's stamp up to date, emptying the cache when the store may have changed.
+void Refresh(ThreadCache& cache, const ConnectionPtr& conn, const SetvaultObjectId& id) {
+  const int changed = DBStore::RefreshStoreStamp(conn, &cache.stamp);
+  if (changed < 0) throw SetvaultException(SV_ERR_GENERIC, ("Get failed: " + id.toString()).c_str());
+  if (changed > 0) cache.Clear();
+}
+
+ObjectPtr ReadAndKeep(ThreadCache& cache, std::string key, const SchemaPtr& schema,
+                      const std::function<DecodedObject()>& read, bool seen_before) {
+  DecodedObject decoded = read();
+  if (decoded.object && decoded.cacheable) {
+    Keep(cache, std::move(key), schema, decoded.object, seen_before);
+  }
+  return decoded.object;
 }
 
 }  // namespace
@@ -118,20 +141,24 @@ ObjectPtr GetThroughObjectCache(const SetvaultObjectId& id, const ConnectionPtr&
                                 const std::function<DecodedObject()>& read) {
   if (!conn || !g_enabled.load(std::memory_order_relaxed)) return read().object;
   ThreadCache& cache = CacheFor(conn);
-  // Taken before the row is read: a commit landing in between leaves the entry older than
-  // the stamp says, and the next read finds the stamp changed.
-  const int changed = DBStore::RefreshStoreStamp(conn, &cache.stamp);
-  if (changed < 0)
-    throw SetvaultException(SV_ERR_GENERIC, ("Get failed: " + id.toString()).c_str());
-  if (changed > 0) cache.Clear();
   std::string key = KeyOf(id);
   auto found = cache.entries.find(key);
-  if (found != cache.entries.end() && found->second.schema == schema) {
-    return CopyOut(id, found->second);
+  if (found == cache.entries.end() || found->second.schema != schema) {
+    // Decoded anew in any case: the stamp and the row are read in one read transaction.
+    DBStore::ReadSnapshot snapshot(conn);
+    if (snapshot.status() != 0) {
+      throw SetvaultException(SV_ERR_GENERIC, ("Get failed: " + id.toString()).c_str());
+    }
+    Refresh(cache, conn, id);
+    return ReadAndKeep(cache, std::move(key), schema, read, false);
   }
-  DecodedObject decoded = read();
-  if (decoded.object && decoded.cacheable) Keep(cache, std::move(key), schema, decoded.object);
-  return decoded.object;
+  // The stamp is taken before the row is read: a commit landing in between leaves the entry
+  // older than its stamp says, and the next read finds the stamp changed.
+  Refresh(cache, conn, id);
+  found = cache.entries.find(key);
+  if (found == cache.entries.end()) return ReadAndKeep(cache, std::move(key), schema, read, false);
+  if (found->second.document) return CopyOut(id, found->second);
+  return ReadAndKeep(cache, std::move(key), schema, read, true);
 }
 
 }  // namespace KorvoSetvault

@@ -5,7 +5,8 @@
 // this one, each empties the cache), for the same schema object, and always as a deep copy:
 // callers never share data with the cache or with each other. The cache holds at most
 // kMaxCachedObjects objects of at most kMaxCachedObjectBytes of decoded data each and
-// kMaxCachedBytes in all; a child process after fork() starts with an empty one.
+// kMaxCachedBytes in all; a child process after fork() starts with an empty one. An object
+// read once is only remembered as seen, and copied into the cache when read again.
 //
 // It is on unless the host called SetObjectCacheEnabled(false).
 #ifndef SETVAULT_SRC_DB_OBJECT_CACHE_H_
