@@ -1,9 +1,11 @@
 #include "db/object_cache.h"
 
 #include <pthread.h>
+#include <sqlite3.h>
 
 #include <atomic>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
@@ -144,10 +146,14 @@ ObjectPtr GetThroughObjectCache(const SetvaultObjectId& id, const ConnectionPtr&
   std::string key = KeyOf(id);
   auto found = cache.entries.find(key);
   if (found == cache.entries.end() || found->second.schema != schema) {
-    // Decoded anew in any case: the stamp and the row are read in one read transaction.
-    DBStore::ReadSnapshot snapshot(conn);
-    if (snapshot.status() != 0) {
-      throw SetvaultException(SV_ERR_GENERIC, ("Get failed: " + id.toString()).c_str());
+    // Decoded anew in any case: the stamp and the row are read in one read transaction (the
+    // caller's, when one is open).
+    std::optional<DBStore::ReadSnapshot> snapshot;
+    if (sqlite3_get_autocommit(DBStore::GetSqliteHandle(*conn))) {
+      snapshot.emplace(conn);
+      if (snapshot->status() != 0) {
+        throw SetvaultException(SV_ERR_GENERIC, ("Get failed: " + id.toString()).c_str());
+      }
     }
     Refresh(cache, conn, id);
     return ReadAndKeep(cache, std::move(key), schema, read, false);
