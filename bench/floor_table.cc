@@ -513,12 +513,16 @@ std::string Micros(double value) {
   return text;
 }
 
-// The operations run against stores of several sizes: the library's time at each size and
-// its growth from the smallest to the largest store.
+// The operations run against stores of several sizes: the library's time at each size, and
+// its growth and its floor's from the smallest to the largest store.
 void PrintGrowth(const std::vector<Result>& results) {
   const std::string marker = " stored)";
   std::vector<std::string> order;
-  std::unordered_map<std::string, std::vector<std::pair<std::string, double>>> sizes;
+  struct Point {
+    std::string stored;
+    double library, floor;
+  };
+  std::unordered_map<std::string, std::vector<Point>> sizes;
   for (const Result& result : results) {
     const size_t open = result.operation.rfind(" (");
     if (open == std::string::npos || result.operation.size() < marker.size() ||
@@ -530,21 +534,23 @@ void PrintGrowth(const std::vector<Result>& results) {
     const std::string size = result.operation.substr(
         open + 2, result.operation.size() - open - 2 - marker.size());
     if (sizes.find(base) == sizes.end()) order.push_back(base);
-    sizes[base].emplace_back(size, result.library);
+    sizes[base].push_back({size, result.library, result.floor});
   }
   if (order.empty()) return;
-  std::printf("\n| Operation (library) | Stored: time (µs/op) | Largest / smallest |\n");
-  std::printf("|---|---|---:|\n");
+  std::printf("\n| Operation (library) | Stored: time (µs/op) | Largest / smallest | "
+              "Floor: largest / smallest |\n");
+  std::printf("|---|---|---:|---:|\n");
   for (const std::string& base : order) {
     const auto& points = sizes[base];
     if (points.size() < 2) continue;
     std::string cells;
     for (const auto& point : points) {
       if (!cells.empty()) cells += ", ";
-      cells += point.first + ": " + Micros(point.second);
+      cells += point.stored + ": " + Micros(point.library);
     }
-    std::printf("| %s | %s | %.2f |\n", base.c_str(), cells.c_str(),
-                points.back().second / points.front().second);
+    std::printf("| %s | %s | %.2f | %.2f |\n", base.c_str(), cells.c_str(),
+                points.back().library / points.front().library,
+                points.back().floor / points.front().floor);
   }
 }
 

@@ -3,11 +3,11 @@
 # library beside its hand-written floors (floor_table: medians of interleaved repetitions)
 # and the medians of the Google Benchmark programs. Takes a few minutes.
 #
-# Usage: bench/run.sh [BUILD_DIR (default build)] [REPETITIONS (default 7, at least 7)]
+# Usage: bench/run.sh [BUILD_DIR (default build)] [REPETITIONS (default 9, at least 7)]
 set -eu
 source_dir=$(cd "$(dirname "$0")/.." && pwd)
 build_dir=${1:-"$source_dir/build"}
-repetitions=${2:-7}
+repetitions=${2:-9}
 out="$source_dir/docs/benchmarks.md"
 programs="store_read_bench store_write_bench schema_store_bench db_store_bench json_validator_bench"
 
