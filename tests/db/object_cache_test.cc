@@ -119,6 +119,14 @@ TEST_F(ObjectCacheTest, ObjectsReadAfterASchemaReloadUseTheNewSchema) {
   EXPECT_EQ(after, KorvoSetvault::LookUpSchema(kId));
 }
 
+TEST_F(ObjectCacheTest, FirstReadInsideTheCallersReadSnapshot) {
+  Set(1500);
+  DBStore::ReadSnapshot snapshot(DBStore::GetConnection(DBStore::kConfigStore, true));
+  ASSERT_EQ(snapshot.status(), 0);
+  EXPECT_EQ(GetMtu(), 1500);
+  EXPECT_EQ(GetMtu(), 1500);
+}
+
 TEST_F(ObjectCacheTest, EveryGetHandsOutItsOwnObject) {
   Set(1500);
   for (bool enabled : {true, false}) {
