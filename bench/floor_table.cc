@@ -16,13 +16,12 @@
 //
 // Run: floor_table [repetitions (at least 7)] [only operations holding this text] > table.md
 // (bench/run.sh does this)
-#include <sqlite3.h>
 #include <fcntl.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
@@ -32,23 +31,28 @@
 #include <unordered_map>
 #include <vector>
 
-#include "db/object_split.h"
-#include "db/statements.h"
+#include "floor_sql.h"
+#include "floor_timing.h"
+#include "hand_floor.h"
 #include "platform/db_store.h"
-#include "platform/json_validator.h"
-#include "platform/schema_store.h"
 #include "setvault/host_setup.h"
-#include "setvault/json_doc.h"
 #include "setvault/logger.h"
 #include "setvault/schema_setup.h"
 #include "setvault/setvault_object.h"
 #include "setvault/setvault_store.h"
-#include "validation/schema_validation.h"
 
 namespace {
 
-using KorvoSetvault::JsonDocument;
-using KorvoSetvault::JsonValue;
+using floor_bench::BindText;
+using floor_bench::BindType;
+using floor_bench::Comparison;
+using floor_bench::Decoded;
+using floor_bench::Die;
+using floor_bench::Exec;
+using floor_bench::Hand;
+using floor_bench::kSwitchType;
+using floor_bench::PrepareOnce;
+using floor_bench::Result;
 using KorvoSetvault::SetvaultObject;
 using KorvoSetvault::SetvaultObjectId;
 using ObjectList = std::vector<std::shared_ptr<SetvaultObject>>;
@@ -83,50 +87,6 @@ std::string UpdateJson(const std::string& name, int mtu) {
 constexpr char kStoredVital[] = R"({"uplinks":["nic0"]})";
 
 const SetvaultObjectId kHost("host", "system", "korvo");
-const SetvaultObjectId kSwitchType("vswitch", "net", "korvo");
-
-[[noreturn]] void Die(const std::string& what) {
-  std::fprintf(stderr, "floor_table: %s\n", what.c_str());
-  std::exit(1);
-}
-
-void Exec(sqlite3* db, const std::string& sql) {
-  char* message = nullptr;
-  if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &message) != SQLITE_OK) {
-    Die(sql + ": " + (message ? message : "?"));
-  }
-}
-
-sqlite3_stmt* PrepareOnce(sqlite3* db, std::string_view sql) {
-  sqlite3_stmt* stmt = nullptr;
-  if (sqlite3_prepare_v3(db, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT,
-                         &stmt, nullptr) != SQLITE_OK) {
-    Die(std::string("prepare: ") + sqlite3_errmsg(db));
-  }
-  return stmt;
-}
-
-void BindText(sqlite3_stmt* stmt, int index, const std::string& text) {
-  sqlite3_bind_text(stmt, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
-}
-void BindNullable(sqlite3_stmt* stmt, int index, const std::optional<std::string>& text) {
-  if (text) {
-    BindText(stmt, index, *text);
-  } else {
-    sqlite3_bind_null(stmt, index);
-  }
-}
-void BindType(sqlite3_stmt* stmt, int first, const SetvaultObjectId& type) {
-  BindText(stmt, first, type.key);
-  BindText(stmt, first + 1, type.group);
-  BindText(stmt, first + 2, type.component);
-}
-std::optional<std::string> ColumnText(sqlite3_stmt* stmt, int column) {
-  const unsigned char* text = sqlite3_column_text(stmt, column);
-  if (text == nullptr) return std::nullopt;
-  return std::string(reinterpret_cast<const char*>(text),
-                     static_cast<size_t>(sqlite3_column_bytes(stmt, column)));
-}
 
 // --- Files -----------------------------------------------------------------------------
 
@@ -199,8 +159,7 @@ Side OpenSide(const std::string& name, int switches) {
   side.path = TheFiles().Store(name);
   MakeStore(side.path, switches);
   side.store = KorvoSetvault::Setvault::GetStore("");
-  if (sqlite3_open_v2(side.path.c_str(), &side.hand, SQLITE_OPEN_READWRITE, nullptr) !=
-      SQLITE_OK) {
+  if (sqlite3_open_v2(side.path.c_str(), &side.hand, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
     Die("open " + side.path);
   }
   Exec(side.hand, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL");
@@ -241,319 +200,6 @@ void AgeSchemaDatabase(SchemaAge age, const Side& side) {
   side.store->Get(kHost);  // the schema store notices a change here, untimed
 }
 
-// --- The hand-written floors ------------------------------------------------------------
-
-const JsonValue& SwitchSchema() {
-  static auto schema =
-      KorvoSchemaStore::SchemaStore::GetStore(false)->GetSchemaObject("korvo", "net", "vswitch");
-  if (!schema) Die("no vswitch schema");
-  return schema->GetSchemaJson();
-}
-
-// Objects merge member by member, anything else replaces; the portgroups instance array
-// merges element by element by "name".
-void Merge(JsonValue& target, const JsonValue& source, KorvoSetvault::JsonAllocator& allocator) {
-  for (const auto& member : source.GetObject()) {
-    auto existing = target.FindMember(member.name);
-    if (existing == target.MemberEnd()) {
-      target.AddMember(JsonValue(member.name, allocator), JsonValue(member.value, allocator),
-                       allocator);
-    } else if (existing->value.IsObject() && member.value.IsObject()) {
-      Merge(existing->value, member.value, allocator);
-    } else if (existing->value.IsArray() && member.value.IsArray() &&
-               std::string_view(member.name.GetString()) == "portgroups") {
-      for (const JsonValue& element : member.value.GetArray()) {
-        JsonValue* known = nullptr;
-        for (JsonValue& candidate : existing->value.GetArray()) {
-          if (candidate.IsObject() && element.IsObject() && candidate.HasMember("name") &&
-              element.HasMember("name") && candidate["name"] == element["name"]) {
-            known = &candidate;
-          }
-        }
-        if (known) {
-          Merge(*known, element, allocator);
-        } else {
-          existing->value.PushBack(JsonValue(element, allocator), allocator);
-        }
-      }
-    } else {
-      existing->value.CopyFrom(member.value, allocator);
-    }
-  }
-}
-
-// One decoded row: its columns parsed and merged in merge order, with its metadata.
-struct Decoded {
-  JsonDocument document;
-  std::string version, id, creation, modified;
-  int revision = -1;
-  bool empty = true;
-};
-
-void AddColumn(Decoded& decoded, sqlite3_stmt* stmt, int column) {
-  const unsigned char* text = sqlite3_column_text(stmt, column);
-  if (text == nullptr) return;
-  const auto length = static_cast<size_t>(sqlite3_column_bytes(stmt, column));
-  if (decoded.empty) {
-    decoded.document.Parse(reinterpret_cast<const char*>(text), length);
-    decoded.empty = false;
-    return;
-  }
-  JsonDocument part;
-  part.Parse(reinterpret_cast<const char*>(text), length);
-  Merge(decoded.document, part, decoded.document.GetAllocator());
-}
-
-// Column numbers of one read's result.
-struct Columns {
-  int version, id, autoconf, user, vital, cached, success, creation, modified, revision;
-};
-// READ_TABLE_CONFIG and GET_INSTANCES.
-constexpr Columns kRowColumns{0, -1, 1, 2, 3, 4, 6, 7, 8, 9};
-constexpr Columns kTypeColumns{0, 2, 6, 3, 4, 5, 1, 8, 9, 10};
-
-Decoded DecodeRow(sqlite3_stmt* stmt, const Columns& c) {
-  Decoded decoded;
-  AddColumn(decoded, stmt, c.vital);
-  AddColumn(decoded, stmt, c.cached);
-  AddColumn(decoded, stmt, c.autoconf);
-  if (sqlite3_column_int(stmt, c.success) == 1) AddColumn(decoded, stmt, c.user);
-  decoded.version = ColumnText(stmt, c.version).value_or("");
-  if (c.id >= 0) decoded.id = ColumnText(stmt, c.id).value_or("");
-  decoded.creation = ColumnText(stmt, c.creation).value_or("");
-  decoded.modified = ColumnText(stmt, c.modified).value_or("");
-  decoded.revision = sqlite3_column_int(stmt, c.revision);
-  return decoded;
-}
-
-// The parse, validation (with `options`, same compiled validator) and split of a caller's
-// text.
-bool PrepareWrite(const std::string& text, const KorvoSetvault::OptionSet& options,
-                  KorvoSetvault::SplitParts* parts) {
-  JsonDocument data;
-  data.Parse(text.c_str(), text.size());
-  if (data.HasParseError()) return false;
-  JsonDocument result;
-  JsonValidator::Validate(SwitchSchema(), data, result, options, "");
-  if (!result.IsArray() || !result.Empty()) return false;
-  *parts = KorvoSetvault::SplitObjectData(data, SwitchSchema());
-  return true;
-}
-
-constexpr char kWriteCompleteSql[] =
-    "INSERT OR REPLACE INTO Config ( Identifier, Name, ConfigGroup, Component, Version, Success, "
-    "AutoConfValue, UserValue, VitalValue, CachedValue, CreationTime, Revision ) VALUES ( ?1, ?2, "
-    "?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, COALESCE( ( SELECT CreationTime FROM Config WHERE "
-    "Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), COALESCE(?11, "
-    "(DATETIME(CURRENT_TIMESTAMP))) ), COALESCE( ( SELECT Revision FROM Config WHERE Identifier = "
-    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (?12) ) + 1 )";
-constexpr char kCarriedSql[] =
-    "SELECT AutoConfValue, UserValue, VitalValue, CachedValue FROM Config WHERE Name = ?1 AND "
-    "ConfigGroup = ?2 AND Component = ?3 AND Identifier = ?4";
-constexpr char kUpdateUserSql[] =
-    "UPDATE Config SET UserValue = ?, VitalValue = ?, CachedValue = ?, DesiredValue = NULL WHERE "
-    "Name = ? AND ConfigGroup = ? AND Component = ? AND Identifier = ?";
-
-// The hand-run statements of one store.
-struct Hand {
-  explicit Hand(sqlite3* handle)
-      : db(handle),
-        read(PrepareOnce(db, KorvoSetvault::READ_TABLE_CONFIG.sql())),
-        instances(PrepareOnce(db, KorvoSetvault::GET_INSTANCES.sql())),
-        carried(PrepareOnce(db, kCarriedSql)),
-        write(PrepareOnce(db, kWriteCompleteSql)),
-        update(PrepareOnce(db, kUpdateUserSql)) {}
-  ~Hand() {
-    for (sqlite3_stmt* stmt : {read, instances, carried, write, update}) sqlite3_finalize(stmt);
-  }
-
-  Decoded Get(const SetvaultObjectId& id) {
-    BindType(read, 1, id);
-    BindText(read, 4, id.instanceId);
-    Decoded decoded;
-    if (sqlite3_step(read) == SQLITE_ROW) decoded = DecodeRow(read, kRowColumns);
-    sqlite3_reset(read);
-    return decoded;
-  }
-
-  std::vector<Decoded> GetInstances(const SetvaultObjectId& type) {
-    std::vector<Decoded> objects;
-    BindType(instances, 1, type);
-    while (sqlite3_step(instances) == SQLITE_ROW) {
-      objects.push_back(DecodeRow(instances, kTypeColumns));
-    }
-    sqlite3_reset(instances);
-    return objects;
-  }
-
-  // Set of one switch: validate and split, read the columns carried over, write the row.
-  void Set(const std::string& id, const std::string& text) {
-    KorvoSetvault::SplitParts parts;
-    if (!PrepareWrite(text, KorvoSetvault::SetOptions, &parts)) Die("invalid switch");
-    BindType(carried, 1, kSwitchType);
-    BindText(carried, 4, id);
-    std::optional<std::string> autoconf;
-    if (sqlite3_step(carried) == SQLITE_ROW) autoconf = ColumnText(carried, 0);
-    sqlite3_reset(carried);
-    BindText(write, 1, id);
-    BindType(write, 2, kSwitchType);
-    sqlite3_bind_text(write, 5, "", 0, SQLITE_STATIC);
-    sqlite3_bind_int(write, 6, 1);
-    BindNullable(write, 7, autoconf);
-    BindNullable(write, 8, parts.user);
-    BindNullable(write, 9, parts.vital);
-    BindNullable(write, 10, parts.cached);
-    sqlite3_bind_null(write, 11);
-    sqlite3_bind_int(write, 12, 0);
-    if (sqlite3_step(write) != SQLITE_DONE) Die("hand write");
-    sqlite3_reset(write);
-  }
-
-  // Update of one switch: validate the given members, merge them into the stored parts,
-  // validate the result, split it and update the row in place.
-  void Update(const std::string& id, const std::string& text) {
-    JsonDocument given;
-    given.Parse(text.c_str(), text.size());
-    JsonDocument result;
-    JsonValidator::Validate(SwitchSchema(), given, result, KorvoSetvault::UpdateOptions, "");
-    BindType(carried, 1, kSwitchType);
-    BindText(carried, 4, id);
-    JsonDocument stored;
-    stored.SetObject();
-    if (sqlite3_step(carried) == SQLITE_ROW) {
-      for (int column : {2, 3, 1}) {
-        const auto part_text = ColumnText(carried, column);
-        if (!part_text) continue;
-        JsonDocument part;
-        part.Parse(part_text->c_str(), part_text->size());
-        Merge(stored, part, stored.GetAllocator());
-      }
-    }
-    sqlite3_reset(carried);
-    Merge(stored, given, stored.GetAllocator());
-    JsonValidator::Validate(SwitchSchema(), stored, result, KorvoSetvault::SetOptions, "");
-    if (!result.IsArray() || !result.Empty()) Die("hand update invalid");
-    const auto parts = KorvoSetvault::SplitObjectData(stored, SwitchSchema());
-    BindNullable(update, 1, parts.user);
-    BindNullable(update, 2, parts.vital);
-    BindNullable(update, 3, parts.cached);
-    BindType(update, 4, kSwitchType);
-    BindText(update, 7, id);
-    if (sqlite3_step(update) != SQLITE_DONE) Die("hand update");
-    sqlite3_reset(update);
-  }
-
-  sqlite3* db;
-  sqlite3_stmt* read;
-  sqlite3_stmt* instances;
-  sqlite3_stmt* carried;
-  sqlite3_stmt* write;
-  sqlite3_stmt* update;
-};
-
-// --- Timing -------------------------------------------------------------------------------
-
-// One operation timed on both sides. `prepare` runs untimed before each side's timed calls
-// (and `finish` after them); `run` is called `calls` times.
-struct Timed {
-  std::function<void()> prepare;
-  std::function<void(int)> run;  // the call's number
-  std::function<void()> finish;
-};
-
-struct Comparison {
-  std::string operation;
-  int calls;
-  Timed library;
-  Timed floor;
-  std::string target;  // the ratio aimed at, for the table
-};
-
-double TimeSide(const Timed& side, int calls) {
-  if (side.prepare) side.prepare();
-  const auto start = std::chrono::steady_clock::now();
-  for (int i = 0; i < calls; ++i) side.run(i);
-  const auto end = std::chrono::steady_clock::now();
-  if (side.finish) side.finish();
-  return std::chrono::duration<double, std::micro>(end - start).count() / calls;
-}
-
-double Median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  const size_t n = values.size();
-  return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
-}
-
-struct Result {
-  std::string operation;
-  double library, floor;
-  std::string target;
-};
-
-Result Measure(const Comparison& comparison, int repetitions) {
-  std::vector<double> library, floor;
-  for (int r = 0; r < repetitions; ++r) {
-    if (r % 2 == 0) {
-      library.push_back(TimeSide(comparison.library, comparison.calls));
-      floor.push_back(TimeSide(comparison.floor, comparison.calls));
-    } else {
-      floor.push_back(TimeSide(comparison.floor, comparison.calls));
-      library.push_back(TimeSide(comparison.library, comparison.calls));
-    }
-  }
-  std::fprintf(stderr, "%-60s %10.2f %10.2f\n", comparison.operation.c_str(), Median(library),
-               Median(floor));
-  return {comparison.operation, Median(library), Median(floor), comparison.target};
-}
-
-std::string Micros(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, value >= 1000 ? "%.0f" : value >= 10 ? "%.1f" : "%.2f",
-                value);
-  return text;
-}
-
-// The operations run against stores of several sizes: the library's time at each size, and
-// its growth and its floor's from the smallest to the largest store.
-void PrintGrowth(const std::vector<Result>& results) {
-  const std::string marker = " stored)";
-  std::vector<std::string> order;
-  struct Point {
-    std::string stored;
-    double library, floor;
-  };
-  std::unordered_map<std::string, std::vector<Point>> sizes;
-  for (const Result& result : results) {
-    const size_t open = result.operation.rfind(" (");
-    if (open == std::string::npos || result.operation.size() < marker.size() ||
-        result.operation.compare(result.operation.size() - marker.size(), marker.size(),
-                                 marker) != 0) {
-      continue;
-    }
-    const std::string base = result.operation.substr(0, open);
-    const std::string size = result.operation.substr(
-        open + 2, result.operation.size() - open - 2 - marker.size());
-    if (sizes.find(base) == sizes.end()) order.push_back(base);
-    sizes[base].push_back({size, result.library, result.floor});
-  }
-  if (order.empty()) return;
-  std::printf("\n| Operation (library) | Stored: time (µs/op) | Largest / smallest | "
-              "Floor: largest / smallest |\n");
-  std::printf("|---|---|---:|---:|\n");
-  for (const std::string& base : order) {
-    const auto& points = sizes[base];
-    if (points.size() < 2) continue;
-    std::string cells;
-    for (const auto& point : points) {
-      if (!cells.empty()) cells += ", ";
-      cells += point.stored + ": " + Micros(point.library);
-    }
-    std::printf("| %s | %s | %.2f | %.2f |\n", base.c_str(), cells.c_str(),
-                points.back().library / points.front().library,
-                points.back().floor / points.front().floor);
-  }
-}
-
 }  // namespace
 
 // --- The suite ----------------------------------------------------------------------------
@@ -579,7 +225,7 @@ int main(int argc, char** argv) {
   const std::string only = argc > 2 ? argv[2] : "";
   auto add = [&](Comparison comparison) {
     if (comparison.operation.find(only) == std::string::npos) return;
-    results.push_back(Measure(comparison, repetitions));
+    results.push_back(floor_bench::Measure(comparison, repetitions));
   };
 
   // Reads of the host object and of 10,000 instances, in both schema database ages.
@@ -591,13 +237,12 @@ int main(int argc, char** argv) {
       Use(main_side);
       AgeSchemaDatabase(age, main_side);
     };
-    auto floor_get = Timed{nullptr, [&](int) {
-                             Decoded decoded = hand.Get(kHost);
-                             if (decoded.empty) Die("no host row");
-                           }};
+    auto floor_get = floor_bench::Timed{nullptr, [&](int) {
+                                          Decoded decoded = hand.Get(kHost);
+                                          if (decoded.empty) Die("no host row");
+                                        }};
     for (bool cached : {true, false}) {
-      add({std::string("Get, ") + (cached ? "repeated (object cache)" : "object cache off") +
-               when,
+      add({std::string("Get, ") + (cached ? "repeated (object cache)" : "object cache off") + when,
            2000,
            {[&, aged, cached] {
               KorvoSetvault::SetObjectCacheEnabled(cached);
@@ -721,8 +366,8 @@ int main(int argc, char** argv) {
     Side* side;
     const char* stored;
   };
-  for (const Sized& sized : {Sized{&few, "100"}, Sized{&thousand, "1,000"},
-                             Sized{&many, "100,000"}}) {
+  for (const Sized& sized :
+       {Sized{&few, "100"}, Sized{&thousand, "1,000"}, Sized{&many, "100,000"}}) {
     Side* side = sized.side;
     Hand hand(side->hand);
     const std::string at = std::string(" (") + sized.stored + " stored)";
@@ -731,7 +376,8 @@ int main(int argc, char** argv) {
          {[side] { Use(*side); },
           [&, side](int) {
             ObjectList objects;
-            for (int n = 0; n < 100; ++n) objects.push_back(make_object(switch_id(n), texts[n % kIds]));
+            for (int n = 0; n < 100; ++n)
+              objects.push_back(make_object(switch_id(n), texts[n % kIds]));
             side->store->SetInstances(std::move(objects), external);
           }},
          {nullptr,
@@ -782,16 +428,7 @@ int main(int argc, char** argv) {
          "flat"});
   }
 
-  std::printf("| Operation | Library (µs/op) | Floor (µs/op) | Ratio | Target |\n");
-  std::printf("|---|---:|---:|---:|---|\n");
-  for (const Result& result : results) {
-    std::printf("| %s | %s | %s | %.2f | %s |\n", result.operation.c_str(),
-                Micros(result.library).c_str(), Micros(result.floor).c_str(),
-                result.library / result.floor, result.target.c_str());
-  }
-  std::printf("\nMedians of %d repetitions per side, library and floor interleaved.\n",
-              repetitions);
-  PrintGrowth(results);
+  floor_bench::PrintTables(results, repetitions);
   for (Side* side : {&main_side, &few, &thousand, &many}) {
     side->store.reset();
     sqlite3_close_v2(side->hand);
