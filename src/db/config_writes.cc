@@ -133,6 +133,10 @@ const KeyStatement3 kClearCachedSql(
     "UPDATE Config SET CachedValue = NULL WHERE Name = ? AND ConfigGroup = ? AND Component = ?");
 const KeyStatement3 kClearAutoConfSql(
     "UPDATE Config SET AutoConfValue = NULL WHERE Name = ? AND ConfigGroup = ? AND Component = ?");
+// The value columns a whole-object write carries over from the stored row.
+const KeyStatement4 kCarriedColumnsSql(
+    "SELECT AutoConfValue, UserValue, VitalValue, CachedValue FROM Config WHERE Name = ? AND "
+    "ConfigGroup = ? AND Component = ? AND Identifier = ?");
 const KeyStatement3 kRevisionMapSql(
     "SELECT Identifier, Revision, CreationTime FROM Config WHERE Name = ? AND ConfigGroup = ? AND "
     "Component = ?;");
@@ -274,7 +278,7 @@ void WriteCompleteConfigInstances(const std::unordered_map<SetvaultObjectId, Col
 void SetInternal(const ObjectPtr& object, const SchemaPtr& schema, const USERDATA_CONTEXT& context,
                  const ConnectionPtr& conn) {
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
-  const StoreRow stored = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
+  const StoreRow stored = ReadStoreRow(id, conn, kCarriedColumnsSql);
   std::unordered_map<SetvaultObjectId, ColumnValues> columns;
   columns.emplace(id, ColumnsOf(object, schema, context, stored));
   WriteCompleteConfigInstances(columns, {object}, schema, conn, nullptr);
@@ -289,7 +293,7 @@ void SetInstancesInternal(const ObjectList& objects, const USERDATA_CONTEXT& con
   columns.reserve(objects.size());
   for (const ObjectPtr& object : objects) {
     const SetvaultObjectId& id = object->GetSetvaultObjectId();
-    const StoreRow stored = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
+    const StoreRow stored = ReadStoreRow(id, conn, kCarriedColumnsSql);
     columns[id] = ColumnsOf(object, schema, context, stored);
   }
   WriteCompleteConfigInstances(columns, objects, schema, conn, history);
