@@ -57,7 +57,7 @@ void UseStore(int count) {
     KorvoSetvault::SetSchemaStorePath(dir + "/schema.db");
     KorvoSetvault::SetStorePath(dir + "/defaults.db");
     const auto examples =
-        std::filesystem::path(__FILE__).parent_path().parent_path() / "examples" / "schemas";
+        std::filesystem::path(SETVAULT_SOURCE_DIR) / "examples" / "schemas";
     if (KorvoSetvault::LoadSchemaDefinitions(examples.string()) == 0) std::abort();
   }
   KorvoSetvault::SetStorePath(dir + "/store-" + std::to_string(count) + ".db");

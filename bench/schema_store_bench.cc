@@ -21,7 +21,7 @@ void LoadExamples() {
     KorvoSetvault::SetSchemaStorePath(dir + "/schema.db");
     KorvoSetvault::SetStorePath(dir + "/store.db");  // loading writes the shipped defaults
     const auto examples =
-        std::filesystem::path(__FILE__).parent_path().parent_path() / "examples" / "schemas";
+        std::filesystem::path(SETVAULT_SOURCE_DIR) / "examples" / "schemas";
     KorvoSetvault::LoadSchemaDefinitions(examples.string());
     return true;
   }();

@@ -72,7 +72,7 @@ struct BenchStore {
     KorvoSetvault::SetSchemaStorePath(dir + "/schema.db");
     KorvoSetvault::SetStorePath(dir + "/store.db");  // loading writes the shipped defaults
     const auto examples =
-        std::filesystem::path(__FILE__).parent_path().parent_path() / "examples" / "schemas";
+        std::filesystem::path(SETVAULT_SOURCE_DIR) / "examples" / "schemas";
     if (KorvoSetvault::LoadSchemaDefinitions(examples.string()) == 0) std::abort();
     auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
     DBStore::CheckStore(conn, true);  // the store file exists before raw SQL runs

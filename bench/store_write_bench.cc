@@ -89,7 +89,7 @@ struct Bench {
     KorvoSetvault::SetStorePath(dir + "/store.db");
     KorvoSetvault::SetSchemaStorePath(dir + "/schema.db");
     const auto examples =
-        std::filesystem::path(__FILE__).parent_path().parent_path() / "examples" / "schemas";
+        std::filesystem::path(SETVAULT_SOURCE_DIR) / "examples" / "schemas";
     KorvoSetvault::LoadSchemaDefinitions(examples.string());
     store = KorvoSetvault::Setvault::GetStore("");
     schema =

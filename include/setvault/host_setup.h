@@ -81,6 +81,14 @@ SETVAULT_EXPORT std::string GetNotifySocketPath();
 // connections notice that they refer to an old file.
 SETVAULT_EXPORT uint64_t GetStorePathGeneration();
 
+// Turns the cache of objects read by Get on or off for every thread (it is on
+// by default). Each thread keeps, per store connection, up to 256 decoded
+// objects of at most 64 KiB each; an object is handed out from the cache only
+// after the store was found unchanged in the same read (another process's or
+// connection's commit, or a write or rollback on this connection, empties it),
+// and always as the caller's own copy. Thread-safe.
+SETVAULT_EXPORT void SetObjectCacheEnabled(bool enabled);
+
 }  // namespace KorvoSetvault
 
 #endif  // SETVAULT_HOST_SETUP_H_

@@ -137,8 +137,11 @@ class SETVAULT_EXPORT Setvault {
   // host boots.
   virtual std::shared_ptr<NextBootStore> GetNextBootStore() = 0;
   // The stored object (all its origins merged), or empty when none is stored.
-  // Throws SetvaultException 1037 for a type without schema and
-  // ValidationException 2000 when the instance id does not fit the type.
+  // The result is the caller's own object; an object read again while the
+  // store is unchanged comes from a per-connection cache (see
+  // SetObjectCacheEnabled in host_setup.h). Throws SetvaultException 1037 for
+  // a type without schema and ValidationException 2000 when the instance id
+  // does not fit the type.
   virtual std::shared_ptr<SetvaultObject> Get(const SetvaultObjectId& id) = 0;
   // The shipped default of an object, or empty.
   virtual std::shared_ptr<SetvaultObject> GetDefaultConfig(const SetvaultObjectId& id) = 0;

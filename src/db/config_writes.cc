@@ -133,6 +133,10 @@ const KeyStatement3 kClearCachedSql(
     "UPDATE Config SET CachedValue = NULL WHERE Name = ? AND ConfigGroup = ? AND Component = ?");
 const KeyStatement3 kClearAutoConfSql(
     "UPDATE Config SET AutoConfValue = NULL WHERE Name = ? AND ConfigGroup = ? AND Component = ?");
+// The value columns a whole-object write carries over from the stored row.
+const KeyStatement4 kCarriedColumnsSql(
+    "SELECT AutoConfValue, UserValue, VitalValue, CachedValue FROM Config WHERE Name = ? AND "
+    "ConfigGroup = ? AND Component = ? AND Identifier = ?");
 const KeyStatement3 kRevisionMapSql(
     "SELECT Identifier, Revision, CreationTime FROM Config WHERE Name = ? AND ConfigGroup = ? AND "
     "Component = ?;");
@@ -274,7 +278,7 @@ void WriteCompleteConfigInstances(const std::unordered_map<SetvaultObjectId, Col
 void SetInternal(const ObjectPtr& object, const SchemaPtr& schema, const USERDATA_CONTEXT& context,
                  const ConnectionPtr& conn) {
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
-  const StoreRow stored = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
+  const StoreRow stored = ReadStoreRow(id, conn, kCarriedColumnsSql);
   std::unordered_map<SetvaultObjectId, ColumnValues> columns;
   columns.emplace(id, ColumnsOf(object, schema, context, stored));
   WriteCompleteConfigInstances(columns, {object}, schema, conn, nullptr);
@@ -283,22 +287,14 @@ void SetInternal(const ObjectPtr& object, const SchemaPtr& schema, const USERDAT
 void SetInstancesInternal(const ObjectList& objects, const USERDATA_CONTEXT& context,
                           const SchemaPtr& schema, const ConnectionPtr& conn,
                           const RevisionMap* history) {
-  if (objects.empty()) return;
-  // One read of the type's stored rows supplies every carried-over column.
-  const StoreRows rows = ReadStoreRows(objects.front()->GetSetvaultObjectId(), conn, GET_INSTANCES);
-  std::unordered_map<std::string, const StoreRow*> stored_by_id;
-  for (const auto& row : *rows) {
-    auto id = row->find(kIdentifierColumn);
-    stored_by_id.emplace(id == row->end() ? std::string() : id->second, row.get());
-  }
-  static const StoreRow kNothingStored;
+  // Each object reads its own stored row by its full key (an index lookup), so
+  // the cost follows the number of objects written, not the number stored.
   std::unordered_map<SetvaultObjectId, ColumnValues> columns;
   columns.reserve(objects.size());
   for (const ObjectPtr& object : objects) {
     const SetvaultObjectId& id = object->GetSetvaultObjectId();
-    auto stored = stored_by_id.find(id.instanceId);
-    columns[id] = ColumnsOf(object, schema, context,
-                            stored == stored_by_id.end() ? kNothingStored : *stored->second);
+    const StoreRow stored = ReadStoreRow(id, conn, kCarriedColumnsSql);
+    columns[id] = ColumnsOf(object, schema, context, stored);
   }
   WriteCompleteConfigInstances(columns, objects, schema, conn, history);
 }

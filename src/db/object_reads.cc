@@ -2,6 +2,7 @@
 #include "db/config_reads.h"
 
 #include "db/host_flags.h"
+#include "db/object_cache.h"
 #include "platform/upgrade_ctx.h"
 #include "setvault/logger.h"
 
@@ -39,11 +40,15 @@ bool CurrentUserViewApplies(const SchemaPtr& schema) {
 
 ObjectPtr GetInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
                       const SchemaPtr& schema) {
-  const StoreRow row = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
-  return RowToMergedObject(row,
-                           {kVitalValueColumn, kCachedValueColumn, kAutoConfValueColumn,
-                            CurrentUserColumn(row)},
-                           id, schema);
+  return GetThroughObjectCache(id, conn, schema, [&] {
+    const StoreRow row = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
+    // A row whose user views differ reads by the host's upgrade context: not cached.
+    return DecodedObject{RowToMergedObject(row,
+                                           {kVitalValueColumn, kCachedValueColumn,
+                                            kAutoConfValueColumn, CurrentUserColumn(row)},
+                                           id, schema),
+                         !UserViewsDiffer(row)};
+  });
 }
 
 ObjectPtr GetCurrentConfigInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,

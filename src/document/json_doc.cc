@@ -6,6 +6,7 @@
 
 #include <rapidjson/error/en.h>
 
+#include "document/json_copy.h"
 #include "document/json_parse.h"
 #include "document/value_limits.h"
 #include "platform/bounded_file.h"
@@ -73,6 +74,9 @@ struct LimitFaults {
   // turns such numbers (1e20 written with an exponent of 290, for one) into
   // unrelated values, and crashes on a fraction of some hundred zeros.
   size_t bad_number = std::string::npos;
+  // Every byte (up to a nesting fault) is ASCII: such text is valid UTF-8
+  // and needs no encoding check while parsing.
+  bool ascii = true;
 };
 
 // One pass over `text` for both limits; it stops at the first nesting fault.
@@ -80,11 +84,13 @@ LimitFaults FindLimitFaults(const char* text, size_t length) {
   LimitFaults faults;
   int depth = 0;
   bool in_string = false;
+  unsigned char bits = 0;  // the bytes seen, or-ed together
   for (size_t i = 0; i < length; ++i) {
     const char c = text[i];
+    bits |= static_cast<unsigned char>(c);
     if (in_string) {
       if (c == '\\') {
-        ++i;
+        if (++i < length) bits |= static_cast<unsigned char>(text[i]);
       } else if (c == '"') {
         in_string = false;
       }
@@ -108,6 +114,7 @@ LimitFaults FindLimitFaults(const char* text, size_t length) {
       --i;  // the loop steps past the token's last character
     }
   }
+  faults.ascii = (bits & 0x80) == 0;
   return faults;
 }
 
@@ -229,11 +236,17 @@ bool ParseJsonText(const std::string& text, JsonDocument& document, std::string*
   }
   // Full precision: the fast number parse may be off by a unit in the last
   // place, so that a stored number would change at every write and read.
-  document.Parse<rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag>(
-      text.c_str(), text.size());
+  if (limits.ascii) {
+    document.Parse<rapidjson::kParseFullPrecisionFlag>(text.c_str(), text.size());
+  } else {
+    document.Parse<rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag>(
+        text.c_str(), text.size());
+  }
   if (!document.HasParseError()) {
     // The parser takes a lone low surrogate escape ("\udd11") as a character
     // and stores bytes that are not UTF-8, which no later parse would accept.
+    // Only a \u escape can do that: text without one needs no second look.
+    if (text.find("\\u") == std::string::npos) return true;
     const std::optional<std::string> pointer = FindInvalidUtf8(document);
     if (!pointer) return true;
     if (fault != nullptr) *fault = "at \"" + *pointer + "\": an escape that is not a character.";
@@ -241,6 +254,15 @@ bool ParseJsonText(const std::string& text, JsonDocument& document, std::string*
   }
   return ParseFault(fault, document.GetErrorOffset(),
                     rapidjson::GetParseError_En(document.GetParseError()));
+}
+
+std::shared_ptr<JsonDoc> CopyDocument(const JsonDoc& source) {
+  constexpr size_t kSmallestChunk = 1024;
+  const size_t used = source.GetAllocator().Size();
+  std::shared_ptr<JsonDoc> copy =
+      CreateDocumentWithChunks(std::min(kJsonChunkSize, std::max(kSmallestChunk, used)));
+  copy->GetDocument().CopyFrom(*source.GetJsonValuePtr(), copy->GetAllocator());
+  return copy;
 }
 
 std::shared_ptr<JsonDoc> CreateDocument() { return CreateDocumentWithChunks(kJsonChunkSize); }

@@ -164,6 +164,22 @@ Failure TakeLastFailure();
 // as its cause instead. Consumes the recorded failure.
 [[noreturn]] void ThrowFailure(const std::string& message, const std::string& detail = {});
 
+// The mark of what a cache of data read through one connection is valid for.
+struct StoreStamp {
+  bool valid = false;
+  int64_t data_version = -1;   // PRAGMA data_version: commits of other connections
+  int64_t total_changes = -1;  // rows changed by this connection
+  uint64_t rollbacks = 0;      // rollbacks seen by this connection
+  uint64_t transaction = 0;    // the transaction it was last checked in, 0 for none
+};
+
+// Brings `stamp` up to date with what `conn` reads now (inside a transaction: its
+// snapshot). Returns 0 when nothing read through `conn` can have changed since `stamp` was
+// last brought up to date (data cached under it stays valid), 1 when it may have (the
+// caller drops what it cached), -1 when the data version cannot be read (`stamp` is then
+// invalid, and the next call returns 1 at best).
+int RefreshStoreStamp(const std::shared_ptr<StoreConnection>& conn, StoreStamp* stamp);
+
 // Reads the text stored under `key` into `out` (empty when the key is absent). Host flags
 // are read on hot paths: values are cached per connection and re-read only after the
 // database changed (another connection's commit, a write or rollback on this one). A store

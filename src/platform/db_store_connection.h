@@ -73,11 +73,7 @@ class StatementCache {
 
 // Cached key-value texts, valid while the database is unchanged.
 struct KeyValueCache {
-  bool valid = false;
-  int64_t data_version = -1;   // PRAGMA data_version: commits of other connections
-  int64_t total_changes = -1;  // rows changed by this connection
-  uint64_t rollbacks = 0;      // rollbacks on this connection when the cache was filled
-  uint64_t transaction = 0;    // the write transaction it was last checked in, 0 for none
+  StoreStamp stamp;
   std::unordered_map<std::string, std::string> values;  // absent key: empty text
 };
 

@@ -1,10 +1,7 @@
 // The key-value table of host-wide flags, with a per-connection cache of the texts read.
 //
 // Host flags are read on hot paths (once per row of some reads). A cached text stays valid
-// while PRAGMA data_version (commits of other connections), the rows changed by this
-// connection and the rollbacks seen by it are all unchanged. Inside this connection's own
-// write transaction no other connection can commit, so once checked there the pragma is
-// skipped until the transaction ends.
+// while the connection's store stamp is unchanged (see RefreshStoreStamp).
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -21,43 +18,12 @@ const char kWriteKeyValueSql[] = "INSERT OR REPLACE INTO KeyValue (Key, Value) V
 
 namespace {
 
-int ReadDataVersion(const std::shared_ptr<StoreConnection>& conn, int64_t* version) {
-  internal::OperationGate gate;
-  StmtPtr stmt = internal::Prepare(conn, "PRAGMA data_version", kBusyTimeoutMs);
-  if (!stmt) return 1;
-  int rc = sqlite3_step(stmt.get());
-  if (rc != SQLITE_ROW) {
-    internal::LogSqliteError(conn->db(), rc, "Reading the data version", "PRAGMA data_version");
-    return 1;
-  }
-  *version = sqlite3_column_int64(stmt.get(), 0);
-  return 0;
-}
-
 // Empties the cache when the database may have changed since it was filled.
 int RefreshCache(const std::shared_ptr<StoreConnection>& conn) {
   internal::KeyValueCache& cache = conn->key_values();
-  uint64_t transaction =
-      conn->depth > 0 && !sqlite3_get_autocommit(conn->db()) ? conn->transaction_serial : 0;
-  if (transaction != 0 && cache.valid && cache.transaction == transaction &&
-      cache.total_changes == sqlite3_total_changes64(conn->db()) &&
-      cache.rollbacks == conn->rollbacks) {
-    return 0;
-  }
-  int64_t data_version = 0;
-  if (ReadDataVersion(conn, &data_version) != 0) return 1;
-  int64_t total_changes = sqlite3_total_changes64(conn->db());
-  if (cache.valid && cache.data_version == data_version && cache.total_changes == total_changes &&
-      cache.rollbacks == conn->rollbacks) {
-    cache.transaction = transaction;
-    return 0;
-  }
-  cache.values.clear();
-  cache.data_version = data_version;
-  cache.total_changes = total_changes;
-  cache.rollbacks = conn->rollbacks;
-  cache.transaction = transaction;
-  cache.valid = true;
+  const int changed = RefreshStoreStamp(conn, &cache.stamp);
+  if (changed < 0) return 1;
+  if (changed > 0) cache.values.clear();
   return 0;
 }
 

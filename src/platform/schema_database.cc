@@ -178,6 +178,26 @@ int64_t SchemaDatabaseReader::DataVersion() {
   return version;
 }
 
+int64_t SchemaDatabaseReader::ChangeCounter() {
+  // The header from its file format versions (offset 18: 2 means a
+  // write-ahead log) to the end of the change counter (offset 24, 4 bytes).
+  constexpr int kHeaderOffset = 18;
+  constexpr int kHeaderBytes = 10;
+  constexpr int kCounterAt = 6;
+  constexpr unsigned char kWriteAheadLogFormat = 2;
+  sqlite3_file* file = nullptr;
+  if (sqlite3_file_control(db_, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
+      file == nullptr || file->pMethods == nullptr) {
+    return -1;
+  }
+  unsigned char bytes[kHeaderBytes];
+  if (file->pMethods->xRead(file, bytes, kHeaderBytes, kHeaderOffset) != SQLITE_OK) return -1;
+  if (bytes[0] == kWriteAheadLogFormat || bytes[1] == kWriteAheadLogFormat) return -1;
+  const unsigned char* counter = bytes + kCounterAt;
+  return (int64_t{counter[0]} << 24) | (int64_t{counter[1]} << 16) | (int64_t{counter[2]} << 8) |
+         int64_t{counter[3]};
+}
+
 const char READ_JOURNAL_MODE[] = "PRAGMA journal_mode";
 
 bool SchemaDatabaseReader::UsesWriteAheadLog() {

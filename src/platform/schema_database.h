@@ -55,6 +55,13 @@ class SchemaDatabaseReader {
   // Returns -1 when it cannot be read.
   int64_t DataVersion();
 
+  // The file change counter of the database header, read through the
+  // connection's own file handle without a lock or a query: in
+  // rollback-journal mode every commit of any connection raises it. Returns
+  // -1 when it cannot be read (no file handle, a file shorter than a header)
+  // or the file is in write-ahead-log mode.
+  int64_t ChangeCounter();
+
   // True when the file is in write-ahead-log mode: commits of other
   // connections then go to the log file and leave the database file as it is.
   // Also true when the mode cannot be read (the cautious answer).

@@ -3,8 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <ctime>
 #include <mutex>
 
 #include "platform/db_store_connection.h"
@@ -56,22 +54,14 @@ namespace {
 using KorvoSetvault::SVLogger;
 
 // Which file a path named at the last reading (a replaced file has another
-// inode), and the stamps that a commit to it changes.
+// inode).
 struct FileIdentity {
   bool exists = false;
   dev_t device = 0;
   ino_t inode = 0;
-  off_t size = 0;
-  struct timespec modified = {0, 0};
-  struct timespec changed = {0, 0};
 
   bool operator==(const FileIdentity& other) const {
     return exists == other.exists && device == other.device && inode == other.inode;
-  }
-  bool SameStamps(const FileIdentity& other) const {
-    return size == other.size && modified.tv_sec == other.modified.tv_sec &&
-           modified.tv_nsec == other.modified.tv_nsec && changed.tv_sec == other.changed.tv_sec &&
-           changed.tv_nsec == other.changed.tv_nsec;
   }
 };
 
@@ -82,34 +72,20 @@ FileIdentity IdentityOf(const std::string& path) {
     identity.exists = true;
     identity.device = info.st_dev;
     identity.inode = info.st_ino;
-    identity.size = info.st_size;
-    identity.modified = info.st_mtim;
-    identity.changed = info.st_ctim;
   }
   return identity;
-}
-
-// File systems stamp times from a coarse clock (up to seconds on some), so
-// two commits close together can leave equal stamps. A file changed this
-// recently is asked for its data version even when its stamps look the same.
-constexpr time_t kRacyWindowSeconds = 2;
-
-bool RecentlyChanged(const FileIdentity& identity) {
-  struct timespec now;
-  clock_gettime(CLOCK_REALTIME_COARSE, &now);
-  const time_t latest = std::max(identity.modified.tv_sec, identity.changed.tv_sec);
-  return latest + kRacyWindowSeconds >= now.tv_sec;
 }
 
 // The process-wide reading of the schema database.
 struct StoreState {
   std::mutex mutex;
-  pid_t pid = 0;  // the process that opened `reader`; a forked child opens its own
+  uint64_t forkGeneration = 0;  // of the process that opened `reader`; a child opens its own
   std::string path;
   FileIdentity identity;
   std::unique_ptr<SchemaDatabaseReader> reader;
   int64_t dataVersion = -1;
-  bool writeAheadLog = true;  // commits may leave the file's stamps unchanged
+  int64_t changeCounter = -1;  // the header's change counter at the last reading
+  bool writeAheadLog = true;   // commits leave the header's change counter as it is
   std::shared_ptr<SchemaStore> store;
   std::string problem;  // why the last reading gave no definitions; empty when it was read
 };
@@ -161,6 +137,7 @@ void Reload(StoreState& state, const std::string& path, const FileIdentity& iden
     if (state.reader) {
       state.writeAheadLog = state.reader->UsesWriteAheadLog();
       state.dataVersion = state.reader->DataVersion();
+      state.changeCounter = state.writeAheadLog ? -1 : state.reader->ChangeCounter();
       rows = state.reader->ReadAll();
     } else {
       state.problem = "the schema database " + path + " does not exist: no type is defined";
@@ -180,19 +157,21 @@ void Reload(StoreState& state, const std::string& path, const FileIdentity& iden
 }
 
 bool NeedsReload(StoreState& state, const std::string& path, const FileIdentity& identity) {
-  if (state.pid != getpid()) {
-    state.pid = getpid();
+  const uint64_t generation = DBStore::internal::ForkGeneration();
+  if (state.forkGeneration != generation) {
+    state.forkGeneration = generation;
     state.reader.reset();  // idle (see State()): closing it touches nothing of the parent's
     return true;
   }
   if (!state.store || path != state.path || !(identity == state.identity)) return true;
   if (!state.reader) return false;
-  // A commit to a file in rollback-journal mode rewrites the file, so equal
-  // stamps of a file not changed lately mean equal content: no query needed.
-  if (!state.writeAheadLog && identity.SameStamps(state.identity) && !RecentlyChanged(identity)) {
-    return false;
+  // In rollback-journal mode every commit raises the header's change counter:
+  // reading those four bytes costs one read of the file, not a query, also
+  // in the seconds after a load when the file's time stamps cannot tell.
+  if (!state.writeAheadLog) {
+    const int64_t counter = state.reader->ChangeCounter();
+    if (counter >= 0 && state.changeCounter >= 0) return counter != state.changeCounter;
   }
-  state.identity = identity;
   return state.reader->DataVersion() != state.dataVersion;
 }
 

@@ -48,13 +48,9 @@ void RequireRevision(const SetvaultObjectId& id, int expected, const ConnectionP
 }
 
 void RequireRevisions(const SetvaultObjectId& type, const std::map<std::string, int>& expected,
-                      const RevisionMap& stored) {
+                      const ConnectionPtr& conn) {
   for (const auto& [instance, revision] : expected) {
-    auto row = stored.find(instance);
-    const int found = row == stored.end() ? -1 : row->second.first;
-    if (found != revision) {
-      throw RevisionConflictException(InstanceOf(type, instance).toString(), revision, found);
-    }
+    RequireRevision(InstanceOf(type, instance), revision, conn);
   }
 }
 

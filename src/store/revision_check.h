@@ -24,9 +24,9 @@ int ReadStoredRevision(const SetvaultObjectId& id, const ConnectionPtr& conn);
 void RequireRevision(const SetvaultObjectId& id, int expected, const ConnectionPtr& conn);
 
 // RequireRevision for every instance id of `expected` (instance id to revision) of the
-// type of `type`, against `stored`, the type's rows as ReadRevisionMap read them.
+// type of `type`: one indexed read per expected instance, none for the rest of the type.
 void RequireRevisions(const SetvaultObjectId& type, const std::map<std::string, int>& expected,
-                      const RevisionMap& stored);
+                      const ConnectionPtr& conn);
 
 // Raises the stored revision of `id` by one, for a write that changes a row in place (an
 // UPDATE keeps the revision otherwise). Throws SetvaultException 2000 when that fails.

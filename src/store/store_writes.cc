@@ -213,16 +213,18 @@ void SetvaultImpl::SetInstancesChecked(const char* operation, ObjectVector objec
   objects = WithoutEmptyPointers(std::move(objects));
   auto schema = CheckInstancesCall(operation, objects, context);
   RequireOneType(objects);
+  std::optional<bool> booting;
   for (const auto& object : objects) {
     validateInstanceId(object->GetSetvaultObjectId());
     ValidateSet(schema, object);
-    BootGuard(object, schema, context);
+    BootGuard(object, schema, context, &booting);
   }
   const SetvaultObjectId& id = objects.front()->GetSetvaultObjectId();
+  // A replaced row's revision and creation time are carried over by the write
+  // statement itself: no history of the whole type is read.
   RunUnderTransaction(connection_, operation, [&] {
-    const RevisionMap revisions = ReadRevisionMap(id, connection_);
-    if (expected) RequireRevisions(id, *expected, revisions);
-    SetInstancesInternal(objects, context, schema, connection_, &revisions);
+    if (expected) RequireRevisions(id, *expected, connection_);
+    SetInstancesInternal(objects, context, schema, connection_, nullptr);
   });
   NotifyAfterCommit(id, connection_);
 }

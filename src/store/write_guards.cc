@@ -33,11 +33,16 @@ bool isUserType(const std::shared_ptr<SetvaultObject>& object,
 
 void BootGuard(const std::shared_ptr<SetvaultObject>& object,
                const std::shared_ptr<KorvoSchemaStore::SchemaObject>& schema,
-               const USERDATA_CONTEXT& context) {
+               const USERDATA_CONTEXT& context, std::optional<bool>* booting) {
   // Only external writes of user configuration are refused during boot, so
   // the flag is read only for them.
   if (context.kind != kExternalContext || !isUserType(object, schema)) return;
-  checkUserContext(IsBoot(), context);
+  if (booting == nullptr) {
+    checkUserContext(IsBoot(), context);
+    return;
+  }
+  if (!*booting) *booting = IsBoot();
+  checkUserContext(**booting, context);
 }
 
 std::vector<std::shared_ptr<SetvaultObject>> WithoutEmptyPointers(

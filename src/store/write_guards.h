@@ -3,6 +3,7 @@
 #define SETVAULT_SRC_STORE_WRITE_GUARDS_H_
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "platform/schema_store.h"
@@ -18,10 +19,11 @@ bool isUserType(const std::shared_ptr<SetvaultObject>& object,
                 const std::shared_ptr<KorvoSchemaStore::SchemaObject>& schema);
 
 // For user configuration, refuses an external caller while the host boots
-// outside an upgrade.
+// outside an upgrade. A list of objects passes the same `booting` (initially
+// empty) for each, so that the host's boot flag is read once for the list.
 void BootGuard(const std::shared_ptr<SetvaultObject>& object,
                const std::shared_ptr<KorvoSchemaStore::SchemaObject>& schema,
-               const USERDATA_CONTEXT& context);
+               const USERDATA_CONTEXT& context, std::optional<bool>* booting = nullptr);
 
 // Drops empty pointers; throws InvalidArgumentException 1061 when nothing is
 // left.

@@ -62,6 +62,14 @@ TEST_P(SchemaStoreStampsTest, CommitToAFileUnchangedForSecondsIsSeen) {
   EXPECT_TRUE(Known("second"));
 }
 
+TEST_P(SchemaStoreStampsTest, CommitRightAfterALoadIsSeen) {
+  ASSERT_TRUE(Known("first"));
+  Execute(database_, "DELETE FROM SmartnicSchema WHERE Name = 'first'");
+  EXPECT_FALSE(Known("first"));
+  Execute(database_, "DELETE FROM SmartnicSchema WHERE Name = 'second'");
+  EXPECT_FALSE(Known("second"));
+}
+
 INSTANTIATE_TEST_SUITE_P(JournalModes, SchemaStoreStampsTest, ::testing::Values("DELETE", "WAL"));
 
 }  // namespace
