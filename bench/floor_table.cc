@@ -261,7 +261,7 @@ int main(int argc, char** argv) {
     add({"Get of 10,000 objects in turn (not in the object cache)" + when,
          2000,
          {aged,
-          [&, ids](int i) {
+          [&, ids](int) {
             static int next = 0;
             if (!main_side.store->Get(ids[next++ % kInstances])) Die("no switch");
           }},

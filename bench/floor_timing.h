@@ -14,7 +14,7 @@ namespace floor_bench {
 struct Timed {
   std::function<void()> prepare;
   std::function<void(int)> run;
-  std::function<void()> finish;
+  std::function<void()> finish = nullptr;
 };
 
 // One operation on both sides, run `calls` times per repetition.

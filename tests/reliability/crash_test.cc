@@ -134,7 +134,7 @@ TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
     const std::vector<std::string> stamps = Stamps();
     for (const std::string& stamp : stamps) EXPECT_EQ(stamp, stamps[0]) << "a half transaction";
     // The commit after the last acknowledgement may have landed before the kill.
-    const auto stamp_of = [&](int n) { return std::to_string(round) + "-" + std::to_string(n); };
+    const auto stamp_of = [&](int k) { return std::to_string(round) + "-" + std::to_string(k); };
     const std::string acknowledged = last == 0 ? previous : stamp_of(last);
     const std::string next = stamp_of(last + 1 + (last % 10 == 9));
     EXPECT_TRUE(stamps[0] == acknowledged || stamps[0] == next)
