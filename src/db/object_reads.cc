@@ -3,6 +3,7 @@
 
 #include <array>
 #include <utility>
+#include <vector>
 
 #include "db/host_flags.h"
 #include "db/object_cache.h"
@@ -44,6 +45,19 @@ ObjectPtr RowToStoredObject(const StoreRow& row, const SetvaultObjectId& id,
   return RowToMergedObject(row, columns.data(), columns.size(), id, schema);
 }
 
+// The parsed parts RowToStoredObject merges, in merge order, with their origins.
+std::vector<std::pair<std::shared_ptr<JsonDoc>, const char*>> StoredParts(const StoreRow& row) {
+  const auto columns = StoredColumns(row);
+  std::vector<std::pair<std::shared_ptr<JsonDoc>, const char*>> parts;
+  for (size_t i = 0; i < kStoredParts; ++i) {
+    auto value = columns[i] != nullptr ? row.find(columns[i]) : row.end();
+    if (value != row.end()) {
+      parts.emplace_back(CreateDocumentFromString(value->second), kStoredOrigins[i]);
+    }
+  }
+  return parts;
+}
+
 std::string NameOf(const JsonValue& name) {
   return std::string(name.GetString(), name.GetStringLength());
 }
@@ -78,17 +92,11 @@ std::map<std::string, std::string> GetMemberOriginsInternal(const SetvaultObject
   const StoreRow row = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
   const ObjectPtr merged = RowToStoredObject(row, id, schema);
   if (!merged) return origins;
+  const auto data = CreateDocumentFromString(merged->GetData());
+  if (!data->GetJsonValuePtr()->IsObject()) return origins;
   // The merge keeps every top-level member of every part, a later part's
   // value winning: the last part that holds a member supplied it.
-  const auto columns = StoredColumns(row);
-  std::vector<std::pair<std::shared_ptr<JsonDoc>, const char*>> parts;
-  for (size_t i = 0; i < kStoredParts; ++i) {
-    auto value = columns[i] != nullptr ? row.find(columns[i]) : row.end();
-    if (value != row.end()) {
-      parts.emplace_back(CreateDocumentFromString(value->second), kStoredOrigins[i]);
-    }
-  }
-  const auto data = CreateDocumentFromString(merged->GetData());
+  const auto parts = StoredParts(row);
   for (const auto& member : data->GetJsonValuePtr()->GetObject()) {
     for (auto part = parts.rbegin(); part != parts.rend(); ++part) {
       const JsonValue& value = *part->first->GetJsonValuePtr();
