@@ -226,6 +226,24 @@ class SETVAULT_EXPORT Setvault {
   virtual ~Setvault();
 };
 
+// Which origin supplied each top-level member of the object that
+// Setvault::Get(id) returns on the calling thread's connection: "vital",
+// "cached", "auto" (auto-configuration) or "user". Get merges the stored
+// origins in that order, a later origin's value winning, so a member held by
+// several origins is named after the last of them (a sub-object merged from
+// several origins too; the pending user value Get shows during an upgrade
+// counts as "user"). Each member with a non-null value in the type's defaults
+// that no origin stores maps to "default". Empty when nothing is stored.
+// Reads as Get does and throws what Get throws: SetvaultException 1037 for a
+// type without schema, ValidationException 2000 when the instance id does not
+// fit the type, and SetvaultException 2000 when the store cannot be read (a
+// missing store file included: reads never create it).
+//
+//   auto origins = KorvoSetvault::GetMemberOrigins(
+//       KorvoSetvault::SetvaultObjectId("host", "system", "korvo"));
+//   // {"hostname": "user", "systemUuid": "vital", "timezone": "default"}
+SETVAULT_EXPORT std::map<std::string, std::string> GetMemberOrigins(const SetvaultObjectId& id);
+
 // Scoped transaction: begins in the constructor, rolls back in the
 // destructor unless Commit() or Cancel() ran. Holds a reference to the
 // caller's store pointer, which must outlive the guard.

@@ -5,6 +5,8 @@
 #define SETVAULT_SRC_DB_CONFIG_READS_H_
 
 #include <functional>
+#include <map>
+#include <string>
 #include <vector>
 
 #include "db/row_readers.h"
@@ -20,6 +22,15 @@ using ObjectList = std::vector<ObjectPtr>;
 // The stored object: vital, cached, auto-configuration and current user parts.
 ObjectPtr GetInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
                       const SchemaPtr& schema);
+// Which origin supplied each top-level member of the data of the object
+// GetInternal reads: "vital", "cached", "auto" or "user" (the user view
+// GetInternal shows, the pending value during an upgrade included), the last
+// of them in merge order that holds the member; and "default" for each
+// member with a non-null value in the schema's defaults that no origin
+// holds. Empty when nothing is stored. Throws what GetInternal's read throws.
+std::map<std::string, std::string> GetMemberOriginsInternal(const SetvaultObjectId& id,
+                                                            const ConnectionPtr& conn,
+                                                            const SchemaPtr& schema);
 // The auto-configuration and confirmed user parts.
 ObjectPtr GetCurrentConfigInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
                                    const SchemaPtr& schema);

@@ -1,9 +1,14 @@
 // Reads of one stored object.
 #include "db/config_reads.h"
 
+#include <array>
+#include <utility>
+#include <vector>
+
 #include "db/host_flags.h"
 #include "db/object_cache.h"
 #include "platform/upgrade_ctx.h"
+#include "setvault/json_doc.h"
 #include "setvault/logger.h"
 
 namespace KorvoSetvault {
@@ -24,6 +29,39 @@ const KeyStatement4 kRebootRequiredSql(
     "SELECT Version, Value as UserValue, VitalValue, CachedValue FROM DesiredUserConfig WHERE "
     "BootAction = 'SET' AND Name = ? AND ConfigGroup = ? AND Component = ? AND Identifier = ?");
 
+// The value columns of a stored object in merge order, and the origin each
+// one holds. The user column is the view the host's state selects (null when
+// the row shows no user value).
+constexpr size_t kStoredParts = 4;
+constexpr const char* kStoredOrigins[kStoredParts] = {"vital", "cached", "auto", "user"};
+
+std::array<const char*, kStoredParts> StoredColumns(const StoreRow& row) {
+  return {kVitalValueColumn, kCachedValueColumn, kAutoConfValueColumn, CurrentUserColumn(row)};
+}
+
+ObjectPtr RowToStoredObject(const StoreRow& row, const SetvaultObjectId& id,
+                            const SchemaPtr& schema) {
+  const auto columns = StoredColumns(row);
+  return RowToMergedObject(row, columns.data(), columns.size(), id, schema);
+}
+
+// The parsed parts RowToStoredObject merges, in merge order, with their origins.
+std::vector<std::pair<std::shared_ptr<JsonDoc>, const char*>> StoredParts(const StoreRow& row) {
+  const auto columns = StoredColumns(row);
+  std::vector<std::pair<std::shared_ptr<JsonDoc>, const char*>> parts;
+  for (size_t i = 0; i < kStoredParts; ++i) {
+    auto value = columns[i] != nullptr ? row.find(columns[i]) : row.end();
+    if (value != row.end()) {
+      parts.emplace_back(CreateDocumentFromString(value->second), kStoredOrigins[i]);
+    }
+  }
+  return parts;
+}
+
+std::string NameOf(const JsonValue& name) {
+  return std::string(name.GetString(), name.GetStringLength());
+}
+
 ObjectPtr LogIfAbsent(ObjectPtr object, const SetvaultObjectId& id) {
   if (!object) SVLogger::Log(2, "Object not found: %s", id.toString().c_str());
   return object;
@@ -43,12 +81,38 @@ ObjectPtr GetInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
   return GetThroughObjectCache(id, conn, schema, [&] {
     const StoreRow row = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
     // A row whose user views differ reads by the host's upgrade context: not cached.
-    return DecodedObject{RowToMergedObject(row,
-                                           {kVitalValueColumn, kCachedValueColumn,
-                                            kAutoConfValueColumn, CurrentUserColumn(row)},
-                                           id, schema),
-                         !UserViewsDiffer(row)};
+    return DecodedObject{RowToStoredObject(row, id, schema), !UserViewsDiffer(row)};
   });
+}
+
+std::map<std::string, std::string> GetMemberOriginsInternal(const SetvaultObjectId& id,
+                                                            const ConnectionPtr& conn,
+                                                            const SchemaPtr& schema) {
+  std::map<std::string, std::string> origins;
+  const StoreRow row = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
+  const ObjectPtr merged = RowToStoredObject(row, id, schema);
+  if (!merged) return origins;
+  const auto data = CreateDocumentFromString(merged->GetData());
+  if (!data->GetJsonValuePtr()->IsObject()) return origins;
+  // The merge keeps every top-level member of every part, a later part's
+  // value winning: the last part that holds a member supplied it.
+  const auto parts = StoredParts(row);
+  for (const auto& member : data->GetJsonValuePtr()->GetObject()) {
+    for (auto part = parts.rbegin(); part != parts.rend(); ++part) {
+      const JsonValue& value = *part->first->GetJsonValuePtr();
+      if (value.IsObject() && value.HasMember(member.name)) {
+        origins.emplace(NameOf(member.name), part->second);
+        break;
+      }
+    }
+  }
+  const auto defaults = schema ? schema->GetDefaults() : nullptr;
+  if (defaults && defaults->GetJsonValuePtr()->IsObject()) {
+    for (const auto& member : defaults->GetJsonValuePtr()->GetObject()) {
+      if (!member.value.IsNull()) origins.emplace(NameOf(member.name), "default");
+    }
+  }
+  return origins;
 }
 
 ObjectPtr GetCurrentConfigInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,

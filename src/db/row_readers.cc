@@ -105,8 +105,14 @@ ObjectPtr RowToValuelessObject(const StoreRow& row, const SetvaultObjectId& id,
 
 ObjectPtr RowToMergedObject(const StoreRow& row, std::initializer_list<const char*> columns,
                             const SetvaultObjectId& id, const SchemaPtr& schema) {
+  return RowToMergedObject(row, columns.begin(), columns.size(), id, schema);
+}
+
+ObjectPtr RowToMergedObject(const StoreRow& row, const char* const* columns, size_t count,
+                            const SetvaultObjectId& id, const SchemaPtr& schema) {
   ObjectPtr merged;
-  for (const char* column : columns) {
+  for (const char* const* at = columns; at != columns + count; ++at) {
+    const char* column = *at;
     if (column == nullptr) continue;
     auto value = row.find(column);
     if (value == row.end()) continue;
@@ -127,7 +133,6 @@ ObjectPtr RowToMergedObject(const StoreRow& row, std::initializer_list<const cha
   }
   return merged;
 }
-
 
 const char* ConfirmedUserColumn(const StoreRow& row) {
   auto success = row.find(kSuccessColumn);

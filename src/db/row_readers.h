@@ -3,8 +3,9 @@
 #ifndef SETVAULT_SRC_DB_ROW_READERS_H_
 #define SETVAULT_SRC_DB_ROW_READERS_H_
 
-#include <memory>
+#include <cstddef>
 #include <initializer_list>
+#include <memory>
 #include <string>
 
 #include "db/statements.h"
@@ -85,6 +86,9 @@ const char* CurrentUserColumn(const StoreRow& row);
 // row's metadata; empty when none is present. The same as MergeConfig of the
 // columns' objects, without building an object per column.
 ObjectPtr RowToMergedObject(const StoreRow& row, std::initializer_list<const char*> columns,
+                            const SetvaultObjectId& id, const SchemaPtr& schema);
+// The same over the `count` columns at `columns`.
+ObjectPtr RowToMergedObject(const StoreRow& row, const char* const* columns, size_t count,
                             const SetvaultObjectId& id, const SchemaPtr& schema);
 
 // The object of a row that shows no value (its values are all NULL, or only

@@ -64,6 +64,9 @@ class SetvaultImpl : public Setvault {
                                const std::map<std::string, int>& expectedRevisions,
                                const USERDATA_CONTEXT& context) override;
 
+  // GetMemberOrigins (setvault_store.h) on this store's connection.
+  std::map<std::string, std::string> MemberOrigins(const SetvaultObjectId& id);
+
   const std::shared_ptr<DBStore::StoreConnection>& connection() const { return connection_; }
 
  private:

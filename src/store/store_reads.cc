@@ -49,6 +49,17 @@ std::shared_ptr<SetvaultObject> SetvaultImpl::Get(const SetvaultObjectId& id) {
   return GetInternal(id, ReadConnection(), schema);
 }
 
+std::map<std::string, std::string> SetvaultImpl::MemberOrigins(const SetvaultObjectId& id) {
+  LogApiCall(kReadCallPriority, "GetMemberOrigins", id, 1);
+  auto schema = LookUpSchema(id);
+  ValidateSvoId(id, schema);
+  return GetMemberOriginsInternal(id, ReadConnection(), schema);
+}
+
+std::map<std::string, std::string> GetMemberOrigins(const SetvaultObjectId& id) {
+  return SetvaultImpl(GetDBStore(DBStore::kConfigStore, true)).MemberOrigins(id);
+}
+
 std::shared_ptr<SetvaultObject> SetvaultImpl::GetDefaultConfig(const SetvaultObjectId& id) {
   LogApiCall(kReadCallPriority, "GetDefaultConfig", id, 1);
   auto schema = LookUpSchema(id);

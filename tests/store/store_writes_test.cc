@@ -3,7 +3,11 @@
 // update merge, deletes by filter and instance writes.
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <functional>
+#include <map>
+#include <utility>
+#include <vector>
 
 #include "db/key_value.h"
 #include "store/store_fixture.h"
@@ -447,6 +451,52 @@ TEST_F(StoreWritesTest, WritesInsideACallersTransactionRollBackWithIt) {
   EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"before"})");
   EXPECT_EQ(store_->GetRevision(kHost), 1);
   EXPECT_EQ(RowCount(Vswitch("")), 0);
+}
+
+// After each write every top-level member names the last origin holding it in the read's
+// merge order (a user value over an auto-configuration value stays "user"); defaults fill
+// in the rest.
+TEST_F(StoreWritesTest, GetMemberOriginsNamesTheOriginOfEachMember) {
+  using Origins = std::map<std::string, std::string>;
+  // Each write and the origins it adds or changes.
+  const std::vector<std::pair<std::function<void()>, Origins>> steps = {
+      {[] {}, {}},
+      {[&] { store_->Set(Object(kHost, R"({"hostname":"h1","timezone":"CET"})"), kExternal); },
+       {{"hostname", "user"}, {"timezone", "user"}, {"powerPolicy", "default"}}},
+      {[&] { store_->SetVitalData(Object(kHost, R"({"systemUuid":"u1"})")); },
+       {{"systemUuid", "vital"}}},
+      {[&] { store_->SetCachedData(Object(kHost, R"({"cpuModel":"c1"})")); },
+       {{"cpuModel", "cached"}}},
+      {[&] {
+         store_->Set(Object(kHost, R"({"hostname":"a1","ntp":{"enabled":true}})"), kAutoConfig);
+       },
+       {{"ntp", "auto"}, {"hostname", "user"}}},
+  };
+  Origins expected;
+  for (size_t i = 0; i < steps.size(); ++i) {
+    steps[i].first();
+    for (const auto& [member, origin] : steps[i].second) expected[member] = origin;
+    EXPECT_EQ(KorvoSetvault::GetMemberOrigins(kHost), expected) << "step " << i;
+  }
+  EXPECT_EQ(StoredData(kHost), R"({"systemUuid":"u1","cpuModel":"c1","ntp":{"enabled":true},)"
+                               R"("hostname":"h1","timezone":"CET"})");
+}
+
+TEST_F(StoreWritesTest, GetMemberOriginsThrowsWhatGetThrows) {
+  const std::vector<std::pair<SetvaultObjectId, int>> cases = {
+      {SetvaultObjectId("nothing", "net", "korvo"), 1037},
+      {Vswitch(""), 2000},  // the type has instances
+  };
+  for (const auto& [id, code] : cases) {
+    ExpectThrow<KorvoSetvault::SetvaultException>([&] { store_->Get(id); }, code);
+    ExpectThrow<KorvoSetvault::SetvaultException>(
+        [&] { KorvoSetvault::GetMemberOrigins(id); }, code);
+  }
+  KorvoSetvault::SetStorePath(dir_.File("missing.db"));
+  const std::string message = ExpectThrow<KorvoSetvault::SetvaultException>(
+      [&] { KorvoSetvault::GetMemberOrigins(kHost); }, 2000);
+  EXPECT_NE(message.find("Failed to connect to database"), std::string::npos) << message;
+  EXPECT_FALSE(std::ifstream(dir_.File("missing.db")).good());
 }
 
 }  // namespace

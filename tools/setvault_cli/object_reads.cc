@@ -38,53 +38,41 @@ int PrintFound(const Target& target, const std::shared_ptr<SetvaultObject>& obje
   return kExitOk;
 }
 
-// Which column a top-level member comes from: "vital" or "cached" by the
-// member's flag in the type's schema, "user" otherwise.
-std::string ColumnOf(const JsonValue& definition, const JsonValue& name) {
-  auto schema = definition.FindMember("schema");
-  if (schema == definition.MemberEnd() || !schema->value.IsObject()) return "user";
-  auto properties = schema->value.FindMember("properties");
-  if (properties == schema->value.MemberEnd() || !properties->value.IsObject()) return "user";
-  auto member = properties->value.FindMember(name);
-  if (member == properties->value.MemberEnd() || !member->value.IsObject()) return "user";
-  for (const char* flag : {"vital", "cached"}) {
-    auto set = member->value.FindMember(flag);
-    if (set != member->value.MemberEnd() && set->value.IsBool() && set->value.GetBool()) {
-      return flag;
-    }
-  }
-  return "user";
-}
-
 // get: the stored data, with --effective the type's defaults for members not
-// stored, and with --origin an "origin" map of member to column.
+// stored, and with --origin an "origin" map of member to the origin that
+// supplied it (defaults only with --effective).
 int Get(const ReadArgs& args) {
   auto object = OpenStore(Access::kRead)->Get(args.target.Id());
   if (!object || (!args.effective && !args.origin)) {
     return PrintFound(args.target, object, object ? object->GetData() : "");
   }
-  auto definition_doc = FindDefinition(args.target);
-  const JsonValue& definition = *definition_doc->GetJsonValuePtr();
   auto data_doc = KorvoSetvault::CreateDocumentFromString(object->GetData());
   JsonValue& data = *data_doc->GetJsonValuePtr();
   auto& allocator = data_doc->GetAllocator();
-  JsonValue origin(rapidjson::kObjectType);
-  for (const auto& member : data.GetObject()) {
-    origin.AddMember(JsonValue(member.name, allocator),
-                     JsonValue(ColumnOf(definition, member.name).c_str(), allocator), allocator);
-  }
-  auto defaults = definition.FindMember("defaults");
-  if (args.effective && defaults != definition.MemberEnd() && defaults->value.IsObject()) {
-    for (const auto& member : defaults->value.GetObject()) {
-      if (data.HasMember(member.name)) continue;
-      data.AddMember(JsonValue(member.name, allocator), JsonValue(member.value, allocator),
-                     allocator);
-      origin.AddMember(JsonValue(member.name, allocator), JsonValue("default"), allocator);
+  if (args.effective) {
+    auto definition_doc = FindDefinition(args.target);
+    const JsonValue& definition = *definition_doc->GetJsonValuePtr();
+    auto defaults = definition.FindMember("defaults");
+    if (defaults != definition.MemberEnd() && defaults->value.IsObject()) {
+      for (const auto& member : defaults->value.GetObject()) {
+        if (data.HasMember(member.name) || member.value.IsNull()) continue;
+        data.AddMember(JsonValue(member.name, allocator), JsonValue(member.value, allocator),
+                       allocator);
+      }
     }
   }
   std::string text = ObjectToJson(*object, Serialize(data));
-  if (args.origin)
-    text = text.substr(0, text.size() - 1) + ",\"origin\":" + Serialize(origin) + "}";
+  if (args.origin) {
+    // In the order of the members shown; defaults appear only when shown.
+    const auto origins = KorvoSetvault::GetMemberOrigins(args.target.Id());
+    std::string origin = "{";
+    for (const auto& member : data.GetObject()) {
+      auto found = origins.find(std::string(member.name.GetString(), member.name.GetStringLength()));
+      if (found == origins.end()) continue;
+      origin += (origin.size() > 1 ? "," : "") + Quote(found->first) + ":" + Quote(found->second);
+    }
+    text = text.substr(0, text.size() - 1) + ",\"origin\":" + origin + "}}";
+  }
   PrintJson(text);
   return kExitOk;
 }
@@ -155,7 +143,8 @@ void AddObjectReadCommands(CLI::App* app) {
       app, "get", "Print a stored object",
       "Prints the object stored for a type (and instance) with its revision and times (UTC).\n"
       "--effective also shows the type's defaults for members not stored; --origin adds\n"
-      "which column (user, vital, cached or default) each top-level member came from.\n"
+      "which origin (vital, cached, auto, user, or default with --effective) supplied\n"
+      "each top-level member.\n"
       "Exit status 3 when nothing is stored.",
       "setvault get korvo net vswitch vs0 --effective", [] { return Get(args); });
   AddTarget(get, &t, true);
