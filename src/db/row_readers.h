@@ -3,14 +3,14 @@
 #ifndef SETVAULT_SRC_DB_ROW_READERS_H_
 #define SETVAULT_SRC_DB_ROW_READERS_H_
 
-#include <memory>
 #include <initializer_list>
+#include <memory>
 #include <string>
 
 #include "db/statements.h"
 #include "db/store_row.h"
-#include "platform/db_store.h"
-#include "platform/schema_store.h"
+#include "dbstore/db_store.h"
+#include "schema/schema_store.h"
 #include "setvault/setvault_object.h"
 
 namespace KorvoSetvault {
