@@ -17,7 +17,7 @@
 
 #include "db/row_callbacks.h"
 #include "db/statements.h"
-#include "platform/db_store.h"
+#include "dbstore/db_store.h"
 #include "setvault/host_setup.h"
 
 namespace {

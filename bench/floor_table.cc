@@ -31,10 +31,10 @@
 #include <unordered_map>
 #include <vector>
 
+#include "dbstore/db_store.h"
 #include "floor_sql.h"
 #include "floor_timing.h"
 #include "hand_floor.h"
-#include "platform/db_store.h"
 #include "setvault/host_setup.h"
 #include "setvault/logger.h"
 #include "setvault/schema_setup.h"

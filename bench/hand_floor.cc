@@ -5,8 +5,8 @@
 #include "db/object_split.h"
 #include "db/statements.h"
 #include "floor_sql.h"
-#include "platform/json_validator.h"
-#include "platform/schema_store.h"
+#include "jsonschema/json_validator.h"
+#include "schema/schema_store.h"
 #include "validation/schema_validation.h"
 
 namespace floor_bench {

@@ -25,7 +25,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/db_store.h"
+#include "dbstore/db_store.h"
 #include "setvault/config_document.h"
 #include "setvault/host_setup.h"
 #include "setvault/logger.h"

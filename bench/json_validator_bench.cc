@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/json_validator.h"
-#include "platform/pattern.h"
+#include "jsonschema/json_validator.h"
+#include "jsonschema/pattern.h"
 #include "setvault/json_doc.h"
 
 namespace {

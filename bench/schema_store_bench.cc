@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/schema_store.h"
+#include "schema/schema_store.h"
 #include "setvault/host_setup.h"
 #include "setvault/schema_setup.h"
 

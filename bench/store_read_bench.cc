@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "db/statements.h"
-#include "platform/db_store.h"
+#include "dbstore/db_store.h"
 #include "setvault/host_setup.h"
 #include "setvault/json_doc.h"
 #include "setvault/logger.h"

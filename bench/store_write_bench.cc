@@ -19,10 +19,10 @@
 #include <vector>
 
 #include "db/object_split.h"
-#include "platform/db_store.h"
-#include "platform/json_validator.h"
-#include "platform/schema_store.h"
-#include "platform/setvault_document.h"
+#include "dbstore/db_store.h"
+#include "document/setvault_document.h"
+#include "jsonschema/json_validator.h"
+#include "schema/schema_store.h"
 #include "setvault/host_setup.h"
 #include "setvault/logger.h"
 #include "setvault/schema_setup.h"

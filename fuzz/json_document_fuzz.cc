@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/setvault_document.h"
+#include "document/setvault_document.h"
 #include "setvault/setvault.h"
 
 namespace {

@@ -12,8 +12,8 @@
 #include <string>
 #include <unordered_set>
 
-#include "platform/json_validator.h"
-#include "platform/schema_definition.h"
+#include "jsonschema/json_validator.h"
+#include "schema/schema_definition.h"
 #include "setvault/setvault.h"
 
 namespace {

@@ -2,8 +2,8 @@
 
 #include "db/object_split.h"
 #include "db/statement_binds.h"
+#include "db/upgrade_ctx.h"
 #include "model/setvault_object_impl.h"
-#include "platform/upgrade_ctx.h"
 #include "setvault/exceptions.h"
 
 namespace KorvoSetvault {

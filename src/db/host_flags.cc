@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "dbstore/db_store.h"
 #include "document/json_parse.h"
-#include "platform/db_store.h"
 #include "setvault/exceptions.h"
 #include "setvault/host_setup.h"
 

@@ -5,8 +5,8 @@
 #include <optional>
 
 #include "db/row_callbacks.h"
+#include "db/upgrade_ctx.h"
 #include "model/setvault_object_impl.h"
-#include "platform/upgrade_ctx.h"
 #include "setvault/exceptions.h"
 
 namespace KorvoSetvault {

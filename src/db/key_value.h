@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/db_store.h"
+#include "dbstore/db_store.h"
 #include "setvault/host_functions.h"  // GetKeyValue, SetKeyValue
 
 namespace KorvoSetvault {

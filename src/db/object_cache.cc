@@ -8,8 +8,8 @@
 #include <string>
 #include <unordered_map>
 
+#include "dbstore/db_store_connection.h"
 #include "document/json_copy.h"
-#include "platform/db_store_connection.h"
 #include "model/setvault_object_impl.h"
 #include "setvault/exceptions.h"
 #include "setvault/host_setup.h"

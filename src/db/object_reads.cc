@@ -7,7 +7,7 @@
 
 #include "db/host_flags.h"
 #include "db/object_cache.h"
-#include "platform/upgrade_ctx.h"
+#include "db/upgrade_ctx.h"
 #include "setvault/json_doc.h"
 #include "setvault/logger.h"
 

@@ -1,7 +1,7 @@
 #include "db/object_split.h"
 
-#include "platform/schema_definition.h"
-#include "platform/setvault_document.h"
+#include "document/setvault_document.h"
+#include "schema/schema_definition.h"
 
 namespace KorvoSetvault {
 namespace {

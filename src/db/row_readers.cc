@@ -3,10 +3,10 @@
 #include <cstdlib>
 
 #include "db/row_callbacks.h"
+#include "db/upgrade_ctx.h"
 #include "document/json_parse.h"
 #include "model/setvault_object_impl.h"
 #include "model/update_merge.h"
-#include "platform/upgrade_ctx.h"
 #include "setvault/exceptions.h"
 
 namespace KorvoSetvault {

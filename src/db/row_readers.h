@@ -10,8 +10,8 @@
 
 #include "db/statements.h"
 #include "db/store_row.h"
-#include "platform/db_store.h"
-#include "platform/schema_store.h"
+#include "dbstore/db_store.h"
+#include "schema/schema_store.h"
 #include "setvault/setvault_object.h"
 
 namespace KorvoSetvault {

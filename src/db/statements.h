@@ -8,7 +8,7 @@
 
 #include <string_view>
 
-#include "platform/db_store.h"
+#include "dbstore/db_store.h"
 
 namespace KorvoSetvault {
 

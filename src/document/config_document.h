@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "document/export_document.h"
-#include "platform/schema_store.h"
+#include "schema/schema_store.h"
 #include "setvault/config_document.h"
 #include "setvault/setvault_object.h"
 

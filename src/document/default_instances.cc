@@ -5,8 +5,8 @@
 #include <unordered_set>
 
 #include "db/config_reads.h"
+#include "document/setvault_document.h"
 #include "model/setvault_object_impl.h"
-#include "platform/setvault_document.h"
 #include "setvault/logger.h"
 #include "store/setvault_impl.h"
 #include "store/write_guards.h"

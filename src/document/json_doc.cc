@@ -8,9 +8,9 @@
 
 #include "document/json_copy.h"
 #include "document/json_parse.h"
+#include "document/setvault_document.h"
 #include "document/value_limits.h"
 #include "platform/bounded_file.h"
-#include "platform/setvault_document.h"
 #include "platform/utf8.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"

@@ -9,7 +9,7 @@
 #include "document/config_document.h"
 #include "model/drift_object_impl.h"
 #include "model/setvault_object_impl.h"
-#include "platform/schema_store.h"
+#include "schema/schema_store.h"
 
 namespace KorvoSetvault {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/setvault_document.h"
+#include "document/setvault_document.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"
 

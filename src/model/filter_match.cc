@@ -1,7 +1,7 @@
 #include "model/filter_match.h"
 
+#include "document/setvault_document.h"
 #include "model/filter_spec_object_impl.h"
-#include "platform/setvault_document.h"
 #include "setvault/logger.h"
 
 namespace KorvoSetvault {

@@ -2,9 +2,9 @@
 
 #include <cstring>
 
+#include "document/setvault_document.h"
 #include "document/value_limits.h"
 #include "model/filter_match.h"
-#include "platform/setvault_document.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"
 #include "setvault/setvault_object.h"

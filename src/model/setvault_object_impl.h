@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "model/store_object_impl.h"
-#include "platform/schema_store.h"
+#include "schema/schema_store.h"
 #include "setvault/filter_spec_object.h"
 
 namespace KorvoSetvault {

@@ -2,9 +2,9 @@
 
 #include <cstring>
 
+#include "document/setvault_document.h"
 #include "document/value_limits.h"
 #include "platform/base64.h"
-#include "platform/setvault_document.h"
 #include "platform/utf8.h"
 #include "setvault/exceptions.h"
 

@@ -1,7 +1,7 @@
 #include "model/update_merge.h"
 
+#include "document/setvault_document.h"
 #include "model/setvault_object_impl.h"
-#include "platform/setvault_document.h"
 
 namespace KorvoSetvault {
 namespace {

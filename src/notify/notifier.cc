@@ -7,10 +7,10 @@
 #include <mutex>
 
 #include "db/host_flags.h"
+#include "dbstore/db_store_after_commit.h"
 #include "notify/uds_client.h"
-#include "setvault/host_setup.h"
-#include "platform/db_store_after_commit.h"
 #include "setvault/exceptions.h"
+#include "setvault/host_setup.h"
 #include "setvault/json_doc.h"
 #include "setvault/logger.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <unordered_set>
 
-#include "platform/db_store.h"
+#include "dbstore/db_store.h"
 #include "setvault/object_id.h"
 
 namespace KorvoSetvault {

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "platform/setvault_document.h"
+#include "document/setvault_document.h"
 
 namespace KorvoSetvault {
 namespace {

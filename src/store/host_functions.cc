@@ -9,7 +9,7 @@
 #include "model/setvault_object_impl.h"
 #include "model/update_merge.h"
 #include "notify/notifier.h"
-#include "platform/schema_generated_id.h"
+#include "schema/schema_generated_id.h"
 #include "setvault/logger.h"
 #include "store/setvault_impl.h"
 #include "store/transaction_scope.h"

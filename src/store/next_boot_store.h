@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/db_store.h"
+#include "dbstore/db_store.h"
 #include "setvault/setvault_store.h"
 
 namespace KorvoSetvault {

@@ -12,9 +12,9 @@
 #include <utility>
 #include <vector>
 
-#include "platform/db_store.h"
+#include "dbstore/db_store.h"
 #include "model/setvault_object_impl.h"
-#include "platform/schema_store.h"
+#include "schema/schema_store.h"
 #include "setvault/setvault_store.h"
 
 namespace KorvoSetvault {

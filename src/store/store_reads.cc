@@ -3,7 +3,7 @@
 
 #include "db/config_reads.h"
 #include "db/host_flags.h"
-#include "platform/upgrade_ctx.h"
+#include "db/upgrade_ctx.h"
 #include "store/api_log.h"
 #include "store/next_boot_store.h"
 #include "store/revision_check.h"

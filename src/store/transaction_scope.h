@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/db_store.h"
+#include "dbstore/db_store.h"
 #include "setvault/exceptions.h"
 
 namespace KorvoSetvault {

@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "platform/schema_store.h"
+#include "schema/schema_store.h"
 #include "setvault/setvault_object.h"
 #include "setvault/user_context.h"
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "document/setvault_document.h"
 #include "model/setvault_object_impl.h"
-#include "platform/schema_definition.h"
-#include "platform/setvault_document.h"
+#include "schema/schema_definition.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"
 

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/schema_store.h"
+#include "schema/schema_store.h"
 #include "setvault/json_doc.h"
 #include "setvault/setvault_object.h"
 

@@ -1,6 +1,6 @@
 #include "validation/guards.h"
 
-#include "platform/upgrade_ctx.h"
+#include "db/upgrade_ctx.h"
 #include "platform/utf8.h"
 #include "setvault/exceptions.h"
 #include "setvault/logger.h"

@@ -8,7 +8,7 @@
 
 #include <memory>
 
-#include "platform/schema_store.h"
+#include "schema/schema_store.h"
 #include "setvault/filter_spec_object.h"
 #include "setvault/object_id.h"
 #include "setvault/setvault_object.h"

@@ -1,9 +1,9 @@
 #include "validation/schema_validation.h"
 
+#include "jsonschema/json_validator.h"
 #include "model/setvault_object_impl.h"
-#include "platform/json_validator.h"
-#include "platform/schema_generated_id.h"
 #include "platform/utf8.h"
+#include "schema/schema_generated_id.h"
 #include "setvault/logger.h"
 #include "validation/cleanup.h"
 

@@ -1,7 +1,7 @@
 // Validation of configuration objects and documents against their schemas.
 //
 // Each operation passes the validator a fixed option set (see
-// platform/json_validator.h for what each option checks); findings become
+// jsonschema/json_validator.h for what each option checks); findings become
 // ErrorInfo records, are logged (code 1083) and are either appended to a
 // caller's list or thrown as a ValidationException carrying all of them.
 #ifndef SETVAULT_SRC_VALIDATION_SCHEMA_VALIDATION_H_
@@ -12,7 +12,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "platform/schema_store.h"
+#include "schema/schema_store.h"
 #include "setvault/exceptions.h"
 #include "setvault/json_doc.h"
 #include "setvault/setvault_object.h"

@@ -1,6 +1,6 @@
 // Key-value accessors and the boot-mode flag, with their exact failure messages.
 #include "db/key_value.h"
-#include "platform/db_store_fixture.h"
+#include "dbstore/db_store_fixture.h"
 #include "setvault/exceptions.h"
 #include "support/expect_error.h"
 

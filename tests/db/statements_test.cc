@@ -4,8 +4,8 @@
 
 #include "db/row_callbacks.h"
 #include "db/statements.h"
-#include "platform/db_store_connection.h"
-#include "platform/db_store_fixture.h"
+#include "dbstore/db_store_connection.h"
+#include "dbstore/db_store_fixture.h"
 
 namespace setvault_test {
 namespace {

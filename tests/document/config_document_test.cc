@@ -9,7 +9,7 @@
 #include <tuple>
 
 #include "document/config_document.h"
-#include "platform/setvault_document.h"
+#include "document/setvault_document.h"
 #include "setvault/config_document.h"
 #include "store/store_fixture.h"
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/setvault_document.h"
+#include "document/setvault_document.h"
 #include "setvault/exceptions.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "document/setvault_document.h"
 #include "model/store_object_impl.h"
-#include "platform/setvault_document.h"
 #include "setvault/exceptions.h"
 #include "support/log_capture.h"
 

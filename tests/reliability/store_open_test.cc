@@ -10,7 +10,7 @@
 #include <sstream>
 #include <vector>
 
-#include "platform/db_store.h"
+#include "dbstore/db_store.h"
 #include "reliability/child_process.h"
 #include "setvault/exceptions.h"
 #include "setvault/host_setup.h"

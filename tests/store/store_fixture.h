@@ -10,8 +10,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/db_store.h"
-#include "platform/db_store_fixture.h"
+#include "dbstore/db_store.h"
+#include "dbstore/db_store_fixture.h"
 #include "setvault/host_setup.h"
 #include "setvault/setvault_object.h"
 #include "setvault/setvault_store.h"

@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/db_store.h"
+#include "dbstore/db_store.h"
 #include "setvault/host_setup.h"
 #include "support/example_schemas.h"
 #include "support/temp_dir.h"

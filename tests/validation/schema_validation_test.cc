@@ -7,8 +7,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "document/setvault_document.h"
 #include "model/setvault_object_impl.h"
-#include "platform/setvault_document.h"
 #include "setvault/exceptions.h"
 #include "support/example_schemas.h"
 #include "support/log_capture.h"

@@ -1,0 +1,76 @@
+// A fresh store file per test, and small helpers that run SQL by hand to check what the
+// database layer did.
+#ifndef SETVAULT_TESTS_DBSTORE_DB_STORE_FIXTURE_H_
+#define SETVAULT_TESTS_DBSTORE_DB_STORE_FIXTURE_H_
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <memory>
+#include <string>
+
+#include "dbstore/db_store.h"
+#include "setvault/host_setup.h"
+#include "support/temp_dir.h"
+
+namespace setvault_test {
+
+// The first text of the first row of `sql` run on `db`; "<null>" for SQL NULL, "<none>"
+// when there is no row, "<error: ...>" when it fails.
+inline std::string QueryText(sqlite3* db, const std::string& sql) {
+  sqlite3_stmt* stmt = nullptr;
+  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
+    return std::string("<error: ") + sqlite3_errmsg(db) + ">";
+  }
+  std::string result;
+  int rc = sqlite3_step(stmt);
+  if (rc == SQLITE_ROW) {
+    const unsigned char* text = sqlite3_column_text(stmt, 0);
+    result = text != nullptr ? reinterpret_cast<const char*>(text) : "<null>";
+  } else if (rc == SQLITE_DONE) {
+    result = "<none>";
+  } else {
+    result = std::string("<error: ") + sqlite3_errmsg(db) + ">";
+  }
+  sqlite3_finalize(stmt);
+  return result;
+}
+
+// Runs `sql` (one or more statements) on `db`; returns the primary SQLite code.
+inline int RunSql(sqlite3* db, const std::string& sql) {
+  return sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) & 0xff;
+}
+
+class StoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    store_path_ = dir_.File("store/current.db");
+    KorvoSetvault::SetStorePath(store_path_);
+  }
+  void TearDown() override { KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath); }
+
+  // The thread's connection to this test's store; fails the test when there is none.
+  std::shared_ptr<DBStore::StoreConnection> Conn() {
+    auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+    EXPECT_TRUE(conn != nullptr);
+    EXPECT_EQ(DBStore::CheckStore(conn, true), 0);  // created by its first write
+    return conn;
+  }
+  sqlite3* Db(const std::shared_ptr<DBStore::StoreConnection>& conn) {
+    return DBStore::GetSqliteHandle(*conn);
+  }
+  // A second, independent connection to the same store.
+  std::shared_ptr<DBStore::StoreConnection> OtherConn() {
+    auto conn = DBStore::OpenStoreConnection(store_path_, true);
+    EXPECT_TRUE(conn != nullptr);
+    EXPECT_EQ(DBStore::CheckStore(conn, true), 0);
+    return conn;
+  }
+
+  TempDir dir_;
+  std::string store_path_;
+};
+
+}  // namespace setvault_test
+
+#endif  // SETVAULT_TESTS_DBSTORE_DB_STORE_FIXTURE_H_

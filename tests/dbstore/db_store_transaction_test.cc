@@ -1,0 +1,132 @@
+// Transactions: nesting per connection, cancelled inner levels, two writing processes.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "dbstore/db_store_fixture.h"
+
+namespace setvault_test {
+namespace {
+
+class TransactionTest : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    conn_ = Conn();
+    ASSERT_TRUE(conn_);
+    other_ = OtherConn();
+    ASSERT_TRUE(other_);
+  }
+  int Put(const std::shared_ptr<DBStore::StoreConnection>& conn, const std::string& key) {
+    return DBStore::WriteKeyValue(key, "v", conn);
+  }
+  // What a second connection sees committed.
+  std::string Committed(const std::string& key) {
+    return QueryText(Db(other_), "SELECT Value FROM KeyValue WHERE Key = '" + key + "'");
+  }
+  std::shared_ptr<DBStore::StoreConnection> conn_;
+  std::shared_ptr<DBStore::StoreConnection> other_;
+};
+
+TEST_F(TransactionTest, NestedLevelsCommitOnlyAtTheOutermostCommit) {
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  ASSERT_EQ(Put(conn_, "outer"), 0);
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  ASSERT_EQ(Put(conn_, "inner"), 0);
+  EXPECT_EQ(DBStore::CommitTransaction(conn_), 0);
+  EXPECT_EQ(Committed("inner"), "<none>");
+  EXPECT_FALSE(sqlite3_get_autocommit(Db(conn_)));
+  EXPECT_EQ(DBStore::CommitTransaction(conn_), 0);
+  EXPECT_EQ(Committed("inner"), "v");
+  EXPECT_EQ(Committed("outer"), "v");
+  EXPECT_TRUE(sqlite3_get_autocommit(Db(conn_)));
+  // Nothing is open any more.
+  EXPECT_EQ(DBStore::CommitTransaction(conn_), 2);
+  EXPECT_EQ(DBStore::CancelTransaction(conn_), 2);
+}
+
+TEST_F(TransactionTest, CancelledInnerLevelAnswersOneAndDoomsTheOuterCommit) {
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  ASSERT_EQ(Put(conn_, "outer"), 0);
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  ASSERT_EQ(Put(conn_, "inner"), 0);
+  EXPECT_EQ(DBStore::CancelTransaction(conn_), 1);
+  // No new level may start in a doomed transaction.
+  EXPECT_EQ(DBStore::BeginTransaction(conn_), 1);
+  EXPECT_EQ(DBStore::CommitTransaction(conn_), 1);
+  EXPECT_EQ(Committed("inner"), "<none>");
+  EXPECT_EQ(Committed("outer"), "<none>");
+  EXPECT_TRUE(sqlite3_get_autocommit(Db(conn_)));
+  // The next transaction starts clean.
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  ASSERT_EQ(Put(conn_, "later"), 0);
+  EXPECT_EQ(DBStore::CommitTransaction(conn_), 0);
+  EXPECT_EQ(Committed("later"), "v");
+}
+
+TEST_F(TransactionTest, InnerCommitInDoomedTransactionReportsFailure) {
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  EXPECT_EQ(DBStore::CancelTransaction(conn_), 1);
+  EXPECT_EQ(DBStore::CommitTransaction(conn_), 1);
+  // The outermost cancel of a doomed transaction is an ordinary rollback.
+  EXPECT_EQ(DBStore::CancelTransaction(conn_), 0);
+  EXPECT_TRUE(sqlite3_get_autocommit(Db(conn_)));
+}
+
+TEST_F(TransactionTest, OutermostCancelRollsBack) {
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  ASSERT_EQ(Put(conn_, "gone"), 0);
+  EXPECT_EQ(DBStore::CancelTransaction(conn_), 0);
+  std::string value = "stale";
+  ASSERT_EQ(DBStore::ReadKeyValue("gone", &value, conn_), 0);
+  EXPECT_EQ(value, "");
+  EXPECT_EQ(Committed("gone"), "<none>");
+}
+
+TEST_F(TransactionTest, BeginWaitsForTheWriteLockThenFailsWithOne) {
+  ASSERT_EQ(DBStore::BeginTransaction(other_), 0);
+  EXPECT_EQ(DBStore::BeginTransaction(conn_), 1);  // after the 3000 ms busy time-out
+  EXPECT_EQ(DBStore::CommitTransaction(conn_), 2);
+  EXPECT_EQ(DBStore::CommitTransaction(other_), 0);
+  EXPECT_EQ(DBStore::BeginTransaction(conn_), 0);
+  EXPECT_EQ(DBStore::CommitTransaction(conn_), 0);
+}
+
+// Each process adds its own rows and raises one shared counter by read-modify-write, all in
+// transactions. With immediate write locks neither fails and no increment is lost.
+int WriteManyTransactions(const std::string& tag, int count) {
+  auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+  if (!conn) return 10;
+  for (int i = 0; i < count; ++i) {
+    if (DBStore::BeginTransaction(conn) != 0) return 11;
+    std::string counter;
+    if (DBStore::ReadKeyValue("counter", &counter, conn) != 0) return 12;
+    int next = (counter.empty() ? 0 : std::stoi(counter)) + 1;
+    if (DBStore::WriteKeyValue("counter", std::to_string(next), conn) != 0) return 13;
+    if (DBStore::WriteKeyValue(tag + std::to_string(i), "v", conn) != 0) return 14;
+    if (DBStore::CommitTransaction(conn) != 0) return 15;
+  }
+  return 0;
+}
+
+TEST_F(TransactionTest, TwoProcessesWritingAtOnceBothSucceedAndLoseNothing) {
+  constexpr int kCount = 300;
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) _exit(WriteManyTransactions("child-", kCount));
+  int parent_result = WriteManyTransactions("parent-", kCount);
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(parent_result, 0);
+  EXPECT_EQ(Committed("counter"), std::to_string(2 * kCount));
+  EXPECT_EQ(QueryText(Db(other_), "SELECT COUNT(*) FROM KeyValue WHERE Key LIKE 'child-%'"),
+            std::to_string(kCount));
+  EXPECT_EQ(QueryText(Db(other_), "SELECT COUNT(*) FROM KeyValue WHERE Key LIKE 'parent-%'"),
+            std::to_string(kCount));
+}
+
+}  // namespace
+}  // namespace setvault_test

@@ -1,0 +1,69 @@
+// Helpers shared by the validator tests: run a validation from JSON texts
+// and read the findings back.
+#ifndef SETVAULT_TESTS_JSONSCHEMA_JSON_VALIDATOR_FIXTURE_H_
+#define SETVAULT_TESTS_JSONSCHEMA_JSON_VALIDATOR_FIXTURE_H_
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "jsonschema/json_validator.h"
+#include "setvault/json_doc.h"
+
+namespace setvault_test {
+
+struct Found {
+  std::string field;
+  std::string error;
+  bool operator==(const Found& other) const { return field == other.field && error == other.error; }
+};
+
+inline std::ostream& operator<<(std::ostream& out, const Found& found) {
+  return out << "{" << found.field << ": " << found.error << "}";
+}
+
+// Reads the result document, checking its shape on the way.
+inline std::vector<Found> ReadFindings(const KorvoSetvault::JsonDocument& result) {
+  std::vector<Found> findings;
+  EXPECT_TRUE(result.IsArray());
+  if (!result.IsArray()) return findings;
+  for (const auto& entry : result.GetArray()) {
+    EXPECT_TRUE(entry.IsObject() && entry.HasMember("field") && entry["field"].IsString() &&
+                entry.HasMember("error") && entry["error"].IsString());
+    findings.push_back({entry["field"].GetString(), entry["error"].GetString()});
+  }
+  return findings;
+}
+
+// Validates parsed values.
+inline std::vector<Found> CheckValues(const KorvoSetvault::JsonValue& schema,
+                                      const KorvoSetvault::JsonValue& instance,
+                                      const std::unordered_set<int>& options,
+                                      const std::string& name = std::string()) {
+  KorvoSetvault::JsonDocument result;
+  JsonValidator::Validate(schema, instance, result, options, name);
+  return ReadFindings(result);
+}
+
+// Validates `instance` (JSON text) against `schema` (JSON text). The schema
+// is parsed per call, so the cache sees a new address each time.
+inline std::vector<Found> Check(const std::string& schema, const std::string& instance,
+                                const std::unordered_set<int>& options) {
+  auto schema_doc = KorvoSetvault::CreateDocumentFromString(schema);
+  auto instance_doc = KorvoSetvault::CreateDocumentFromString(instance);
+  return CheckValues(*schema_doc->GetJsonValuePtr(), *instance_doc->GetJsonValuePtr(), options);
+}
+
+// Just the fields of the findings, in order.
+inline std::vector<std::string> Fields(const std::vector<Found>& findings) {
+  std::vector<std::string> fields;
+  for (const auto& found : findings) fields.push_back(found.field);
+  return fields;
+}
+
+}  // namespace setvault_test
+
+#endif  // SETVAULT_TESTS_JSONSCHEMA_JSON_VALIDATOR_FIXTURE_H_
