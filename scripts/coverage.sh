@@ -1,21 +1,16 @@
 #!/usr/bin/env bash
-# coverage.sh [BUILD_DIR]: builds the suite with gcov instrumentation (Debug,
-# through ccache when it is installed), runs it, and prints line and branch
-# coverage of the library's sources (src/) with gcovr. The full per-file table
-# is left in BUILD_DIR/coverage.txt.
+# coverage.sh [BUILD_DIR]: builds the suite with gcov instrumentation (Debug),
+# runs it, and prints line and branch coverage of the library's sources (src/)
+# with gcovr. The full per-file table is left in BUILD_DIR/coverage.txt.
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build_dir="${1:-${root}/build-coverage}"
 "${root}/scripts/install-deps.sh" >/dev/null
 
-launcher=()
-if command -v ccache >/dev/null; then
-  launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
-fi
 # Counters of an earlier run would add up with this one's.
 find "${build_dir}" -name '*.gcda' -delete 2>/dev/null || true
 "${root}/scripts/build.sh" "${build_dir}" -DCMAKE_BUILD_TYPE=Debug -DSETVAULT_COVERAGE=ON \
-  -DSETVAULT_BUILD_BENCHMARKS=OFF "${launcher[@]}"
+  -DSETVAULT_BUILD_BENCHMARKS=OFF
 # Failing tests still leave their counters; the report is printed either way.
 status=0
 ctest --test-dir "${build_dir}" -j "$(nproc)" --output-on-failure >"${build_dir}/ctest.log" 2>&1 ||
