@@ -12,8 +12,10 @@ find "${build_dir}" -name '*.gcda' -delete 2>/dev/null || true
 "${root}/scripts/build.sh" "${build_dir}" -DCMAKE_BUILD_TYPE=Debug -DSETVAULT_COVERAGE=ON \
   -DSETVAULT_BUILD_BENCHMARKS=OFF
 # Failing tests still leave their counters; the report is printed either way.
+# The install test is left out: the instrumented library exports the gcov
+# runtime's symbols, which that test rightly refuses.
 status=0
-ctest --test-dir "${build_dir}" -j "$(nproc)" --output-on-failure >"${build_dir}/ctest.log" 2>&1 ||
+ctest --test-dir "${build_dir}" -j "$(nproc)" -E '^install\.' --output-on-failure >"${build_dir}/ctest.log" 2>&1 ||
   status=$?
 if [ "${status}" -ne 0 ]; then
   tail -n 30 "${build_dir}/ctest.log"
