@@ -22,3 +22,10 @@ target_compile_options(setvault_flags INTERFACE
 if(SETVAULT_BUILD_FUZZERS)
   target_compile_options(setvault_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
+
+# Coverage builds (scripts/coverage.sh) instrument every target for gcov.
+option(SETVAULT_COVERAGE "Build with gcov instrumentation for coverage reports" OFF)
+if(SETVAULT_COVERAGE)
+  target_compile_options(setvault_flags INTERFACE --coverage -O0)
+  target_link_options(setvault_flags INTERFACE --coverage)
+endif()

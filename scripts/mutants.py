@@ -1,0 +1,343 @@
+#!/usr/bin/env python3
+"""Mutation testing of the library: does the suite notice small faults?
+
+Collects every candidate mutation in src/**/*.cc (flipped comparisons and
+conditions, off-by-one bounds, dropped statements and early returns, swapped
+arguments), draws a fixed sample from them with a seed, and for each mutant in
+turn: writes it into the source file, rebuilds incrementally in a dedicated
+build directory, runs the test binaries of the touched subsystem
+(src/<dir>/ -> tests/<dir>/*_test.cc; the whole ctest when there are none),
+and puts the file back. A mutant is "killed" when a test fails or times out,
+"survived" when every test passes, and "stillborn" when it does not compile.
+
+The same seed over the same sources gives the same mutants. The source file is
+restored on every exit path; a run killed outright leaves a backup that the
+next run restores before it starts.
+"""
+
+import argparse
+import glob
+import json
+import os
+import random
+import re
+import signal
+import subprocess
+import sys
+import time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+COMPARE_FLIP = {"==": "!=", "!=": "==", "<": ">=", ">=": "<", ">": "<=", "<=": ">"}
+BOUND_SHIFT = {"<": "<=", "<=": "<", ">": ">=", ">=": ">"}
+KEYWORDS = {"if", "while", "for", "switch", "return", "sizeof", "catch", "defined",
+            "static_cast", "decltype"}
+# Arguments of these are interchangeable, so swapping them changes nothing.
+COMMUTATIVE = {"min", "max", "swap", "Min", "Max", "hypot"}
+
+
+class Mutant:
+    """One candidate change: replaces `old` by `new` at a column of a line."""
+
+    def __init__(self, path, line, col, kind, old, new):
+        self.path, self.line, self.col = path, line, col
+        self.kind, self.old, self.new = kind, old, new
+
+    def describe(self):
+        return "%s:%d: %s: '%s' -> '%s'" % (self.path, self.line, self.kind,
+                                           self.old.strip(), self.new.strip())
+
+    def apply(self, text):
+        lines = text.split("\n")
+        source = lines[self.line - 1]
+        assert source[self.col:self.col + len(self.old)] == self.old, self.describe()
+        lines[self.line - 1] = source[:self.col] + self.new + source[self.col + len(self.old):]
+        return "\n".join(lines)
+
+
+def in_string_or_comment(line, col):
+    """True when column `col` of `line` lies in a string, char literal or // comment."""
+    quote = None
+    i = 0
+    while i < col:
+        c = line[i]
+        if quote:
+            if c == "\\":
+                i += 1
+            elif c == quote:
+                quote = None
+        elif c in "\"'":
+            quote = c
+        elif line.startswith("//", i):
+            return True
+        i += 1
+    return quote is not None
+
+
+def code_lines(text):
+    """Yields (number, line) for lines that hold code (no comments, no preprocessor)."""
+    in_block = False
+    for number, line in enumerate(text.split("\n"), 1):
+        stripped = line.strip()
+        if in_block:
+            if "*/" in stripped:
+                in_block = False
+            continue
+        if stripped.startswith("/*"):
+            in_block = "*/" not in stripped
+            continue
+        if not stripped or stripped.startswith(("//", "#")):
+            continue
+        yield number, line
+
+
+STATEMENT_START = re.compile(r"[;{}:]\s*$")
+CALL_STATEMENT = re.compile(r"^\s+[A-Za-z_][\w:]*(?:(?:\.|->)[A-Za-z_]\w*)*(?:<[\w:, ]*>)?\(.*\);\s*$")
+ASSIGNMENT = re.compile(r"^\s+[A-Za-z_][\w.\->\[\]]*\s(?:=|\+=|-=|\|=|&=)\s.*;\s*$")
+GUARD_RETURN = re.compile(r"^\s*if \(.*\) (?:return\b.*|continue|break);\s*$")
+SWAP = re.compile(r"\b([A-Za-z_]\w*)\(([A-Za-z_][\w.]*(?:\(\))?), ([A-Za-z_][\w.]*(?:\(\))?)\)")
+
+
+def balanced(text):
+    return text.count("(") == text.count(")")
+
+
+def candidates_in(path, text):
+    """Every mutation this tool knows how to make in one source file."""
+    found = []
+    lines = text.split("\n")
+    previous_code = ""
+    for number, line in code_lines(text):
+        def add(col, kind, old, new):
+            if not in_string_or_comment(line, col):
+                found.append(Mutant(path, number, col, kind, old, new))
+
+        for m in re.finditer(r"(?<= )(==|!=|<=|>=|<|>)(?= )", line):
+            add(m.start(), "flip-comparison", m.group(1), COMPARE_FLIP[m.group(1)])
+            if m.group(1) in BOUND_SHIFT:
+                add(m.start(), "off-by-one", m.group(1), BOUND_SHIFT[m.group(1)])
+        for m in re.finditer(r" ([+-]) 1\b(?![.\w])", line):
+            add(m.start(), "off-by-one", m.group(0), "")
+        for m in re.finditer(r" (&&|\|\|) ", line):
+            add(m.start(), "flip-condition", m.group(0), " || " if m.group(1) == "&&" else " && ")
+        for m in re.finditer(r"(?<=[( ])!(?=[\w(])", line):
+            add(m.start(), "flip-condition", "!", "")
+        for m in re.finditer(r"\breturn (true|false);", line):
+            add(m.start(), "flip-condition", m.group(0),
+                "return %s;" % ("false" if m.group(1) == "true" else "true"))
+        for m in SWAP.finditer(line):
+            name, a, b = m.groups()
+            if name not in KEYWORDS and name not in COMMUTATIVE and a != b:
+                start = m.start(2)
+                old = line[start:m.end(3)]
+                add(start, "swap-arguments", old, "%s, %s" % (b, a))
+
+        stripped = line.strip()
+        starts_statement = STATEMENT_START.search(previous_code) is not None
+        if starts_statement and balanced(stripped):
+            indent = len(line) - len(line.lstrip())
+            if GUARD_RETURN.match(line) or stripped in ("return;", "continue;", "break;"):
+                add(indent, "drop-early-return", stripped, "")
+            elif ((CALL_STATEMENT.match(line) or ASSIGNMENT.match(line))
+                  and not stripped.startswith(("return", "case ", "default", "using ",
+                                               "typedef ", "static_assert", "throw "))):
+                add(indent, "drop-statement", stripped, "")
+        previous_code = line
+    return found
+
+
+def source_files():
+    return sorted(os.path.relpath(p, ROOT)
+                  for p in glob.glob(os.path.join(ROOT, "src", "**", "*.cc"), recursive=True))
+
+
+def draw_sample(seed, count):
+    """Shuffles each kind's candidates with the seed and takes them in turn."""
+    by_kind = {}
+    for path in source_files():
+        with open(os.path.join(ROOT, path)) as f:
+            for mutant in candidates_in(path, f.read()):
+                by_kind.setdefault(mutant.kind, []).append(mutant)
+    rng = random.Random(seed)
+    queues = []
+    for kind in sorted(by_kind):
+        pool = by_kind[kind]
+        rng.shuffle(pool)
+        queues.append(pool)
+    total = sum(len(q) for q in queues)
+    sample = []
+    while len(sample) < min(count, total):
+        for queue in queues:
+            if queue and len(sample) < count:
+                sample.append(queue.pop())
+    return sample, {k: len(v) for k, v in by_kind.items()}, total
+
+
+class Restorer:
+    """Keeps the original text of the file being mutated, on disk and in memory."""
+
+    def __init__(self, build_dir):
+        self.backup = os.path.join(build_dir, "mutant-backup.json")
+        self.current = None
+
+    def recover(self):
+        if os.path.exists(self.backup):
+            with open(self.backup) as f:
+                saved = json.load(f)
+            self._write(saved["path"], saved["text"])
+            print("restored %s left mutated by an earlier run" % saved["path"])
+            os.remove(self.backup)
+
+    def mutate(self, mutant):
+        full = os.path.join(ROOT, mutant.path)
+        with open(full) as f:
+            original = f.read()
+        with open(self.backup, "w") as f:
+            json.dump({"path": mutant.path, "text": original}, f)
+        self.current = (mutant.path, original)
+        self._write(mutant.path, mutant.apply(original))
+
+    def restore(self):
+        if self.current:
+            self._write(*self.current)
+            self.current = None
+        if os.path.exists(self.backup):
+            os.remove(self.backup)
+
+    @staticmethod
+    def _write(path, text):
+        # Written in place (not renamed) so that the file keeps its inode and
+        # mode; the new modification time makes the next build recompile it.
+        with open(os.path.join(ROOT, path), "w") as f:
+            f.write(text)
+
+
+def test_targets(src_path):
+    """Test binaries of the subsystem a source file belongs to (empty: none)."""
+    subsystem = os.path.relpath(src_path, "src").split(os.sep)[0]
+    tests = sorted(glob.glob(os.path.join(ROOT, "tests", subsystem, "*_test.cc")))
+    return ["setvault_%s_%s" % (subsystem, os.path.basename(t)[:-len(".cc")]) for t in tests]
+
+
+def run(cmd, timeout, log):
+    log.write("$ %s\n" % " ".join(cmd))
+    log.flush()
+    try:
+        done = subprocess.run(cmd, stdout=log, stderr=subprocess.STDOUT, timeout=timeout,
+                              env=dict(os.environ, SETVAULT_SOURCE_DIR=ROOT))
+        return done.returncode
+    except subprocess.TimeoutExpired:
+        return "timeout"
+
+
+def verdict(mutant, args, log):
+    """Builds and tests one mutant: killed, survived or stillborn."""
+    targets = test_targets(mutant.path)
+    build = ["ninja", "-C", args.build_dir, "-j", str(args.jobs)] + (targets or ["all"])
+    if run(build, None, log) != 0:
+        return "stillborn", "does not compile"
+    if not targets:
+        code = run(["ctest", "--test-dir", args.build_dir, "-j", str(args.jobs),
+                    "--timeout", str(args.timeout), "--stop-on-failure"],
+                   args.timeout * 4, log)
+        return ("survived", "ctest") if code == 0 else ("killed", "ctest")
+    for target in targets:
+        code = run([os.path.join(args.build_dir, "tests", target), "--gtest_brief=1"],
+                   args.timeout, log)
+        if code == "timeout":
+            return "killed", "%s timed out" % target
+        if code != 0:
+            return "killed", target
+    return "survived", "%d test binaries" % len(targets)
+
+
+def configure(args, log):
+    launcher = []
+    if subprocess.run(["sh", "-c", "command -v ccache"], stdout=subprocess.DEVNULL).returncode == 0:
+        launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache", "-DCMAKE_C_COMPILER_LAUNCHER=ccache"]
+    cmd = ["cmake", "-S", ROOT, "-B", args.build_dir, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
+           "-DSETVAULT_BUILD_BENCHMARKS=OFF"] + launcher
+    if run(cmd, None, log) != 0:
+        sys.exit("configuring %s failed (log: %s)" % (args.build_dir, log.name))
+
+
+def baseline(sample, args, log):
+    """The unmutated sources must pass the tests each mutant will be judged by."""
+    needed = sorted({t for m in sample for t in test_targets(m.path)})
+    if run(["ninja", "-C", args.build_dir, "-j", str(args.jobs)] + needed, None, log) != 0:
+        sys.exit("the unmutated sources do not build (log: %s)" % log.name)
+    for target in needed:
+        if run([os.path.join(args.build_dir, "tests", target), "--gtest_brief=1"],
+               args.timeout, log) != 0:
+            sys.exit("%s fails without any mutant (log: %s)" % (target, log.name))
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
+    parser.add_argument("--seed", type=int, default=16)
+    parser.add_argument("--count", type=int, default=80, help="mutants in the sample")
+    parser.add_argument("--limit", type=int, help="run only the first N of the sample")
+    parser.add_argument("--list", action="store_true", help="print the sample and stop")
+    parser.add_argument("--build-dir", default=os.path.join(ROOT, "build-mutants"))
+    parser.add_argument("--jobs", type=int, default=os.cpu_count() or 2)
+    parser.add_argument("--timeout", type=int, default=300, help="seconds per test binary")
+    args = parser.parse_args()
+    args.build_dir = os.path.abspath(args.build_dir)
+
+    sample, per_kind, total = draw_sample(args.seed, args.count)
+    print("%d candidates (%s); sample of %d, seed %d" % (
+        total, ", ".join("%s %d" % kv for kv in sorted(per_kind.items())), len(sample), args.seed))
+    if args.list:
+        for i, mutant in enumerate(sample, 1):
+            print("%3d %s" % (i, mutant.describe()))
+        return 0
+    if args.limit:
+        sample = sample[:args.limit]
+
+    os.makedirs(args.build_dir, exist_ok=True)
+    restorer = Restorer(args.build_dir)
+    restorer.recover()
+
+    def stop(signum, _frame):
+        raise KeyboardInterrupt("signal %d" % signum)
+    for sig in (signal.SIGTERM, signal.SIGHUP):
+        signal.signal(sig, stop)
+
+    results = {"killed": [], "survived": [], "stillborn": []}
+    with open(os.path.join(args.build_dir, "mutants.log"), "w") as log:
+        configure(args, log)
+        baseline(sample, args, log)
+        try:
+            for i, mutant in enumerate(sample, 1):
+                started = time.time()
+                restorer.mutate(mutant)
+                try:
+                    outcome, detail = verdict(mutant, args, log)
+                finally:
+                    restorer.restore()
+                results[outcome].append(mutant)
+                print("[%d/%d] %-9s %s (%s, %.0f s)" % (i, len(sample), outcome,
+                                                        mutant.describe(), detail,
+                                                        time.time() - started), flush=True)
+        except KeyboardInterrupt:
+            print("interrupted; source restored", flush=True)
+        finally:
+            restorer.restore()
+
+    ran = sum(len(v) for v in results.values())
+    viable = len(results["killed"]) + len(results["survived"])
+    print("\n%d of %d mutants run: killed %d, survived %d, stillborn %d" % (
+        ran, len(sample), len(results["killed"]), len(results["survived"]),
+        len(results["stillborn"])))
+    if viable:
+        print("kill rate: %d of %d that compile (%.0f%%)" % (
+            len(results["killed"]), viable, 100.0 * len(results["killed"]) / viable))
+    if results["survived"]:
+        print("survivors:")
+        for mutant in results["survived"]:
+            print("  " + mutant.describe())
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
