@@ -278,6 +278,8 @@ def main():
     parser.add_argument("--count", type=int, default=80, help="mutants in the sample")
     parser.add_argument("--limit", type=int, help="run only the first N of the sample")
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
+    parser.add_argument("--only", metavar="PREFIX",
+                        help="run only the sample's mutants in files under PREFIX (e.g. src/store)")
     parser.add_argument("--build-dir", default=os.path.join(ROOT, "build-mutants"))
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 2)
     parser.add_argument("--timeout", type=int, default=300, help="seconds per test binary")
@@ -287,6 +289,9 @@ def main():
     sample, per_kind, total = draw_sample(args.seed, args.count)
     print("%d candidates (%s); sample of %d, seed %d" % (
         total, ", ".join("%s %d" % kv for kv in sorted(per_kind.items())), len(sample), args.seed))
+    if args.only:
+        prefix = os.path.normpath(args.only)
+        sample = [m for m in sample if os.path.normpath(m.path).startswith(prefix + os.sep)]
     if args.list:
         for i, mutant in enumerate(sample, 1):
             print("%3d %s" % (i, mutant.describe()))

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# mutants.sh [--seed N] [--count N] [--limit N] [--list] [--build-dir DIR] [--timeout S]:
+# mutants.sh [--seed N] [--count N] [--limit N] [--only PREFIX] [--list] [--build-dir DIR] [--timeout S]:
 # applies a fixed, seeded sample of small mutations to src/ one at a time,
 # rebuilds and runs the touched subsystem's tests, and reports how many mutants
 # the suite kills (see scripts/mutants.py). Not part of CI: the default sample
