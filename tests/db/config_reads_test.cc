@@ -232,13 +232,9 @@ TEST_F(ConfigReadsTest, DesiredReadFollowsTheSuccessFlag) {
 }
 
 TEST_F(ConfigReadsTest, RebootRequiredReadSeesOnlyStagedSets) {
-  ValueRow row;
-  row.group = "hvcore";
-  row.name = "cpuScheduler";
-  row.version = "1.1";
-  row.value = R"({"reservedCores":2})";
-  row.vital = R"({"reservedCores":1,"numaBalancing":true})";
-  InsertDesired(row);
+  Sql("INSERT INTO DesiredUserConfig (Component, ConfigGroup, Name, Identifier, Version, Value, "
+      "VitalValue, BootAction) VALUES ('korvo', 'hvcore', 'cpuScheduler', '', '1.1', "
+      "'{\"reservedCores\":2}', '{\"reservedCores\":1,\"numaBalancing\":true}', 'SET')");
   ObjectPtr cpu = GetRebootRequiredConfigInternal(kCpu, conn_, Schema(kCpu));
   EXPECT_EQ(Data(cpu) + cpu->GetVersion(), R"({"numaBalancing":true,"reservedCores":2}1.1)");
   Sql("UPDATE DesiredUserConfig SET BootAction = 'DELETE'");

@@ -115,28 +115,20 @@ TEST_F(ConfigWritesTest, SetByContextChoosesItsColumnsByKind) {
   };
   auto given = Object(kHost, R"({"hostname":"new","systemUuid":"v"})");
 
-  seed();
-  KorvoSetvault::SetByContextInternal(given, schema, kUser, conn);
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"new"})");
-  EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"a":1})");
-  EXPECT_EQ(Column(kHost, "VitalValue"), R"({"systemUuid":"v"})");
-  EXPECT_EQ(Column(kHost, "DesiredValue"), "<null>");
-  EXPECT_EQ(Column(kHost, "Success"), "1");
-  EXPECT_EQ(Column(kHost, "Revision"), "6");
-  EXPECT_EQ(Column(kHost, "CreationTime"), "then");
-
-  seed();
-  KorvoSetvault::SetByContextInternal(given, schema, KorvoSetvault::kUpdateAutoConfig, conn);
-  EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"hostname":"new"})");
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"u":1})");
-  EXPECT_EQ(Column(kHost, "Success"), "0");
-
-  seed();
-  KorvoSetvault::SetByContextInternal(given, schema, KorvoSetvault::kUpdateNonUser, conn);
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"new"})");
-  EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"a":1})");
-  EXPECT_EQ(Column(kHost, "Success"), "0");
-  EXPECT_EQ(Column(kHost, "Revision"), "6");
+  // Each kind writes its own column; only the user kind confirms and clears the desired value.
+  const std::pair<KorvoSetvault::UPDATE_CONTEXT, const char*> cases[] = {
+      {KorvoSetvault::kUpdateAutoConfig, R"({"u":1} {"hostname":"new"} 0 6)"},
+      {KorvoSetvault::kUpdateNonUser, R"({"hostname":"new"} {"a":1} 0 6)"},
+      {kUser, R"({"hostname":"new"} {"a":1} 1 6)"}};
+  for (const auto& [kind, expected] : cases) {
+    seed();
+    KorvoSetvault::SetByContextInternal(given, schema, kind, conn);
+    EXPECT_EQ(
+        Column(kHost, "UserValue || ' ' || AutoConfValue || ' ' || Success || ' ' || Revision"),
+        expected);
+  }
+  EXPECT_EQ(Column(kHost, "VitalValue || ' ' || ifnull(DesiredValue, '-') || ' ' || CreationTime"),
+            R"({"systemUuid":"v"} - then)");
 }
 
 TEST_F(ConfigWritesTest, UpdateByContextChangesColumnsInPlace) {
@@ -164,28 +156,27 @@ TEST_F(ConfigWritesTest, UpdateByContextChangesColumnsInPlace) {
 
 TEST_F(ConfigWritesTest, ColumnClearsEmptyOneColumnOfEveryInstanceAndKeepTheRows) {
   auto conn = Conn();
-  for (const char* name : {"a", "b"}) {
-    store_->Set(Object(Vswitch(name), std::string(R"({"name":")") + name + "\"}"), kExternal);
-    store_->Set(Object(Vswitch(name), std::string(R"({"name":")") + name + "\"}"), kAutoConfig);
-  }
+  store_->SetInstances(
+      {Object(Vswitch("a"), R"({"name":"a"})"), Object(Vswitch("b"), R"({"name":"b"})")},
+      kExternal);
   store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal);
-  KorvoSetvault::DeleteUserConfigInstances(Vswitch(""), conn);
-  for (const char* name : {"a", "b"}) {
-    EXPECT_EQ(Column(Vswitch(name), "UserValue"), "<null>");
-    EXPECT_EQ(Column(Vswitch(name), "AutoConfValue"), std::string(R"({"name":")") + name + "\"}");
-    EXPECT_EQ(Column(Vswitch(name), "Revision"), "2");
+  Sql("UPDATE Config SET UserValue = '{}', AutoConfValue = '{}', VitalValue = '{}', "
+      "CachedValue = '{}'");
+  // Each clear empties its column of both switches, not of the host, and keeps the revision.
+  const std::pair<decltype(&KorvoSetvault::DeleteUserConfigInstances), const char*> clears[] = {
+      {KorvoSetvault::DeleteUserConfigInstances, "-{}{}{}1"},
+      {KorvoSetvault::DeleteAutoConfConfigInstances, "--{}{}1"},
+      {KorvoSetvault::DeleteVitalConfigInstances, "---{}1"},
+      {KorvoSetvault::DeleteCachedConfigInstances, "----1"}};
+  const char kColumns[] =
+      "ifnull(UserValue, '-') || ifnull(AutoConfValue, '-') || ifnull(VitalValue, '-') || "
+      "ifnull(CachedValue, '-') || Revision";
+  for (const auto& [clear, expected] : clears) {
+    clear(Vswitch(""), conn);
+    EXPECT_EQ(Column(Vswitch("a"), kColumns) + " " + Column(Vswitch("b"), kColumns),
+              std::string(expected) + " " + expected);
+    EXPECT_EQ(Column(kHost, kColumns), "{}{}{}{}1");
   }
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"h"})");
-  KorvoSetvault::DeleteAutoConfConfigInstances(Vswitch(""), conn);
-  EXPECT_EQ(Column(Vswitch("b"), "AutoConfValue"), "<null>");
-  Sql("UPDATE Config SET VitalValue = '{}', CachedValue = '{}'");
-  KorvoSetvault::DeleteVitalConfigInstances(Vswitch(""), conn);
-  EXPECT_EQ(Column(Vswitch("a"), "VitalValue"), "<null>");
-  EXPECT_EQ(Column(Vswitch("a"), "CachedValue"), "{}");
-  KorvoSetvault::DeleteCachedConfigInstances(Vswitch(""), conn);
-  EXPECT_EQ(Column(Vswitch("a"), "CachedValue"), "<null>");
-  EXPECT_EQ(Column(kHost, "CachedValue"), "{}");
-  EXPECT_EQ(RowCount(Vswitch("")), 2);
   // A type without rows: nothing to do, no failure.
   KorvoSetvault::DeleteUserConfigInstances(SetvaultObjectId("datastore", "storage", "korvo"), conn);
 }
