@@ -15,6 +15,8 @@ namespace {
 using KorvoSetvault::ObjectList;
 using KorvoSetvault::RevisionMap;
 
+constexpr auto kUser = KorvoSetvault::kUpdateUser;
+
 const SetvaultObjectId kHost("host", "system", "korvo");
 const SetvaultObjectId kDns("dns", "net", "korvo");
 
@@ -36,7 +38,7 @@ class ConfigWritesTest : public WriteStoreTest {
   }
 };
 
-TEST_F(ConfigWritesTest, UserWriterMarksUnconfirmedOnlyDuringUpgradeWithoutTheFlag) {
+TEST_F(ConfigWritesTest, UserWritesAreUnconfirmedOnlyDuringAnUpgrade) {
   auto object = Object(kHost, R"({"hostname":"h"})");
   for (const auto& [context, flag, success] : std::vector<std::tuple<int, bool, std::string>>{
            {0, false, "1"}, {1, false, "1"}, {2, false, "0"}, {2, true, "1"}, {3, false, "1"}}) {
@@ -44,29 +46,19 @@ TEST_F(ConfigWritesTest, UserWriterMarksUnconfirmedOnlyDuringUpgradeWithoutTheFl
     KorvoSetvault::WriteUserConfigInstances({object}, Conn(), flag);
     EXPECT_EQ(Column(kHost, "Success"), success) << context << " " << flag;
   }
-}
-
-TEST_F(ConfigWritesTest, OtherColumnWritersKeepTheSuccessFlag) {
-  Upgrading(2);
-  KorvoSetvault::WriteUserConfigInstances({Object(kHost, R"({"hostname":"h"})")}, Conn(), false);
-  ASSERT_EQ(Column(kHost, "Success"), "0");
-  KorvoSetvault::WriteVitalConfigInstances({Object(kHost, R"({"systemUuid":"u"})")}, Conn());
-  KorvoSetvault::WriteCachedConfigInstances({Object(kHost, R"({"cpuModel":"c"})")}, Conn());
-  KorvoSetvault::WriteAutoConfConfigInstances({Object(kHost, R"({"hostname":"a"})")}, Conn());
-  EXPECT_EQ(Column(kHost, "Success"), "0");
-  EXPECT_EQ(Column(kHost, "Revision"), "4");
-  // A new row written by them starts confirmed.
-  KorvoSetvault::WriteVitalConfigInstances({std::make_shared<SetvaultObject>(Vswitch("fresh"))},
-                                           Conn());
-  EXPECT_EQ(Column(Vswitch("fresh"), "Success"), "1");
-}
-
-TEST_F(ConfigWritesTest, WholeObjectWriteUnconfirmedDuringUpgradeUnlessTheTypeIsConfirmed) {
+  // Whole-object writes too, unless the type is always confirmed.
   Upgrading(2);
   store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal);
   store_->Set(Object(kDns, R"({"servers":["10.0.0.1"]})"), kExternal);
-  EXPECT_EQ(Column(kHost, "Success"), "0");
-  EXPECT_EQ(Column(kDns, "Success"), "1");
+  EXPECT_EQ(Column(kHost, "Success") + Column(kDns, "Success"), "01");
+  // The other column writers keep the flag; a new row written by them starts confirmed.
+  KorvoSetvault::WriteVitalConfigInstances({Object(kHost, R"({"systemUuid":"u"})")}, Conn());
+  KorvoSetvault::WriteCachedConfigInstances({Object(kHost, R"({"cpuModel":"c"})")}, Conn());
+  KorvoSetvault::WriteAutoConfConfigInstances({Object(kHost, R"({"hostname":"a"})")}, Conn());
+  EXPECT_EQ(Column(kHost, "Success") + " " + Column(kHost, "Revision"), "0 9");
+  KorvoSetvault::WriteVitalConfigInstances({std::make_shared<SetvaultObject>(Vswitch("fresh"))},
+                                           Conn());
+  EXPECT_EQ(Column(Vswitch("fresh"), "Success"), "1");
   Upgrading(0);
   store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal);
   EXPECT_EQ(Column(kHost, "Success"), "1");
@@ -123,28 +115,20 @@ TEST_F(ConfigWritesTest, SetByContextChoosesItsColumnsByKind) {
   };
   auto given = Object(kHost, R"({"hostname":"new","systemUuid":"v"})");
 
-  seed();
-  KorvoSetvault::SetByContextInternal(given, schema, KorvoSetvault::kUpdateUser, conn);
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"new"})");
-  EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"a":1})");
-  EXPECT_EQ(Column(kHost, "VitalValue"), R"({"systemUuid":"v"})");
-  EXPECT_EQ(Column(kHost, "DesiredValue"), "<null>");
-  EXPECT_EQ(Column(kHost, "Success"), "1");
-  EXPECT_EQ(Column(kHost, "Revision"), "6");
-  EXPECT_EQ(Column(kHost, "CreationTime"), "then");
-
-  seed();
-  KorvoSetvault::SetByContextInternal(given, schema, KorvoSetvault::kUpdateAutoConfig, conn);
-  EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"hostname":"new"})");
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"u":1})");
-  EXPECT_EQ(Column(kHost, "Success"), "0");
-
-  seed();
-  KorvoSetvault::SetByContextInternal(given, schema, KorvoSetvault::kUpdateNonUser, conn);
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"new"})");
-  EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"a":1})");
-  EXPECT_EQ(Column(kHost, "Success"), "0");
-  EXPECT_EQ(Column(kHost, "Revision"), "6");
+  // Each kind writes its own column; only the user kind confirms and clears the desired value.
+  const std::pair<KorvoSetvault::UPDATE_CONTEXT, const char*> cases[] = {
+      {KorvoSetvault::kUpdateAutoConfig, R"({"u":1} {"hostname":"new"} 0 6)"},
+      {KorvoSetvault::kUpdateNonUser, R"({"hostname":"new"} {"a":1} 0 6)"},
+      {kUser, R"({"hostname":"new"} {"a":1} 1 6)"}};
+  for (const auto& [kind, expected] : cases) {
+    seed();
+    KorvoSetvault::SetByContextInternal(given, schema, kind, conn);
+    EXPECT_EQ(
+        Column(kHost, "UserValue || ' ' || AutoConfValue || ' ' || Success || ' ' || Revision"),
+        expected);
+  }
+  EXPECT_EQ(Column(kHost, "VitalValue || ' ' || ifnull(DesiredValue, '-') || ' ' || CreationTime"),
+            R"({"systemUuid":"v"} - then)");
 }
 
 TEST_F(ConfigWritesTest, UpdateByContextChangesColumnsInPlace) {
@@ -161,40 +145,38 @@ TEST_F(ConfigWritesTest, UpdateByContextChangesColumnsInPlace) {
   KorvoSetvault::UpdateByContextInternal(given, schema, KorvoSetvault::kUpdateAutoConfig, conn);
   EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"hostname":"n"})");
   EXPECT_EQ(Column(kHost, "DesiredValue"), R"({"d":1})");
-  KorvoSetvault::UpdateByContextInternal(given, schema, KorvoSetvault::kUpdateUser, conn);
+  KorvoSetvault::UpdateByContextInternal(given, schema, kUser, conn);
   EXPECT_EQ(Column(kHost, "DesiredValue"), "<null>");
   EXPECT_EQ(Column(kHost, "Revision"), "5");
   // Nothing stored: nothing changes, and that is not a failure.
   KorvoSetvault::UpdateByContextInternal(Object(Vswitch("none"), R"({"name":"none"})"),
-                                         KorvoSetvault::LookUpSchema(Vswitch("none")),
-                                         KorvoSetvault::kUpdateUser, conn);
+                                         KorvoSetvault::LookUpSchema(Vswitch("none")), kUser, conn);
   EXPECT_EQ(RowCount(Vswitch("")), 0);
 }
 
 TEST_F(ConfigWritesTest, ColumnClearsEmptyOneColumnOfEveryInstanceAndKeepTheRows) {
   auto conn = Conn();
-  for (const char* name : {"a", "b"}) {
-    store_->Set(Object(Vswitch(name), std::string(R"({"name":")") + name + "\"}"), kExternal);
-    store_->Set(Object(Vswitch(name), std::string(R"({"name":")") + name + "\"}"), kAutoConfig);
-  }
+  store_->SetInstances(
+      {Object(Vswitch("a"), R"({"name":"a"})"), Object(Vswitch("b"), R"({"name":"b"})")},
+      kExternal);
   store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal);
-  KorvoSetvault::DeleteUserConfigInstances(Vswitch(""), conn);
-  for (const char* name : {"a", "b"}) {
-    EXPECT_EQ(Column(Vswitch(name), "UserValue"), "<null>");
-    EXPECT_EQ(Column(Vswitch(name), "AutoConfValue"), std::string(R"({"name":")") + name + "\"}");
-    EXPECT_EQ(Column(Vswitch(name), "Revision"), "2");
+  Sql("UPDATE Config SET UserValue = '{}', AutoConfValue = '{}', VitalValue = '{}', "
+      "CachedValue = '{}'");
+  // Each clear empties its column of both switches, not of the host, and keeps the revision.
+  const std::pair<decltype(&KorvoSetvault::DeleteUserConfigInstances), const char*> clears[] = {
+      {KorvoSetvault::DeleteUserConfigInstances, "-{}{}{}1"},
+      {KorvoSetvault::DeleteAutoConfConfigInstances, "--{}{}1"},
+      {KorvoSetvault::DeleteVitalConfigInstances, "---{}1"},
+      {KorvoSetvault::DeleteCachedConfigInstances, "----1"}};
+  const char kColumns[] =
+      "ifnull(UserValue, '-') || ifnull(AutoConfValue, '-') || ifnull(VitalValue, '-') || "
+      "ifnull(CachedValue, '-') || Revision";
+  for (const auto& [clear, expected] : clears) {
+    clear(Vswitch(""), conn);
+    EXPECT_EQ(Column(Vswitch("a"), kColumns) + " " + Column(Vswitch("b"), kColumns),
+              std::string(expected) + " " + expected);
+    EXPECT_EQ(Column(kHost, kColumns), "{}{}{}{}1");
   }
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"h"})");
-  KorvoSetvault::DeleteAutoConfConfigInstances(Vswitch(""), conn);
-  EXPECT_EQ(Column(Vswitch("b"), "AutoConfValue"), "<null>");
-  Sql("UPDATE Config SET VitalValue = '{}', CachedValue = '{}'");
-  KorvoSetvault::DeleteVitalConfigInstances(Vswitch(""), conn);
-  EXPECT_EQ(Column(Vswitch("a"), "VitalValue"), "<null>");
-  EXPECT_EQ(Column(Vswitch("a"), "CachedValue"), "{}");
-  KorvoSetvault::DeleteCachedConfigInstances(Vswitch(""), conn);
-  EXPECT_EQ(Column(Vswitch("a"), "CachedValue"), "<null>");
-  EXPECT_EQ(Column(kHost, "CachedValue"), "{}");
-  EXPECT_EQ(RowCount(Vswitch("")), 2);
   // A type without rows: nothing to do, no failure.
   KorvoSetvault::DeleteUserConfigInstances(SetvaultObjectId("datastore", "storage", "korvo"), conn);
 }
@@ -219,34 +201,28 @@ TEST_F(ConfigWritesTest, EveryFailedStatementThrowsItsMessage) {
   Sql("CREATE TRIGGER NoUpdate BEFORE UPDATE ON Config BEGIN SELECT RAISE(ABORT, 'x'); END");
   Sql("CREATE TRIGGER NoDelete BEFORE DELETE ON Config BEGIN SELECT RAISE(ABORT, 'x'); END");
   const ObjectList objects = {Object(kHost, R"({"hostname":"h"})")};
-  EXPECT_EQ(Failure([&] { KorvoSetvault::WriteUserConfigInstances(objects, conn, true); }),
-            "Write user data failed");
-  EXPECT_EQ(Failure([&] { KorvoSetvault::WriteVitalConfigInstances(objects, conn); }),
-            "Write config instances failed");
-  EXPECT_EQ(Failure([&] { KorvoSetvault::WriteCachedConfigInstances(objects, conn); }),
-            "Write config instances failed");
-  EXPECT_EQ(Failure([&] { KorvoSetvault::WriteAutoConfConfigInstances(objects, conn); }),
-            "Write config instances failed");
-  EXPECT_EQ(Failure([&] { KorvoSetvault::SetInternal(objects[0], schema, kExternal, conn); }),
-            "WriteComplete failed");
   const std::string by_context =
       "Database call to update configuration by context failed for: " + kHost.toString();
-  EXPECT_EQ(Failure([&] {
-              KorvoSetvault::SetByContextInternal(objects[0], schema, KorvoSetvault::kUpdateUser,
-                                                  conn);
-            }),
-            by_context);
-  EXPECT_EQ(Failure([&] {
-              KorvoSetvault::UpdateByContextInternal(objects[0], schema, KorvoSetvault::kUpdateUser,
-                                                     conn);
-            }),
-            by_context);
-  EXPECT_EQ(Failure([&] { KorvoSetvault::DeleteInternal(kHost, conn); }),
-            "Delete failed: " + kHost.toString());
-  EXPECT_EQ(Failure([&] { KorvoSetvault::DeleteInstancesInternal(kHost, conn); }),
-            "Delete instances failed: " + kHost.toString());
-  EXPECT_EQ(Failure([&] { KorvoSetvault::DeleteUserConfigInstances(kHost, conn); }),
-            "Failed to Delete in SetConfigInstancesInternal");
+  const std::pair<std::function<void()>, std::string> cases[] = {
+      {[&] { KorvoSetvault::WriteUserConfigInstances(objects, conn, true); },
+       "Write user data failed"},
+      {[&] { KorvoSetvault::WriteVitalConfigInstances(objects, conn); },
+       "Write config instances failed"},
+      {[&] { KorvoSetvault::WriteCachedConfigInstances(objects, conn); },
+       "Write config instances failed"},
+      {[&] { KorvoSetvault::WriteAutoConfConfigInstances(objects, conn); },
+       "Write config instances failed"},
+      {[&] { KorvoSetvault::SetInternal(objects[0], schema, kExternal, conn); },
+       "WriteComplete failed"},
+      {[&] { KorvoSetvault::SetByContextInternal(objects[0], schema, kUser, conn); }, by_context},
+      {[&] { KorvoSetvault::UpdateByContextInternal(objects[0], schema, kUser, conn); },
+       by_context},
+      {[&] { KorvoSetvault::DeleteInternal(kHost, conn); }, "Delete failed: " + kHost.toString()},
+      {[&] { KorvoSetvault::DeleteInstancesInternal(kHost, conn); },
+       "Delete instances failed: " + kHost.toString()},
+      {[&] { KorvoSetvault::DeleteUserConfigInstances(kHost, conn); },
+       "Failed to Delete in SetConfigInstancesInternal"}};
+  for (const auto& [call, message] : cases) EXPECT_EQ(Failure(call), message);
   EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"h"})");
   Sql("DROP TABLE Config");
   EXPECT_EQ(Failure([&] { KorvoSetvault::ReadRevisionMap(kHost, conn); }),

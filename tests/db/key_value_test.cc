@@ -1,13 +1,15 @@
-// Key-value accessors and the boot-mode flag, with their exact failure messages.
+// Key-value accessors, the boot-mode flag and the upgrade context, with their exact failure
+// messages.
 #include "db/key_value.h"
+
+#include "db/upgrade_ctx.h"
 #include "dbstore/db_store_fixture.h"
 #include "setvault/exceptions.h"
 #include "support/expect_error.h"
+#include "support/log_capture.h"
 
 namespace setvault_test {
 namespace {
-
-using KorvoSetvault::SetvaultException;
 
 class KeyValueTest : public StoreTest {
  protected:
@@ -22,13 +24,19 @@ class KeyValueTest : public StoreTest {
   void RemoveTable() { ASSERT_EQ(RunSql(Db(Conn()), "DROP TABLE KeyValue"), SQLITE_OK); }
 };
 
-TEST_F(KeyValueTest, GetReturnsWhatSetStored) {
+TEST_F(KeyValueTest, GetReturnsWhatSetStoredAndFailuresNameTheKey) {
   EXPECT_EQ(KorvoSetvault::GetKeyValue("BOOT_INFO"), "");
   KorvoSetvault::SetKeyValue("BOOT_INFO", "{\"type\":2}");
   EXPECT_EQ(KorvoSetvault::GetKeyValue("BOOT_INFO"), "{\"type\":2}");
   // Stored in the store's file, visible to other connections.
   EXPECT_EQ(QueryText(Db(OtherConn()), "SELECT Value FROM KeyValue WHERE Key = 'BOOT_INFO'"),
             "{\"type\":2}");
+  RefuseWrites();
+  ExpectError([] { KorvoSetvault::SetKeyValue("NOTIFY_NEXD", "true"); }, 2000,
+              "Failed to write KV table for key: NOTIFY_NEXD");
+  RemoveTable();
+  ExpectError([] { KorvoSetvault::GetKeyValue("NOTIFY_NEXD"); }, 2000,
+              "Failed to read KV table for key: NOTIFY_NEXD");
 }
 
 TEST_F(KeyValueTest, MissingStoreThrows1002WithThePath) {
@@ -38,15 +46,7 @@ TEST_F(KeyValueTest, MissingStoreThrows1002WithThePath) {
   const std::string message = "Cannot open the configuration store database " + path;
   ExpectError([] { KorvoSetvault::GetKeyValue("IS_BOOT"); }, 1002, message);
   ExpectError([] { KorvoSetvault::SetKeyValue("IS_BOOT", "true"); }, 1002, message);
-}
-
-TEST_F(KeyValueTest, FailedReadAndWriteNameTheKey) {
-  RefuseWrites();
-  ExpectError([] { KorvoSetvault::SetKeyValue("NOTIFY_NEXD", "true"); }, 2000,
-              "Failed to write KV table for key: NOTIFY_NEXD");
-  RemoveTable();
-  ExpectError([] { KorvoSetvault::GetKeyValue("NOTIFY_NEXD"); }, 2000,
-              "Failed to read KV table for key: NOTIFY_NEXD");
+  ExpectError([] { KorvoSetvault::GetUpgradeCtx(); }, 1002, message);
 }
 
 TEST_F(KeyValueTest, RemediatedExactlyWhenBootModeIsOne) {
@@ -62,16 +62,24 @@ TEST_F(KeyValueTest, RemediatedExactlyWhenBootModeIsOne) {
   KorvoSetvault::MarkBootModeChanged(conn);
   EXPECT_EQ(KorvoSetvault::GetKeyValue("BOOT_MODE"), "4");
   EXPECT_FALSE(KorvoSetvault::IsHostRemediated(conn));
-}
-
-TEST_F(KeyValueTest, BootModeFailuresThrowTheirMessages) {
-  auto conn = Conn();
   RefuseWrites();
   ExpectError([&] { KorvoSetvault::MarkBootModeChanged(conn); }, 2000,
               "Failed to write BootMode to database.");
   RemoveTable();
   ExpectError([&] { KorvoSetvault::IsHostRemediated(conn); }, 2000,
               "Failed to read value from database.");
+}
+
+TEST_F(KeyValueTest, UpgradeContextIsTheStoredInteger) {
+  EXPECT_EQ(KorvoSetvault::GetUpgradeCtx(), 0);
+  ASSERT_EQ(DBStore::WriteKeyValue("UPGRADE_CTX", "2", Conn()), 0);
+  EXPECT_EQ(KorvoSetvault::GetUpgradeCtx(), 2);
+  ASSERT_EQ(DBStore::WriteKeyValue("UPGRADE_CTX", "0", OtherConn()), 0);
+  EXPECT_EQ(KorvoSetvault::GetUpgradeCtx(), 0);
+  LogCapture log(1);
+  ASSERT_EQ(DBStore::WriteKeyValue("UPGRADE_CTX", "2x", Conn()), 0);
+  EXPECT_EQ(KorvoSetvault::GetUpgradeCtx(), 0);
+  EXPECT_EQ(log.CountStartingWith(1, "UPGRADE_CTX holds"), 1);
 }
 
 }  // namespace

@@ -20,11 +20,15 @@ const SetvaultObjectId kId("vswitch", "net", "korvo", "vs0");
 
 std::string SwitchJson(int mtu) { return R"({"name":"vs0","mtu":)" + std::to_string(mtu) + "}"; }
 
-int Mtu(const std::shared_ptr<SetvaultObject>& object) {
-  return object ? (*object->GetImpl()->GetDocument()->GetJsonValuePtr())["mtu"].GetInt() : -1;
+KorvoSetvault::JsonValue& MtuOf(const std::shared_ptr<SetvaultObject>& object) {
+  return (*object->GetImpl()->GetDocument()->GetJsonValuePtr())["mtu"];
 }
 
-// Runs `body` in a forked child; its exit status (1 when it threw).
+int Mtu(const std::shared_ptr<SetvaultObject>& object) {
+  return object ? MtuOf(object).GetInt() : -1;
+}
+
+// Runs `body` in a forked child; its exit status (1 when it threw or answered false).
 int InChild(const std::function<bool()>& body) {
   const pid_t pid = fork();
   if (pid == 0) {
@@ -49,42 +53,29 @@ bool SetFresh(int mtu) {
 }
 
 class ObjectCacheTest : public WriteStoreTest {
- public:
+ protected:
   void Set(int mtu) { store_->Set(Object(kId, SwitchJson(mtu)), kExternal); }
   int GetMtu() { return Mtu(store_->Get(kId)); }
-  KorvoSetvault::Setvault& Store() { return *store_; }
-};
-
-struct Case {
-  const char* name;
-  std::function<void(ObjectCacheTest&)> change;
-  int expected;
 };
 
 TEST_F(ObjectCacheTest, NextGetSeesEveryChange) {
-  const Case cases[] = {
-      {"write by another process",
-       [](ObjectCacheTest&) { EXPECT_EQ(InChild([] { return SetFresh(1600); }), 0); }, 1600},
-      {"write by another thread",
-       [](ObjectCacheTest&) { std::thread([] { SetFresh(1700); }).join(); }, 1700},
-      {"write by this store", [](ObjectCacheTest& t) { t.Set(1800); }, 1800},
+  const std::tuple<const char*, std::function<void()>, int> cases[] = {
+      {"write by another process", [] { EXPECT_EQ(InChild([] { return SetFresh(1600); }), 0); },
+       1600},
+      {"write by another thread", [] { std::thread([] { SetFresh(1700); }).join(); }, 1700},
+      {"write by this store", [this] { Set(1800); }, 1800},
       {"rollback of a write the cache saw",
-       [](ObjectCacheTest& t) {
-         t.Store().BeginTransaction();
-         t.Set(1900);
-         EXPECT_EQ(t.GetMtu(), 1900);
-         EXPECT_EQ(t.GetMtu(), 1900);
-         t.Store().CancelTransaction();
+       [this] {
+         store_->BeginTransaction();
+         Set(1900);
+         EXPECT_EQ(GetMtu(), 1900);
+         EXPECT_EQ(GetMtu(), 1900);
+         store_->CancelTransaction();
        },
        1500},
-      {"caller changed the object it got",
-       [](ObjectCacheTest& t) {
-         auto object = t.Store().Get(kId);
-         (*object->GetImpl()->GetDocument()->GetJsonValuePtr())["mtu"].SetInt(2000);
-       },
-       1500},
+      {"caller changed the object it got", [this] { MtuOf(store_->Get(kId)).SetInt(2000); }, 1500},
       {"fork: a child reads the current row and its write reaches the parent",
-       [](ObjectCacheTest&) {
+       [] {
          EXPECT_EQ(InChild([] {
                      auto child = KorvoSetvault::Setvault::GetStore("");
                      return Mtu(child->Get(kId)) == 1500 && SetFresh(2100) &&
@@ -94,13 +85,13 @@ TEST_F(ObjectCacheTest, NextGetSeesEveryChange) {
        },
        2100},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, change, expected] : cases) {
+    SCOPED_TRACE(name);
     Set(1500);
     ASSERT_EQ(GetMtu(), 1500);
     ASSERT_EQ(GetMtu(), 1500);
-    c.change(*this);
-    EXPECT_EQ(GetMtu(), c.expected);
+    change();
+    EXPECT_EQ(GetMtu(), expected);
   }
 }
 
@@ -110,9 +101,7 @@ TEST_F(ObjectCacheTest, ObjectsReadAfterASchemaReloadUseTheNewSchema) {
   const auto before = store_->Get(kId)->GetImpl()->GetSchema();
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(schemas_.dir().File("schema.db").c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db, "UPDATE SmartnicSchema SET Definition = Definition || ' '", nullptr, nullptr,
-                         nullptr),
-            SQLITE_OK);
+  EXPECT_EQ(RunSql(db, "UPDATE SmartnicSchema SET Definition = Definition || ' '"), SQLITE_OK);
   sqlite3_close(db);
   const auto after = store_->Get(kId)->GetImpl()->GetSchema();
   EXPECT_NE(after, before);
@@ -133,9 +122,9 @@ TEST_F(ObjectCacheTest, EveryGetHandsOutItsOwnObject) {
     KorvoSetvault::SetObjectCacheEnabled(enabled);
     auto first = store_->Get(kId);
     auto second = store_->Get(kId);
-    (*first->GetImpl()->GetDocument()->GetJsonValuePtr())["mtu"].SetInt(1);
+    MtuOf(first).SetInt(1);
     EXPECT_EQ(Mtu(second), 1500);
-    EXPECT_EQ(Mtu(store_->Get(kId)), 1500);
+    EXPECT_EQ(GetMtu(), 1500);
   }
   KorvoSetvault::SetObjectCacheEnabled(true);
 }

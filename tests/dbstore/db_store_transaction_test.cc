@@ -1,4 +1,5 @@
-// Transactions: nesting per connection, cancelled inner levels, two writing processes.
+// Transactions: nesting per connection, cancelled inner levels, two writing
+// processes.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -7,18 +8,19 @@
 namespace setvault_test {
 namespace {
 
+using DBStore::BeginTransaction;
+using DBStore::CancelTransaction;
+using DBStore::CommitTransaction;
+
 class TransactionTest : public StoreTest {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
     conn_ = Conn();
-    ASSERT_TRUE(conn_);
     other_ = OtherConn();
-    ASSERT_TRUE(other_);
+    ASSERT_TRUE(conn_ && other_);
   }
-  int Put(const std::shared_ptr<DBStore::StoreConnection>& conn, const std::string& key) {
-    return DBStore::WriteKeyValue(key, "v", conn);
-  }
+  int Put(const std::string& key) { return DBStore::WriteKeyValue(key, "v", conn_); }
   // What a second connection sees committed.
   std::string Committed(const std::string& key) {
     return QueryText(Db(other_), "SELECT Value FROM KeyValue WHERE Key = '" + key + "'");
@@ -28,84 +30,72 @@ class TransactionTest : public StoreTest {
 };
 
 TEST_F(TransactionTest, NestedLevelsCommitOnlyAtTheOutermostCommit) {
-  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
-  ASSERT_EQ(Put(conn_, "outer"), 0);
-  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
-  ASSERT_EQ(Put(conn_, "inner"), 0);
-  EXPECT_EQ(DBStore::CommitTransaction(conn_), 0);
+  ASSERT_EQ(BeginTransaction(conn_), 0);
+  ASSERT_EQ(Put("outer"), 0);
+  ASSERT_EQ(BeginTransaction(conn_), 0);
+  ASSERT_EQ(Put("inner"), 0);
+  EXPECT_EQ(CommitTransaction(conn_), 0);
   EXPECT_EQ(Committed("inner"), "<none>");
   EXPECT_FALSE(sqlite3_get_autocommit(Db(conn_)));
-  EXPECT_EQ(DBStore::CommitTransaction(conn_), 0);
-  EXPECT_EQ(Committed("inner"), "v");
-  EXPECT_EQ(Committed("outer"), "v");
-  EXPECT_TRUE(sqlite3_get_autocommit(Db(conn_)));
+  EXPECT_EQ(CommitTransaction(conn_), 0);
+  EXPECT_EQ(Committed("inner") + Committed("outer"), "vv");
   // Nothing is open any more.
-  EXPECT_EQ(DBStore::CommitTransaction(conn_), 2);
-  EXPECT_EQ(DBStore::CancelTransaction(conn_), 2);
+  EXPECT_EQ(CommitTransaction(conn_), 2);
+  EXPECT_EQ(CancelTransaction(conn_), 2);
+  // The outermost cancel rolls back.
+  ASSERT_EQ(BeginTransaction(conn_), 0);
+  ASSERT_EQ(Put("gone"), 0);
+  EXPECT_EQ(CancelTransaction(conn_), 0);
+  std::string value = "stale";
+  ASSERT_EQ(DBStore::ReadKeyValue("gone", &value, conn_), 0);
+  EXPECT_EQ(value + Committed("gone"), "<none>");
 }
 
-TEST_F(TransactionTest, CancelledInnerLevelAnswersOneAndDoomsTheOuterCommit) {
-  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
-  ASSERT_EQ(Put(conn_, "outer"), 0);
-  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
-  ASSERT_EQ(Put(conn_, "inner"), 0);
-  EXPECT_EQ(DBStore::CancelTransaction(conn_), 1);
-  // No new level may start in a doomed transaction.
-  EXPECT_EQ(DBStore::BeginTransaction(conn_), 1);
-  EXPECT_EQ(DBStore::CommitTransaction(conn_), 1);
-  EXPECT_EQ(Committed("inner"), "<none>");
-  EXPECT_EQ(Committed("outer"), "<none>");
-  EXPECT_TRUE(sqlite3_get_autocommit(Db(conn_)));
+TEST_F(TransactionTest, CancelledInnerLevelDoomsTheWholeTransaction) {
+  for (bool commit_last : {true, false}) {
+    SCOPED_TRACE(commit_last ? "outermost commit" : "outermost cancel");
+    for (int level = 0; level < 3; ++level) ASSERT_EQ(BeginTransaction(conn_), 0);
+    ASSERT_EQ(Put("doomed"), 0);
+    EXPECT_EQ(CancelTransaction(conn_), 1);
+    EXPECT_EQ(BeginTransaction(conn_),
+              1);  // no new level in a doomed transaction
+    EXPECT_EQ(CommitTransaction(conn_), 1);
+    // The outermost commit fails; the outermost cancel is an ordinary rollback.
+    EXPECT_EQ(commit_last ? CommitTransaction(conn_) : CancelTransaction(conn_),
+              commit_last ? 1 : 0);
+    EXPECT_EQ(Committed("doomed"), "<none>");
+    EXPECT_TRUE(sqlite3_get_autocommit(Db(conn_)));
+  }
   // The next transaction starts clean.
-  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
-  ASSERT_EQ(Put(conn_, "later"), 0);
-  EXPECT_EQ(DBStore::CommitTransaction(conn_), 0);
+  ASSERT_EQ(BeginTransaction(conn_), 0);
+  ASSERT_EQ(Put("later"), 0);
+  EXPECT_EQ(CommitTransaction(conn_), 0);
   EXPECT_EQ(Committed("later"), "v");
 }
 
-TEST_F(TransactionTest, InnerCommitInDoomedTransactionReportsFailure) {
-  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
-  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
-  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
-  EXPECT_EQ(DBStore::CancelTransaction(conn_), 1);
-  EXPECT_EQ(DBStore::CommitTransaction(conn_), 1);
-  // The outermost cancel of a doomed transaction is an ordinary rollback.
-  EXPECT_EQ(DBStore::CancelTransaction(conn_), 0);
-  EXPECT_TRUE(sqlite3_get_autocommit(Db(conn_)));
-}
-
-TEST_F(TransactionTest, OutermostCancelRollsBack) {
-  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
-  ASSERT_EQ(Put(conn_, "gone"), 0);
-  EXPECT_EQ(DBStore::CancelTransaction(conn_), 0);
-  std::string value = "stale";
-  ASSERT_EQ(DBStore::ReadKeyValue("gone", &value, conn_), 0);
-  EXPECT_EQ(value, "");
-  EXPECT_EQ(Committed("gone"), "<none>");
-}
-
 TEST_F(TransactionTest, BeginWaitsForTheWriteLockThenFailsWithOne) {
-  ASSERT_EQ(DBStore::BeginTransaction(other_), 0);
-  EXPECT_EQ(DBStore::BeginTransaction(conn_), 1);  // after the 3000 ms busy time-out
-  EXPECT_EQ(DBStore::CommitTransaction(conn_), 2);
-  EXPECT_EQ(DBStore::CommitTransaction(other_), 0);
-  EXPECT_EQ(DBStore::BeginTransaction(conn_), 0);
-  EXPECT_EQ(DBStore::CommitTransaction(conn_), 0);
+  ASSERT_EQ(BeginTransaction(other_), 0);
+  EXPECT_EQ(BeginTransaction(conn_), 1);  // after the 3000 ms busy time-out
+  EXPECT_EQ(CommitTransaction(conn_), 2);
+  EXPECT_EQ(CommitTransaction(other_), 0);
+  EXPECT_EQ(BeginTransaction(conn_), 0);
+  EXPECT_EQ(CommitTransaction(conn_), 0);
 }
 
-// Each process adds its own rows and raises one shared counter by read-modify-write, all in
-// transactions. With immediate write locks neither fails and no increment is lost.
+// Each process adds its own rows and raises one shared counter by
+// read-modify-write, all in transactions. With immediate write locks neither
+// fails and no increment is lost.
 int WriteManyTransactions(const std::string& tag, int count) {
   auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
   if (!conn) return 10;
   for (int i = 0; i < count; ++i) {
-    if (DBStore::BeginTransaction(conn) != 0) return 11;
+    if (BeginTransaction(conn) != 0) return 11;
     std::string counter;
     if (DBStore::ReadKeyValue("counter", &counter, conn) != 0) return 12;
     int next = (counter.empty() ? 0 : std::stoi(counter)) + 1;
     if (DBStore::WriteKeyValue("counter", std::to_string(next), conn) != 0) return 13;
     if (DBStore::WriteKeyValue(tag + std::to_string(i), "v", conn) != 0) return 14;
-    if (DBStore::CommitTransaction(conn) != 0) return 15;
+    if (CommitTransaction(conn) != 0) return 15;
   }
   return 0;
 }
@@ -115,17 +105,14 @@ TEST_F(TransactionTest, TwoProcessesWritingAtOnceBothSucceedAndLoseNothing) {
   pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) _exit(WriteManyTransactions("child-", kCount));
-  int parent_result = WriteManyTransactions("parent-", kCount);
+  EXPECT_EQ(WriteManyTransactions("parent-", kCount), 0);
   int status = 0;
   ASSERT_EQ(waitpid(child, &status, 0), child);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0);
-  EXPECT_EQ(parent_result, 0);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
   EXPECT_EQ(Committed("counter"), std::to_string(2 * kCount));
-  EXPECT_EQ(QueryText(Db(other_), "SELECT COUNT(*) FROM KeyValue WHERE Key LIKE 'child-%'"),
-            std::to_string(kCount));
-  EXPECT_EQ(QueryText(Db(other_), "SELECT COUNT(*) FROM KeyValue WHERE Key LIKE 'parent-%'"),
-            std::to_string(kCount));
+  EXPECT_EQ(QueryText(Db(other_), "SELECT COUNT(*) FROM KeyValue WHERE Key LIKE 'child-%'") + " " +
+                QueryText(Db(other_), "SELECT COUNT(*) FROM KeyValue WHERE Key LIKE 'parent-%'"),
+            std::to_string(kCount) + " " + std::to_string(kCount));
 }
 
 }  // namespace
