@@ -35,7 +35,6 @@ class SocketListener {
     }
   }
   ~SocketListener() {
-    for (int client : held_) close(client);
     close(fd_);
     unlink(path_.c_str());
   }
@@ -66,14 +65,6 @@ class SocketListener {
     return true;
   }
 
-  // Accepts one queued connection and keeps it open without reading; false when none.
-  bool AcceptAndHold() {
-    const int client = accept(fd_, nullptr, nullptr);
-    if (client < 0) return false;
-    held_.push_back(client);
-    return true;
-  }
-
  private:
   static std::string ReadToEnd(int client) {
     std::string data;
@@ -90,7 +81,6 @@ class SocketListener {
 
   std::string path_;
   int fd_ = -1;
-  std::vector<int> held_;
 };
 
 }  // namespace setvault_test

@@ -1,47 +1,35 @@
-// Processes killed with SIGKILL at random points while they write (Set and SetInstances in
-// transactions, and definition loads) leave a sound store: integrity_check is "ok", every
-// acknowledged commit is there, and each transaction is there whole or not at all.
+// Processes killed with SIGKILL at random points while they write (Set and
+// SetInstances in transactions, and definition loads) leave a sound store:
+// integrity_check is "ok", every acknowledged commit is there, and each
+// transaction is there whole or not at all.
 //
 // SETVAULT_CRASH_ROUNDS sets the number of rounds (30 by default).
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sqlite3.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <random>
 #include <regex>
-#include <string>
 #include <vector>
 
-#include "reliability/child_process.h"
-#include "setvault/host_setup.h"
+#include "reliability/store_processes.h"
 #include "setvault/schema_setup.h"
-#include "setvault/setvault_object.h"
-#include "setvault/setvault_store.h"
 #include "support/example_schemas.h"
 
 namespace setvault_test {
 namespace {
 
-using KorvoSetvault::SetvaultObject;
-using KorvoSetvault::SetvaultObjectId;
-
-const SetvaultObjectId kHost("host", "system", "korvo");
-const char* const kLabels[] = {"d1", "d2", "d3"};
-const KorvoSetvault::USERDATA_CONTEXT kExternal{KorvoSetvault::kExternalContext};
-
-std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const std::string& json) {
-  auto object = std::make_shared<SetvaultObject>(id);
-  object->SetData(json.c_str());
-  return object;
+SetvaultObjectId Datastore(const char *label) {
+  return SetvaultObjectId("datastore", "storage", "korvo", label);
 }
+const char *const kLabels[] = {"d1", "d2", "d3"};
 
-// The writer: transaction `n` of round `round` stamps "<round>-<n>" on the host and on three
-// datastore instances, then acknowledges n on `ack` once CommitTransaction has returned.
-// Every tenth transaction is a definition load instead.
+// The writer: transaction `n` of round `round` stamps "<round>-<n>" on the host
+// and on three datastore instances, then acknowledges n on `ack` once
+// CommitTransaction has returned. Every tenth transaction is a definition load
+// instead.
 int Writer(int round, int ack) {
-  auto store = KorvoSetvault::Setvault::GetStore("");
+  auto store = Setvault::GetStore("");
   for (int n = 1;; ++n) {
     if (n % 10 == 0) {
       KorvoSetvault::LoadSchemaDefinitions(ExampleSchemaDir());
@@ -51,57 +39,41 @@ int Writer(int round, int ack) {
     store->BeginTransaction();
     store->Set(Object(kHost, "{\"hostname\":\"" + stamp + "\"}"), kExternal);
     std::vector<std::shared_ptr<SetvaultObject>> instances;
-    for (const char* label : kLabels) {
+    for (const char *label : kLabels) {
       instances.push_back(
-          Object(SetvaultObjectId("datastore", "storage", "korvo", label),
-                 std::string("{\"label\":\"") + label + "\",\"device\":\"" + stamp + "\"}"));
+          Object(Datastore(label), std::string("{\"label\":\"") + label +
+                                       "\",\"device\":\"" + stamp + "\"}"));
     }
     store->SetInstances(instances, kExternal);
     store->CommitTransaction();
-    if (write(ack, &n, sizeof n) != sizeof n) return 3;
+    if (write(ack, &n, sizeof n) != sizeof n)
+      return 3;
   }
 }
 
 // Every stamp the store holds: the host's first, then the datastores'.
 std::vector<std::string> Stamps() {
-  std::vector<std::string> stamps;
   const std::regex stamp("\"(?:hostname|device)\":\"([0-9]+-[0-9]+)\"");
-  auto store = KorvoSetvault::Setvault::GetStore("");
+  auto store = Setvault::GetStore("");
   std::vector<std::shared_ptr<SetvaultObject>> objects = {store->Get(kHost)};
-  for (const char* label : kLabels) {
-    objects.push_back(store->Get(SetvaultObjectId("datastore", "storage", "korvo", label)));
-  }
-  for (const auto& object : objects) {
+  for (const char *label : kLabels)
+    objects.push_back(store->Get(Datastore(label)));
+  std::vector<std::string> stamps;
+  for (const auto &object : objects) {
     std::smatch match;
     const std::string data = object ? object->GetData() : "";
-    stamps.push_back(std::regex_search(data, match, stamp) ? match[1].str() : "none");
+    stamps.push_back(std::regex_search(data, match, stamp) ? match[1].str()
+                                                           : "none");
   }
   return stamps;
 }
 
-// The first text `sql` gives on the database at `path`, opened apart from the library (as
-// the next process would: a hot journal left by the crash is rolled back), or the error.
-std::string QueryFile(const std::string& path, const char* sql) {
-  sqlite3* db = nullptr;
-  sqlite3_stmt* stmt = nullptr;
-  std::string result;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK &&
-      sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr) == SQLITE_OK &&
-      sqlite3_step(stmt) == SQLITE_ROW) {
-    result = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
-  } else {
-    result = std::string("error: ") + sqlite3_errmsg(db);
-  }
-  sqlite3_finalize(stmt);
-  sqlite3_close(db);
-  return result;
-}
-
 TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
-  const char* env = std::getenv("SETVAULT_CRASH_ROUNDS");
+  const char *env = std::getenv("SETVAULT_CRASH_ROUNDS");
   const int rounds = env != nullptr ? std::atoi(env) : 30;
   ExampleSchemas schemas;
   const std::string store_path = schemas.dir().File("crash.db");
+  const std::string schema_path = schemas.dir().File("schema.db");
   KorvoSetvault::SetStorePath(store_path);
   std::mt19937 random(std::random_device{}());
   int acknowledged_total = 0;
@@ -117,24 +89,30 @@ TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
     close(ack[1]);
     usleep(std::uniform_int_distribution<int>(5000, 80000)(random));
     kill(writer, SIGKILL);
-    EXPECT_EQ(Wait(writer), 128 + SIGKILL) << "the writer ended before it was killed";
+    EXPECT_EQ(Wait(writer), 128 + SIGKILL)
+        << "the writer ended before it was killed";
     int last = 0, n = 0;
-    while (read(ack[0], &n, sizeof n) == sizeof n) last = n;
+    while (read(ack[0], &n, sizeof n) == sizeof n)
+      last = n;
     close(ack[0]);
     acknowledged_total += last;
-
-    if (access(store_path.c_str(), F_OK) != 0) {  // killed before its first commit
+    if (access(store_path.c_str(), F_OK) !=
+        0) { // killed before its first commit
       EXPECT_EQ(last, 0);
       continue;
     }
-    const std::string schema_path = schemas.dir().File("schema.db");
     ASSERT_EQ(QueryFile(store_path, "PRAGMA integrity_check"), "ok");
     ASSERT_EQ(QueryFile(schema_path, "PRAGMA integrity_check"), "ok");
-    EXPECT_EQ(QueryFile(schema_path, "SELECT COUNT(*) FROM SmartnicSchema"), "9");
+    EXPECT_EQ(QueryFile(schema_path, "SELECT COUNT(*) FROM SmartnicSchema"),
+              "9");
     const std::vector<std::string> stamps = Stamps();
-    for (const std::string& stamp : stamps) EXPECT_EQ(stamp, stamps[0]) << "a half transaction";
-    // The commit after the last acknowledgement may have landed before the kill.
-    const auto stamp_of = [&](int k) { return std::to_string(round) + "-" + std::to_string(k); };
+    for (const std::string &stamp : stamps)
+      EXPECT_EQ(stamp, stamps[0]) << "a half transaction";
+    // The commit after the last acknowledgement may have landed before the
+    // kill.
+    const auto stamp_of = [&](int k) {
+      return std::to_string(round) + "-" + std::to_string(k);
+    };
     const std::string acknowledged = last == 0 ? previous : stamp_of(last);
     const std::string next = stamp_of(last + 1 + (last % 10 == 9));
     EXPECT_TRUE(stamps[0] == acknowledged || stamps[0] == next)
@@ -142,8 +120,9 @@ TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
     previous = stamps[0];
   }
   RecordProperty("acknowledged_commits", acknowledged_total);
-  std::printf("%d rounds, %d acknowledged commits, all present\n", rounds, acknowledged_total);
+  std::printf("%d rounds, %d acknowledged commits, all present\n", rounds,
+              acknowledged_total);
 }
 
-}  // namespace
-}  // namespace setvault_test
+} // namespace
+} // namespace setvault_test
