@@ -19,10 +19,10 @@
 namespace setvault_test {
 namespace {
 
-SetvaultObjectId Datastore(const char *label) {
+SetvaultObjectId Datastore(const char* label) {
   return SetvaultObjectId("datastore", "storage", "korvo", label);
 }
-const char *const kLabels[] = {"d1", "d2", "d3"};
+const char* const kLabels[] = {"d1", "d2", "d3"};
 
 // The writer: transaction `n` of round `round` stamps "<round>-<n>" on the host
 // and on three datastore instances, then acknowledges n on `ack` once
@@ -39,15 +39,13 @@ int Writer(int round, int ack) {
     store->BeginTransaction();
     store->Set(Object(kHost, "{\"hostname\":\"" + stamp + "\"}"), kExternal);
     std::vector<std::shared_ptr<SetvaultObject>> instances;
-    for (const char *label : kLabels) {
-      instances.push_back(
-          Object(Datastore(label), std::string("{\"label\":\"") + label +
-                                       "\",\"device\":\"" + stamp + "\"}"));
+    for (const char* label : kLabels) {
+      instances.push_back(Object(Datastore(label), std::string("{\"label\":\"") + label +
+                                                       "\",\"device\":\"" + stamp + "\"}"));
     }
     store->SetInstances(instances, kExternal);
     store->CommitTransaction();
-    if (write(ack, &n, sizeof n) != sizeof n)
-      return 3;
+    if (write(ack, &n, sizeof n) != sizeof n) return 3;
   }
 }
 
@@ -56,20 +54,18 @@ std::vector<std::string> Stamps() {
   const std::regex stamp("\"(?:hostname|device)\":\"([0-9]+-[0-9]+)\"");
   auto store = Setvault::GetStore("");
   std::vector<std::shared_ptr<SetvaultObject>> objects = {store->Get(kHost)};
-  for (const char *label : kLabels)
-    objects.push_back(store->Get(Datastore(label)));
+  for (const char* label : kLabels) objects.push_back(store->Get(Datastore(label)));
   std::vector<std::string> stamps;
-  for (const auto &object : objects) {
+  for (const auto& object : objects) {
     std::smatch match;
     const std::string data = object ? object->GetData() : "";
-    stamps.push_back(std::regex_search(data, match, stamp) ? match[1].str()
-                                                           : "none");
+    stamps.push_back(std::regex_search(data, match, stamp) ? match[1].str() : "none");
   }
   return stamps;
 }
 
 TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
-  const char *env = std::getenv("SETVAULT_CRASH_ROUNDS");
+  const char* env = std::getenv("SETVAULT_CRASH_ROUNDS");
   const int rounds = env != nullptr ? std::atoi(env) : 30;
   ExampleSchemas schemas;
   const std::string store_path = schemas.dir().File("crash.db");
@@ -89,30 +85,23 @@ TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
     close(ack[1]);
     usleep(std::uniform_int_distribution<int>(5000, 80000)(random));
     kill(writer, SIGKILL);
-    EXPECT_EQ(Wait(writer), 128 + SIGKILL)
-        << "the writer ended before it was killed";
+    EXPECT_EQ(Wait(writer), 128 + SIGKILL) << "the writer ended before it was killed";
     int last = 0, n = 0;
-    while (read(ack[0], &n, sizeof n) == sizeof n)
-      last = n;
+    while (read(ack[0], &n, sizeof n) == sizeof n) last = n;
     close(ack[0]);
     acknowledged_total += last;
-    if (access(store_path.c_str(), F_OK) !=
-        0) { // killed before its first commit
+    if (access(store_path.c_str(), F_OK) != 0) {  // killed before its first commit
       EXPECT_EQ(last, 0);
       continue;
     }
     ASSERT_EQ(QueryFile(store_path, "PRAGMA integrity_check"), "ok");
     ASSERT_EQ(QueryFile(schema_path, "PRAGMA integrity_check"), "ok");
-    EXPECT_EQ(QueryFile(schema_path, "SELECT COUNT(*) FROM SmartnicSchema"),
-              "9");
+    EXPECT_EQ(QueryFile(schema_path, "SELECT COUNT(*) FROM SmartnicSchema"), "9");
     const std::vector<std::string> stamps = Stamps();
-    for (const std::string &stamp : stamps)
-      EXPECT_EQ(stamp, stamps[0]) << "a half transaction";
+    for (const std::string& stamp : stamps) EXPECT_EQ(stamp, stamps[0]) << "a half transaction";
     // The commit after the last acknowledgement may have landed before the
     // kill.
-    const auto stamp_of = [&](int k) {
-      return std::to_string(round) + "-" + std::to_string(k);
-    };
+    const auto stamp_of = [&](int k) { return std::to_string(round) + "-" + std::to_string(k); };
     const std::string acknowledged = last == 0 ? previous : stamp_of(last);
     const std::string next = stamp_of(last + 1 + (last % 10 == 9));
     EXPECT_TRUE(stamps[0] == acknowledged || stamps[0] == next)
@@ -120,9 +109,8 @@ TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
     previous = stamps[0];
   }
   RecordProperty("acknowledged_commits", acknowledged_total);
-  std::printf("%d rounds, %d acknowledged commits, all present\n", rounds,
-              acknowledged_total);
+  std::printf("%d rounds, %d acknowledged commits, all present\n", rounds, acknowledged_total);
 }
 
-} // namespace
-} // namespace setvault_test
+}  // namespace
+}  // namespace setvault_test

@@ -24,28 +24,25 @@ std::string ReadHost() {
   return object ? object->GetData() : "null";
 }
 
-std::string WriteHost(const std::string &name = "written") {
-  Setvault::GetStore("")->Set(Object(kHost, "{\"hostname\":\"" + name + "\"}"),
-                              kExternal);
+std::string WriteHost(const std::string& name = "written") {
+  Setvault::GetStore("")->Set(Object(kHost, "{\"hostname\":\"" + name + "\"}"), kExternal);
   return name;
 }
 
-std::string Contents(const std::string &path) {
+std::string Contents(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::stringstream text;
   text << in.rdbuf();
   return in ? text.str() : "<absent>";
 }
 
-int Mode(const std::string &path) {
+int Mode(const std::string& path) {
   struct stat info;
-  return lstat(path.c_str(), &info) == 0
-             ? static_cast<int>(info.st_mode & 07777)
-             : -1;
+  return lstat(path.c_str(), &info) == 0 ? static_cast<int>(info.st_mode & 07777) : -1;
 }
 
 // Runs `body` in 8 children released at the same moment; each must return 0.
-void AllTogether(const std::function<int()> &body, int round) {
+void AllTogether(const std::function<int()>& body, int round) {
   int go[2];
   ASSERT_EQ(pipe(go), 0);
   std::vector<pid_t> children;
@@ -53,23 +50,19 @@ void AllTogether(const std::function<int()> &body, int round) {
     children.push_back(Spawn([&] {
       close(go[1]);
       char byte;
-      return read(go[0], &byte, 1) == 0
-                 ? body()
-                 : 2; // released when every writer end closes
+      return read(go[0], &byte, 1) == 0 ? body() : 2;  // released when every writer end closes
     }));
   }
   close(go[0]);
   close(go[1]);
-  for (pid_t pid : children)
-    EXPECT_EQ(Wait(pid), 0) << "round " << round;
+  for (pid_t pid : children) EXPECT_EQ(Wait(pid), 0) << "round " << round;
 }
 
 TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
   ExampleSchemas schemas;
   // A store that does not exist yet, written first by 8 processes at once.
   for (int round = 0; round < 5; ++round) {
-    KorvoSetvault::SetStorePath(
-        schemas.dir().File("new" + std::to_string(round) + ".db"));
+    KorvoSetvault::SetStorePath(schemas.dir().File("new" + std::to_string(round) + ".db"));
     AllTogether([] { return WriteHost() == "written" ? 0 : 1; }, round);
   }
   KorvoSetvault::SetStorePath(schemas.dir().File("shared.db"));
@@ -79,9 +72,7 @@ TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
   const pid_t writer = Spawn([&] {
     close(stop[1]);
     // Writes back to back until the parent closes the pipe.
-    for (int i = 0;
-         poll(std::vector<pollfd>{{stop[0], POLLIN, 0}}.data(), 1, 0) == 0;
-         ++i) {
+    for (int i = 0; poll(std::vector<pollfd>{{stop[0], POLLIN, 0}}.data(), 1, 0) == 0; ++i) {
       auto store = Setvault::GetStore("");
       store->BeginTransaction();
       WriteHost("w" + std::to_string(i));
@@ -91,9 +82,7 @@ TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
   });
   close(stop[0]);
   for (int round = 0; round < 20; ++round) {
-    AllTogether(
-        [] { return ReadHost().find("hostname") != std::string::npos ? 0 : 1; },
-        round);
+    AllTogether([] { return ReadHost().find("hostname") != std::string::npos ? 0 : 1; }, round);
   }
   close(stop[1]);
   EXPECT_EQ(Wait(writer), 0);
@@ -101,8 +90,8 @@ TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
 
 // A store holding one host object, closed (its log folded into the file); then
 // the modes of the store and of its directory.
-void MakeStore(const std::string &dir, const std::string &path,
-               mode_t file = 0600, mode_t dir_mode = 0755) {
+void MakeStore(const std::string& dir, const std::string& path, mode_t file = 0600,
+               mode_t dir_mode = 0755) {
   ASSERT_EQ(RunInChild([&] {
               KorvoSetvault::SetStorePath(path);
               const std::string written = WriteHost();
@@ -120,21 +109,19 @@ void MakeStore(const std::string &dir, const std::string &path,
 // enter it), and the cause that the read and the write through one handle then
 // give ("" for a read that works, and for no write).
 struct UntrustedCase {
-  const char *name;
-  std::function<void(const std::string &dir, const std::string &path)> prepare;
-  std::function<void(const std::string &path)>
-      while_open;    // after a first read, if any
-  bool unprivileged; // run as "nobody", for whom the file is read-only
+  const char* name;
+  std::function<void(const std::string& dir, const std::string& path)> prepare;
+  std::function<void(const std::string& path)> while_open;  // after a first read, if any
+  bool unprivileged;  // run as "nobody", for whom the file is read-only
   std::string read_cause;
   std::string write_cause;
 };
 
 // `sql` run on a new or existing database file apart from the library.
-auto WithSql(const std::string &sql, bool make_store = false) {
-  return [=](const std::string &dir, const std::string &path) {
-    if (make_store)
-      MakeStore(dir, path);
-    sqlite3 *db = nullptr;
+auto WithSql(const std::string& sql, bool make_store = false) {
+  return [=](const std::string& dir, const std::string& path) {
+    if (make_store) MakeStore(dir, path);
+    sqlite3* db = nullptr;
     sqlite3_open(path.c_str(), &db);
     sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr);
     sqlite3_close(db);
@@ -142,7 +129,7 @@ auto WithSql(const std::string &sql, bool make_store = false) {
 }
 
 auto WithModes(mode_t file, mode_t dir) {
-  return [=](const std::string &directory, const std::string &path) {
+  return [=](const std::string& directory, const std::string& path) {
     MakeStore(directory, path, file, dir);
   };
 }
@@ -150,112 +137,90 @@ auto WithModes(mode_t file, mode_t dir) {
 TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
   ExampleSchemas schemas;
   const std::string schema_copy = schemas.dir().File("readable-schema.db");
-  ASSERT_EQ(
-      std::system(("cp " + schemas.dir().File("schema.db") + " " + schema_copy)
-                      .c_str()),
-      0);
+  ASSERT_EQ(std::system(("cp " + schemas.dir().File("schema.db") + " " + schema_copy).c_str()), 0);
   ASSERT_EQ(chmod(schema_copy.c_str(), 0644), 0);
   ASSERT_EQ(chmod(schemas.dir().path().c_str(), 0755), 0);
-  const auto made = [](auto &dir, auto &path) { MakeStore(dir, path); };
-  const auto replace = [](auto &path) {
-    std::system(
-        ("cp -p " + path + " " + path + ".copy && mv " + path + ".copy " + path)
-            .c_str());
+  const auto made = [](auto& dir, auto& path) { MakeStore(dir, path); };
+  const auto replace = [](auto& path) {
+    std::system(("cp -p " + path + " " + path + ".copy && mv " + path + ".copy " + path).c_str());
   };
   const std::string gone = "was removed or replaced while in use";
   const std::string read_only = "is read-only for this process";
   const std::vector<UntrustedCase> cases = {
-      {"empty file", [](auto &, auto &path) { std::ofstream{path}; }, nullptr,
-       false, "is empty (0 bytes)", ""},
+      {"empty file", [](auto&, auto& path) { std::ofstream{path}; }, nullptr, false,
+       "is empty (0 bytes)", ""},
       {"foreign database",
-       WithSql(
-           "CREATE TABLE Config (Name TEXT); INSERT INTO Config VALUES (1)"),
-       nullptr, false, "is a SQLite database but not a setvault", ""},
-      {"not a database",
-       [](auto &, auto &path) {
-         std::ofstream{path} << std::string(4096, 'g');
-       },
+       WithSql("CREATE TABLE Config (Name TEXT); INSERT INTO Config VALUES (1)"), nullptr, false,
+       "is a SQLite database but not a setvault", ""},
+      {"not a database", [](auto&, auto& path) { std::ofstream{path} << std::string(4096, 'g'); },
        nullptr, false, "cannot be set up: file is not a database", ""},
-      {"newer store schema version", WithSql("PRAGMA user_version = 99", true),
-       nullptr, false, "has store schema version 99", ""},
-      {"writable by every user", WithModes(0666, 0755), nullptr, false,
-       "is writable by every user", ""},
-      {"directory every user can write", WithModes(0600, 0777), nullptr, false,
-       "lies in ", ""},
-      {"unlinked while open", made, [](auto &path) { unlink(path.c_str()); },
-       false, gone, gone},
+      {"newer store schema version", WithSql("PRAGMA user_version = 99", true), nullptr, false,
+       "has store schema version 99", ""},
+      {"writable by every user", WithModes(0666, 0755), nullptr, false, "is writable by every user",
+       ""},
+      {"directory every user can write", WithModes(0600, 0777), nullptr, false, "lies in ", ""},
+      {"unlinked while open", made, [](auto& path) { unlink(path.c_str()); }, false, gone, gone},
       {"replaced while open", made, replace, false, gone, gone},
-      {"missing: a read creates nothing", nullptr, nullptr, false,
-       "does not exist", ""},
+      {"missing: a read creates nothing", nullptr, nullptr, false, "does not exist", ""},
       {"read-only file", WithModes(0644, 01777), nullptr, true, "", read_only},
-      {"read-only directory", WithModes(0644, 0555), nullptr, true, "",
-       read_only},
+      {"read-only directory", WithModes(0644, 0555), nullptr, true, "", read_only},
   };
   int index = 0;
-  for (const UntrustedCase &c : cases) {
+  for (const UntrustedCase& c : cases) {
     SCOPED_TRACE(c.name);
-    const std::string dir =
-        schemas.dir().File("case" + std::to_string(index++));
+    const std::string dir = schemas.dir().File("case" + std::to_string(index++));
     ASSERT_EQ(mkdir(dir.c_str(), 0755), 0);
     const std::string path = dir + "/store.db";
-    if (c.prepare)
-      c.prepare(dir, path);
+    if (c.prepare) c.prepare(dir, path);
     const std::string before = Contents(path);
     const std::string outcome = RunInChild([&] {
       KorvoSetvault::SetStorePath(path);
       if (c.unprivileged) {
         KorvoSetvault::SetSchemaStorePath(schema_copy);
-        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
-          return std::string();
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return std::string();
       }
       // One handle throughout: the one open when the file goes away must
       // refuse.
       std::shared_ptr<Setvault> store;
       const auto read = [&] {
-        if (!store)
-          store = Setvault::GetStore("");
+        if (!store) store = Setvault::GetStore("");
         auto object = store->Get(kHost);
         return object ? object->GetData() : std::string("null");
       };
       std::string text = c.while_open ? Outcome(read) + "\n" : "";
-      if (c.while_open)
-        c.while_open(path);
+      if (c.while_open) c.while_open(path);
       text += Outcome(read) + "\n";
-      if (c.write_cause.empty())
-        return text;
+      if (c.write_cause.empty()) return text;
       return text + Outcome([&] {
                store->Set(Object(kHost, R"({"hostname":"other"})"), kExternal);
                return std::string("written");
              });
     });
     const std::string ok = "ok {\"hostname\":\"written\"}\n";
-    const auto refused = [&](const std::string &cause) {
+    const auto refused = [&](const std::string& cause) {
       return "2000 Store database " + path + " " + cause;
     };
     std::string expected = c.while_open ? ok : "";
     expected += c.read_cause.empty() ? ok : refused(c.read_cause);
     EXPECT_EQ(outcome.rfind(expected, 0), 0u) << outcome;
     if (!c.write_cause.empty()) {
-      EXPECT_NE(outcome.find("\n" + refused(c.write_cause)), std::string::npos)
-          << outcome;
+      EXPECT_NE(outcome.find("\n" + refused(c.write_cause)), std::string::npos) << outcome;
     }
     // Nothing changed; the unlinked store stays gone (the refused write made no
     // new one).
     const bool unlinked = std::string(c.name) == "unlinked while open";
-    EXPECT_TRUE(Contents(path) == (unlinked ? "<absent>" : before))
-        << "the file was changed";
+    EXPECT_TRUE(Contents(path) == (unlinked ? "<absent>" : before)) << "the file was changed";
     chmod(dir.c_str(), 0700);
   }
 }
 
 std::string LoadSchemas() {
-  return std::to_string(
-      KorvoSetvault::LoadSchemaDefinitions(ExampleSchemaDir()));
+  return std::to_string(KorvoSetvault::LoadSchemaDefinitions(ExampleSchemaDir()));
 }
 
 TEST(SchemaDatabaseTest, CreatedOwnerOnlyWhateverTheUmaskAndNeverThroughALink) {
   ExampleSchemas schemas;
-  const TempDir &dir = schemas.dir();
+  const TempDir& dir = schemas.dir();
   const mode_t old_umask = umask(0);
   KorvoSetvault::SetSchemaStorePath(dir.File("new/dirs/schema.db"));
   EXPECT_EQ(Outcome(LoadSchemas), "ok 9");
@@ -275,9 +240,8 @@ TEST(SchemaDatabaseTest, CreatedOwnerOnlyWhateverTheUmaskAndNeverThroughALink) {
 
 TEST(SchemaDatabaseTest, SchemaNotFoundTellsWhyInItsDetail) {
   ExampleSchemas schemas;
-  const TempDir &dir = schemas.dir();
-  const std::string loaded = dir.File("schema.db"),
-                    shared = dir.File("shared.db");
+  const TempDir& dir = schemas.dir();
+  const std::string loaded = dir.File("schema.db"), shared = dir.File("shared.db");
   ASSERT_EQ(std::system(("cp " + loaded + " " + shared).c_str()), 0);
   ASSERT_EQ(chmod(shared.c_str(), 0666), 0);
   const SetvaultObjectId nothing("nothing", "system", "korvo");
@@ -288,13 +252,12 @@ TEST(SchemaDatabaseTest, SchemaNotFoundTellsWhyInItsDetail) {
   } cases[] = {
       {dir.File("missing.db"), kHost,
        "schema database " + dir.File("missing.db") + " does not exist"},
-      {dir.WriteFile("damaged.db", std::string(4096, 'x')), kHost,
-       "file is not a database"},
+      {dir.WriteFile("damaged.db", std::string(4096, 'x')), kHost, "file is not a database"},
       {dir.WriteFile("empty.db", ""), kHost, "holds no definitions"},
       {shared, kHost, "writable by every user"},
       {loaded, nothing, "is read but holds no definition of"},
   };
-  for (const auto &c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.schema_path);
     KorvoSetvault::SetSchemaStorePath(c.schema_path);
     const std::string failure =
@@ -304,5 +267,5 @@ TEST(SchemaDatabaseTest, SchemaNotFoundTellsWhyInItsDetail) {
   }
 }
 
-} // namespace
-} // namespace setvault_test
+}  // namespace
+}  // namespace setvault_test
