@@ -110,28 +110,21 @@ TEST_F(NotifierTest, EveryWriteOperationNotifiesOnce) {
   }
 }
 
-// Plays the daemon in a process of its own while `run` runs: takes `expected`
-// requests on the daemon's socket (and any other within 200 ms) and reads the
-// store at each through its own connection, as the daemon would. Returns
-// "<type> saw <look()>" per request, in order.
+// Plays the daemon in a process of its own while `run` runs: takes `expected` requests on
+// the daemon's socket (and any other within 200 ms) and reads the store at each through its
+// own connection, as the daemon would. Returns "<type> saw <look()>" per request, in order.
 std::string WithDaemon(const std::string& path, size_t expected,
                        const std::function<std::string()>& look, const std::function<void()>& run) {
   SocketListener listener(path);  // listening before the daemon process exists
-  int reports[2];
-  if (pipe(reports) != 0) return "no pipe";
-  const pid_t daemon = Spawn([&] {
-    std::string request, text;
-    for (size_t n = 0; listener.TakeNext(n < expected ? 5000 : 200, &request); ++n) {
-      text += TypeOf(request) + " saw " + look() + "\n";
-    }
-    return write(reports[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1;
-  });
-  run();
-  close(reports[1]);
-  char buffer[4096];
-  const ssize_t count = Wait(daemon) == 0 ? read(reports[0], buffer, sizeof buffer) : -1;
-  close(reports[0]);
-  return count < 0 ? "the daemon failed" : std::string(buffer, static_cast<size_t>(count));
+  return RunInChild(
+      [&] {
+        std::string request, text;
+        for (size_t n = 0; listener.TakeNext(n < expected ? 5000 : 200, &request); ++n) {
+          text += TypeOf(request) + " saw " + look() + "\n";
+        }
+        return text;
+      },
+      run);
 }
 
 TEST_F(NotifierTest, TheDaemonIsToldAfterTheCommitOncePerType) {

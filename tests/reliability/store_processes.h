@@ -54,10 +54,11 @@ inline int Wait(pid_t pid) {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-// Runs `body` (returning a std::string) in a forked child and returns what it returned
-// ("exception: <what>" when it threw), followed by " child status <n>" unless it exited 0.
+// Runs `body` (returning a std::string) in a forked child, and `meanwhile` in this process;
+// returns what the child returned ("exception: <what>" when it threw), followed by
+// " child status <n>" unless it exited 0.
 template <typename Body>
-std::string RunInChild(Body body) {
+std::string RunInChild(Body body, const std::function<void()>& meanwhile = {}) {
   int out[2];
   if (pipe(out) != 0) return "pipe failed";
   const pid_t pid = Spawn([&] {
@@ -71,6 +72,7 @@ std::string RunInChild(Body body) {
     return write(out[1], text.data(), text.size()) == static_cast<ssize_t>(text.size()) ? 0 : 1;
   });
   close(out[1]);
+  if (meanwhile) meanwhile();
   std::string text;
   char buffer[4096];
   for (ssize_t n; (n = read(out[0], buffer, sizeof buffer)) > 0;) text.append(buffer, n);
