@@ -1,7 +1,7 @@
-// Change notification end to end: store writes reach a listener on the daemon's
-// socket as one HTTP/1.1 POST carrying a JSON-RPC 2.0 request, once per type
-// after the outermost commit, only for allowlisted types and only while
-// notification is switched on; failures are logged and never fail the write.
+// Change notification end to end: store writes reach a listener on the daemon's socket as one
+// HTTP/1.1 POST carrying a JSON-RPC 2.0 request, once per type after the outermost commit, only for
+// allowlisted types and only while notification is switched on; failures are logged and never fail
+// the write.
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
 
@@ -110,9 +110,9 @@ TEST_F(NotifierTest, EveryWriteOperationNotifiesOnce) {
   }
 }
 
-// Plays the daemon in a process of its own while `run` runs: takes `expected` requests on
-// the daemon's socket (and any other within 200 ms) and reads the store at each through its
-// own connection, as the daemon would. Returns "<type> saw <look()>" per request, in order.
+// Plays the daemon in a process of its own while `run` runs: takes `expected` requests on the
+// daemon's socket (and any other within 200 ms) and reads the store at each through its own
+// connection, as the daemon would. Returns "<type> saw <look()>" per request, in order.
 std::string WithDaemon(const std::string& path, size_t expected,
                        const std::function<std::string()>& look, const std::function<void()>& run) {
   SocketListener listener(path);  // listening before the daemon process exists
@@ -185,9 +185,8 @@ TEST_F(NotifierTest, ARolledBackTransactionOrAFailedWriteSendsNothing) {
   EXPECT_EQ(Told(), Types{"korvo.system.host"});
 }
 
-// A full name or a group's wildcard lets a type through; a bare group entry and
-// an unlisted type do not, and a malformed file lets nothing through, warning
-// at each write.
+// A full name or a group's wildcard lets a type through; a bare group entry and an unlisted type do
+// not, and a malformed file lets nothing through, warning at each write.
 TEST_F(NotifierTest, TheAllowlistChoosesTheTypesTold) {
   const struct {
     const char* allowlist;
@@ -222,8 +221,8 @@ TEST_F(NotifierTest, OnlyTrueSwitchesNotificationOn) {
   }
 }
 
-// A missing allowlist warns at every write; a failed read is not kept, but one
-// that succeeded is kept for the life of the process.
+// A missing allowlist warns at every write; a failed read is not kept, but one that succeeded is
+// kept for the life of the process.
 TEST_F(NotifierTest, TheAllowlistIsReadUntilItIsFoundThenKept) {
   const std::string path = schemas_.dir().File("later.json");
   KorvoSetvault::SetNotifyAllowlistPath(path);
@@ -257,8 +256,8 @@ TEST_F(NotifierTest, MissingDaemonSocketLogsOneInfoLineAndTheWriteStands) {
   EXPECT_EQ(log.CountStartingWith(2, "Error while sending notification"), 1);
 }
 
-// A daemon that accepts nothing: connecting gives up after the client's
-// time-out (a hang here would be the fault) and the write stands.
+// A daemon that accepts nothing: connecting gives up after the client's time-out (a hang here would
+// be the fault) and the write stands.
 TEST_F(NotifierTest, FullListenQueueFailsTheNotificationAndTheWriteSucceeds) {
   SocketListener full(SocketPath(), 0);
   std::vector<int> fillers;  // connections nobody accepts, until the queue is full

@@ -1,5 +1,5 @@
-// A Unix-domain stream listener for tests: binds a path, and collects what clients send,
-// one received buffer per accepted connection (read until the client closes).
+// A Unix-domain stream listener for tests: binds a path, and collects what clients send, one
+// received buffer per accepted connection (read until the client closes).
 #ifndef SETVAULT_TESTS_NOTIFY_SOCKET_LISTENER_H_
 #define SETVAULT_TESTS_NOTIFY_SOCKET_LISTENER_H_
 
@@ -18,8 +18,8 @@ namespace setvault_test {
 
 class SocketListener {
  public:
-  // Listens on `path` with the given backlog; the socket is non-blocking so that a test can
-  // ask "was there a connection?" without waiting.
+  // Listens on `path` with the given backlog; the socket is non-blocking so that a test can ask
+  // "was there a connection?" without waiting.
   explicit SocketListener(const std::string& path, int backlog = 16) : path_(path) {
     fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd_ < 0) throw std::runtime_error("socket failed");
@@ -41,17 +41,16 @@ class SocketListener {
   SocketListener(const SocketListener&) = delete;
   SocketListener& operator=(const SocketListener&) = delete;
 
-  // Accepts every connection already queued and reads each to its end. The writer has
-  // closed its side by the time its call returned, so reads end promptly; a read waits at
-  // most 2 s for data so that a broken client fails the test instead of hanging it.
+  // Accepts every connection already queued and reads each to its end. The writer has closed its
+  // side by the time its call returned, so reads end promptly; a read waits at most 2 s for data so
+  // that a broken client fails the test instead of hanging it.
   std::vector<std::string> TakeAll() {
     std::vector<std::string> received;
     for (std::string one; TakeNext(0, &one);) received.push_back(one);
     return received;
   }
 
-  // Waits up to `timeout_ms` for one connection and reads it to its end; false when none
-  // came.
+  // Waits up to `timeout_ms` for one connection and reads it to its end; false when none came.
   bool TakeNext(int timeout_ms, std::string* received) {
     pollfd ready{fd_, POLLIN, 0};
     if (poll(&ready, 1, timeout_ms) <= 0) return false;

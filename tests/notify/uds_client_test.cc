@@ -1,5 +1,5 @@
-// UdsClient against real sockets: calling order, endpoint length limits, a
-// descriptor that is closed exactly once, and a peer that went away.
+// UdsClient against real sockets: calling order, endpoint length limits, a descriptor that is
+// closed exactly once, and a peer that went away.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
@@ -30,10 +30,9 @@ int LowestFree() {
   return fd;
 }
 
-// Through a relative endpoint of 107 characters (the longest that fits): Send needs a
-// connection, a second Connect keeps the first, Disconnect may repeat and a disconnected
-// client connects again; the whole buffer arrives, NULs and all. A peer that went away
-// gives an error, not SIGPIPE.
+// Through a relative endpoint of 107 characters (the longest that fits): Send needs a connection, a
+// second Connect keeps the first, Disconnect may repeat and a disconnected client connects again;
+// the whole buffer arrives, NULs and all. A peer that went away gives an error, not SIGPIPE.
 TEST(UdsClientTest, SendsWholeBuffersOverOneConnectionAtATime) {
   TempDir dir;
   char previous[4096];
@@ -68,8 +67,8 @@ TEST(UdsClientTest, SendsWholeBuffersOverOneConnectionAtATime) {
   ASSERT_EQ(chdir(previous), 0);
 }
 
-// A refused connect closes its socket by the time the client is gone, and only once: a
-// second close would close whatever file took the number meanwhile.
+// A refused connect closes its socket by the time the client is gone, and only once: a second close
+// would close whatever file took the number meanwhile.
 TEST(UdsClientTest, RefusedConnectClosesItsSocketOnceAndSaysWhy) {
   TempDir dir;
   const std::pair<std::string, const char*> cases[] = {

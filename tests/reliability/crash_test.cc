@@ -1,7 +1,6 @@
-// Processes killed with SIGKILL at random points while they write (Set and
-// SetInstances in transactions, and definition loads) leave a sound store:
-// integrity_check is "ok", every acknowledged commit is there, and each
-// transaction is there whole or not at all.
+// Processes killed with SIGKILL at random points while they write (Set and SetInstances in
+// transactions, and definition loads) leave a sound store: integrity_check is "ok", every
+// acknowledged commit is there, and each transaction is there whole or not at all.
 //
 // SETVAULT_CRASH_ROUNDS sets the number of rounds (30 by default).
 #include <gtest/gtest.h>
@@ -24,10 +23,9 @@ SetvaultObjectId Datastore(const char* label) {
 }
 const char* const kLabels[] = {"d1", "d2", "d3"};
 
-// The writer: transaction `n` of round `round` stamps "<round>-<n>" on the host
-// and on three datastore instances, then acknowledges n on `ack` once
-// CommitTransaction has returned. Every tenth transaction is a definition load
-// instead.
+// The writer: transaction `n` of round `round` stamps "<round>-<n>" on the host and on three
+// datastore instances, then acknowledges n on `ack` once CommitTransaction has returned. Every
+// tenth transaction is a definition load instead.
 int Writer(int round, int ack) {
   auto store = Setvault::GetStore("");
   for (int n = 1;; ++n) {
@@ -99,8 +97,7 @@ TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
     EXPECT_EQ(QueryFile(schema_path, "SELECT COUNT(*) FROM SmartnicSchema"), "9");
     const std::vector<std::string> stamps = Stamps();
     for (const std::string& stamp : stamps) EXPECT_EQ(stamp, stamps[0]) << "a half transaction";
-    // The commit after the last acknowledgement may have landed before the
-    // kill.
+    // The commit after the last acknowledgement may have landed before the kill.
     const auto stamp_of = [&](int k) { return std::to_string(round) + "-" + std::to_string(k); };
     const std::string acknowledged = last == 0 ? previous : stamp_of(last);
     const std::string next = stamp_of(last + 1 + (last % 10 == 9));

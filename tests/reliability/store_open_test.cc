@@ -1,8 +1,7 @@
-// Opening a store from many processes at once (a new store too), and files that
-// cannot be trusted: a store is refused with its cause or read without being
-// changed, and nothing is created by a read; the schema database is created
-// owner-only, never through a planted link, and one that is missing, damaged or
-// open to every user is named in the 1037 that lookups then give.
+// Opening a store from many processes at once (a new store too), and files that cannot be trusted:
+// a store is refused with its cause or read without being changed, and nothing is created by a
+// read; the schema database is created owner-only, never through a planted link, and one that is
+// missing, damaged or open to every user is named in the 1037 that lookups then give.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/stat.h>
@@ -88,8 +87,8 @@ TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
   EXPECT_EQ(Wait(writer), 0);
 }
 
-// A store holding one host object, closed (its log folded into the file); then
-// the modes of the store and of its directory.
+// A store holding one host object, closed (its log folded into the file); then the modes of the
+// store and of its directory.
 void MakeStore(const std::string& dir, const std::string& path, mode_t file = 0600,
                mode_t dir_mode = 0755) {
   ASSERT_EQ(RunInChild([&] {
@@ -105,9 +104,9 @@ void MakeStore(const std::string& dir, const std::string& path, mode_t file = 06
   chmod(dir.c_str(), dir_mode);
 }
 
-// How a case prepares its directory (0755, so that an unprivileged reader can
-// enter it), and the cause that the read and the write through one handle then
-// give ("" for a read that works, and for no write).
+// How a case prepares its directory (0755, so that an unprivileged reader can enter it), and the
+// cause that the read and the write through one handle then give ("" for a read that works, and for
+// no write).
 struct UntrustedCase {
   const char* name;
   std::function<void(const std::string& dir, const std::string& path)> prepare;
@@ -179,8 +178,7 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
         KorvoSetvault::SetSchemaStorePath(schema_copy);
         if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) return std::string();
       }
-      // One handle throughout: the one open when the file goes away must
-      // refuse.
+      // One handle throughout: the one open when the file goes away must refuse.
       std::shared_ptr<Setvault> store;
       const auto read = [&] {
         if (!store) store = Setvault::GetStore("");
@@ -206,8 +204,7 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
     if (!c.write_cause.empty()) {
       EXPECT_NE(outcome.find("\n" + refused(c.write_cause)), std::string::npos) << outcome;
     }
-    // Nothing changed; the unlinked store stays gone (the refused write made no
-    // new one).
+    // Nothing changed; the unlinked store stays gone (the refused write made no new one).
     const bool unlinked = std::string(c.name) == "unlinked while open";
     EXPECT_TRUE(Contents(path) == (unlinked ? "<absent>" : before)) << "the file was changed";
     chmod(dir.c_str(), 0700);

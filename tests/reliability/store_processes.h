@@ -1,5 +1,5 @@
-// Real processes on one store: a body run in a forked child, reporting its exit status or a
-// text; a store file read apart from the library; the objects and errors tests compare.
+// Real processes on one store: a body run in a forked child, reporting its exit status or a text; a
+// store file read apart from the library; the objects and errors tests compare.
 #ifndef SETVAULT_TESTS_RELIABILITY_STORE_PROCESSES_H_
 #define SETVAULT_TESTS_RELIABILITY_STORE_PROCESSES_H_
 
@@ -32,8 +32,8 @@ inline std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const 
   return object;
 }
 
-// Runs `body` (returning an int) in a forked child whose exit status is that int; an
-// exception ends it with status 99. The child never returns into the test runner.
+// Runs `body` (returning an int) in a forked child whose exit status is that int; an exception ends
+// it with status 99. The child never returns into the test runner.
 template <typename Body>
 pid_t Spawn(Body body) {
   const pid_t pid = fork();
@@ -54,9 +54,9 @@ inline int Wait(pid_t pid) {
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-// Runs `body` (returning a std::string) in a forked child, and `meanwhile` in this process;
-// returns what the child returned ("exception: <what>" when it threw), followed by
-// " child status <n>" unless it exited 0.
+// Runs `body` (returning a std::string) in a forked child, and `meanwhile` in this process; returns
+// what the child returned ("exception: <what>" when it threw), followed by " child status <n>"
+// unless it exited 0.
 template <typename Body>
 std::string RunInChild(Body body, const std::function<void()>& meanwhile = {}) {
   int out[2];
@@ -81,8 +81,8 @@ std::string RunInChild(Body body, const std::function<void()>& meanwhile = {}) {
   return status == 0 ? text : text + " child status " + std::to_string(status);
 }
 
-// The first text `sql` gives on the database at `path`, opened apart from the library (as
-// the next process would: a hot journal left by a crash is rolled back), or the error.
+// The first text `sql` gives on the database at `path`, opened apart from the library (as the next
+// process would: a hot journal left by a crash is rolled back), or the error.
 inline std::string QueryFile(const std::string& path, const char* sql) {
   sqlite3* db = nullptr;
   sqlite3_stmt* stmt = nullptr;
@@ -99,8 +99,8 @@ inline std::string QueryFile(const std::string& path, const char* sql) {
   return result;
 }
 
-// "ok <result>", or "<code> <cause>" of the library exception `call` throws (its detailed
-// message when the library added no cause).
+// "ok <result>", or "<code> <cause>" of the library exception `call` throws (its detailed message
+// when the library added no cause).
 inline std::string Outcome(const std::function<std::string()>& call) {
   try {
     return "ok " + call();
