@@ -1,5 +1,5 @@
-// A Unix-domain stream listener for tests: binds a path, and collects what clients send,
-// one received buffer per accepted connection (read until the client closes).
+// A Unix-domain stream listener for tests: binds a path, and collects what clients send, one
+// received buffer per accepted connection (read until the client closes).
 #ifndef SETVAULT_TESTS_NOTIFY_SOCKET_LISTENER_H_
 #define SETVAULT_TESTS_NOTIFY_SOCKET_LISTENER_H_
 
@@ -18,8 +18,8 @@ namespace setvault_test {
 
 class SocketListener {
  public:
-  // Listens on `path` with the given backlog; the socket is non-blocking so that a test can
-  // ask "was there a connection?" without waiting.
+  // Listens on `path` with the given backlog; the socket is non-blocking so that a test can ask
+  // "was there a connection?" without waiting.
   explicit SocketListener(const std::string& path, int backlog = 16) : path_(path) {
     fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (fd_ < 0) throw std::runtime_error("socket failed");
@@ -35,27 +35,22 @@ class SocketListener {
     }
   }
   ~SocketListener() {
-    for (int client : held_) close(client);
     close(fd_);
     unlink(path_.c_str());
   }
   SocketListener(const SocketListener&) = delete;
   SocketListener& operator=(const SocketListener&) = delete;
 
-  // Accepts every connection already queued and reads each to its end. The writer has
-  // closed its side by the time its call returned, so reads end promptly; a read waits at
-  // most 2 s for data so that a broken client fails the test instead of hanging it.
+  // Accepts every connection already queued and reads each to its end. The writer has closed its
+  // side by the time its call returned, so reads end promptly; a read waits at most 2 s for data so
+  // that a broken client fails the test instead of hanging it.
   std::vector<std::string> TakeAll() {
     std::vector<std::string> received;
-    for (int client; (client = accept(fd_, nullptr, nullptr)) >= 0;) {
-      received.push_back(ReadToEnd(client));
-      close(client);
-    }
+    for (std::string one; TakeNext(0, &one);) received.push_back(one);
     return received;
   }
 
-  // Waits up to `timeout_ms` for one connection and reads it to its end; false when none
-  // came.
+  // Waits up to `timeout_ms` for one connection and reads it to its end; false when none came.
   bool TakeNext(int timeout_ms, std::string* received) {
     pollfd ready{fd_, POLLIN, 0};
     if (poll(&ready, 1, timeout_ms) <= 0) return false;
@@ -63,14 +58,6 @@ class SocketListener {
     if (client < 0) return false;
     *received = ReadToEnd(client);
     close(client);
-    return true;
-  }
-
-  // Accepts one queued connection and keeps it open without reading; false when none.
-  bool AcceptAndHold() {
-    const int client = accept(fd_, nullptr, nullptr);
-    if (client < 0) return false;
-    held_.push_back(client);
     return true;
   }
 
@@ -90,7 +77,6 @@ class SocketListener {
 
   std::string path_;
   int fd_ = -1;
-  std::vector<int> held_;
 };
 
 }  // namespace setvault_test

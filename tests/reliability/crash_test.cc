@@ -5,43 +5,29 @@
 // SETVAULT_CRASH_ROUNDS sets the number of rounds (30 by default).
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sqlite3.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <random>
 #include <regex>
-#include <string>
 #include <vector>
 
-#include "reliability/child_process.h"
-#include "setvault/host_setup.h"
+#include "reliability/store_processes.h"
 #include "setvault/schema_setup.h"
-#include "setvault/setvault_object.h"
-#include "setvault/setvault_store.h"
 #include "support/example_schemas.h"
 
 namespace setvault_test {
 namespace {
 
-using KorvoSetvault::SetvaultObject;
-using KorvoSetvault::SetvaultObjectId;
-
-const SetvaultObjectId kHost("host", "system", "korvo");
-const char* const kLabels[] = {"d1", "d2", "d3"};
-const KorvoSetvault::USERDATA_CONTEXT kExternal{KorvoSetvault::kExternalContext};
-
-std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const std::string& json) {
-  auto object = std::make_shared<SetvaultObject>(id);
-  object->SetData(json.c_str());
-  return object;
+SetvaultObjectId Datastore(const char* label) {
+  return SetvaultObjectId("datastore", "storage", "korvo", label);
 }
+const char* const kLabels[] = {"d1", "d2", "d3"};
 
 // The writer: transaction `n` of round `round` stamps "<round>-<n>" on the host and on three
-// datastore instances, then acknowledges n on `ack` once CommitTransaction has returned.
-// Every tenth transaction is a definition load instead.
+// datastore instances, then acknowledges n on `ack` once CommitTransaction has returned. Every
+// tenth transaction is a definition load instead.
 int Writer(int round, int ack) {
-  auto store = KorvoSetvault::Setvault::GetStore("");
+  auto store = Setvault::GetStore("");
   for (int n = 1;; ++n) {
     if (n % 10 == 0) {
       KorvoSetvault::LoadSchemaDefinitions(ExampleSchemaDir());
@@ -52,9 +38,8 @@ int Writer(int round, int ack) {
     store->Set(Object(kHost, "{\"hostname\":\"" + stamp + "\"}"), kExternal);
     std::vector<std::shared_ptr<SetvaultObject>> instances;
     for (const char* label : kLabels) {
-      instances.push_back(
-          Object(SetvaultObjectId("datastore", "storage", "korvo", label),
-                 std::string("{\"label\":\"") + label + "\",\"device\":\"" + stamp + "\"}"));
+      instances.push_back(Object(Datastore(label), std::string("{\"label\":\"") + label +
+                                                       "\",\"device\":\"" + stamp + "\"}"));
     }
     store->SetInstances(instances, kExternal);
     store->CommitTransaction();
@@ -64,13 +49,11 @@ int Writer(int round, int ack) {
 
 // Every stamp the store holds: the host's first, then the datastores'.
 std::vector<std::string> Stamps() {
-  std::vector<std::string> stamps;
   const std::regex stamp("\"(?:hostname|device)\":\"([0-9]+-[0-9]+)\"");
-  auto store = KorvoSetvault::Setvault::GetStore("");
+  auto store = Setvault::GetStore("");
   std::vector<std::shared_ptr<SetvaultObject>> objects = {store->Get(kHost)};
-  for (const char* label : kLabels) {
-    objects.push_back(store->Get(SetvaultObjectId("datastore", "storage", "korvo", label)));
-  }
+  for (const char* label : kLabels) objects.push_back(store->Get(Datastore(label)));
+  std::vector<std::string> stamps;
   for (const auto& object : objects) {
     std::smatch match;
     const std::string data = object ? object->GetData() : "";
@@ -79,29 +62,12 @@ std::vector<std::string> Stamps() {
   return stamps;
 }
 
-// The first text `sql` gives on the database at `path`, opened apart from the library (as
-// the next process would: a hot journal left by the crash is rolled back), or the error.
-std::string QueryFile(const std::string& path, const char* sql) {
-  sqlite3* db = nullptr;
-  sqlite3_stmt* stmt = nullptr;
-  std::string result;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK &&
-      sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr) == SQLITE_OK &&
-      sqlite3_step(stmt) == SQLITE_ROW) {
-    result = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
-  } else {
-    result = std::string("error: ") + sqlite3_errmsg(db);
-  }
-  sqlite3_finalize(stmt);
-  sqlite3_close(db);
-  return result;
-}
-
 TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
   const char* env = std::getenv("SETVAULT_CRASH_ROUNDS");
   const int rounds = env != nullptr ? std::atoi(env) : 30;
   ExampleSchemas schemas;
   const std::string store_path = schemas.dir().File("crash.db");
+  const std::string schema_path = schemas.dir().File("schema.db");
   KorvoSetvault::SetStorePath(store_path);
   std::mt19937 random(std::random_device{}());
   int acknowledged_total = 0;
@@ -122,12 +88,10 @@ TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
     while (read(ack[0], &n, sizeof n) == sizeof n) last = n;
     close(ack[0]);
     acknowledged_total += last;
-
     if (access(store_path.c_str(), F_OK) != 0) {  // killed before its first commit
       EXPECT_EQ(last, 0);
       continue;
     }
-    const std::string schema_path = schemas.dir().File("schema.db");
     ASSERT_EQ(QueryFile(store_path, "PRAGMA integrity_check"), "ok");
     ASSERT_EQ(QueryFile(schema_path, "PRAGMA integrity_check"), "ok");
     EXPECT_EQ(QueryFile(schema_path, "SELECT COUNT(*) FROM SmartnicSchema"), "9");

@@ -1,67 +1,43 @@
-// Opening a store from many processes at once (a new store too), and stores that cannot be trusted:
-// each is refused with its cause, or read without being changed; nothing is created by a read.
+// Opening a store from many processes at once (a new store too), and files that cannot be trusted:
+// a store is refused with its cause or read without being changed, and nothing is created by a
+// read; the schema database is created owner-only, never through a planted link, and one that is
+// missing, damaged or open to every user is named in the 1037 that lookups then give.
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <fstream>
-#include <functional>
 #include <sstream>
 #include <vector>
 
 #include "dbstore/db_store.h"
-#include "reliability/child_process.h"
-#include "setvault/exceptions.h"
-#include "setvault/host_setup.h"
-#include "setvault/setvault_object.h"
-#include "setvault/setvault_store.h"
+#include "reliability/store_processes.h"
+#include "setvault/schema_setup.h"
 #include "support/example_schemas.h"
 
 namespace setvault_test {
 namespace {
-
-using KorvoSetvault::Setvault;
-using KorvoSetvault::SetvaultObject;
-using KorvoSetvault::SetvaultObjectId;
-
-const SetvaultObjectId kHost("host", "system", "korvo");
-const KorvoSetvault::USERDATA_CONTEXT kExternal{KorvoSetvault::kExternalContext};
-
-std::shared_ptr<SetvaultObject> Host(const std::string& name) {
-  auto object = std::make_shared<SetvaultObject>(kHost);
-  object->SetData(("{\"hostname\":\"" + name + "\"}").c_str());
-  return object;
-}
-
-// "ok <result>", or "<code> <cause>" (the cause the library adds to the exception).
-std::string Outcome(const std::function<std::string()>& call) {
-  try {
-    return "ok " + call();
-  } catch (const KorvoSetvault::SetvaultException& e) {
-    const std::string detail = e.GetDetailedMessage();
-    const size_t cause = detail.find("[cause]: ");
-    return std::to_string(e.GetErrorCode()) + " " +
-           (cause == std::string::npos ? detail : detail.substr(cause + 9));
-  }
-}
 
 std::string ReadHost() {
   auto object = Setvault::GetStore("")->Get(kHost);
   return object ? object->GetData() : "null";
 }
 
-std::string WriteHost() {
-  Setvault::GetStore("")->Set(Host("written"), kExternal);
-  return "written";
+std::string WriteHost(const std::string& name = "written") {
+  Setvault::GetStore("")->Set(Object(kHost, "{\"hostname\":\"" + name + "\"}"), kExternal);
+  return name;
 }
 
 std::string Contents(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  if (!in) return "<absent>";
   std::stringstream text;
   text << in.rdbuf();
-  return text.str();
+  return in ? text.str() : "<absent>";
+}
+
+int Mode(const std::string& path) {
+  struct stat info;
+  return lstat(path.c_str(), &info) == 0 ? static_cast<int>(info.st_mode & 07777) : -1;
 }
 
 // Runs `body` in 8 children released at the same moment; each must return 0.
@@ -73,8 +49,7 @@ void AllTogether(const std::function<int()>& body, int round) {
     children.push_back(Spawn([&] {
       close(go[1]);
       char byte;
-      if (read(go[0], &byte, 1) != 0) return 2;  // released when every writer end closes
-      return body();
+      return read(go[0], &byte, 1) == 0 ? body() : 2;  // released when every writer end closes
     }));
   }
   close(go[0]);
@@ -90,16 +65,16 @@ TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
     AllTogether([] { return WriteHost() == "written" ? 0 : 1; }, round);
   }
   KorvoSetvault::SetStorePath(schemas.dir().File("shared.db"));
-  ASSERT_EQ(RunInChild(WriteHost), "written");
+  ASSERT_EQ(RunInChild([] { return WriteHost(); }), "written");
   int stop[2];
   ASSERT_EQ(pipe(stop), 0);
   const pid_t writer = Spawn([&] {
     close(stop[1]);
-    auto store = Setvault::GetStore("");
     // Writes back to back until the parent closes the pipe.
     for (int i = 0; poll(std::vector<pollfd>{{stop[0], POLLIN, 0}}.data(), 1, 0) == 0; ++i) {
+      auto store = Setvault::GetStore("");
       store->BeginTransaction();
-      store->Set(Host("w" + std::to_string(i)), kExternal);
+      WriteHost("w" + std::to_string(i));
       store->CommitTransaction();
     }
     return 0;
@@ -112,20 +87,10 @@ TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
   EXPECT_EQ(Wait(writer), 0);
 }
 
-// How a case prepares its directory (0755, so that an unprivileged reader can enter it),
-// and the cause that the read and the write through one handle then give ("" for a read
-// that works, and for no write).
-struct UntrustedCase {
-  const char* name;
-  std::function<void(const std::string& dir, const std::string& path)> prepare;
-  std::function<void(const std::string& path)> while_open;  // after a first read, if any
-  bool unprivileged;  // run as "nobody", for whom the file is read-only
-  std::string read_cause;
-  std::string write_cause;
-};
-
-// A store holding one host object, closed (its log folded into the file).
-void MakeStore(const std::string&, const std::string& path) {
+// A store holding one host object, closed (its log folded into the file); then the modes of the
+// store and of its directory.
+void MakeStore(const std::string& dir, const std::string& path, mode_t file = 0600,
+               mode_t dir_mode = 0755) {
   ASSERT_EQ(RunInChild([&] {
               KorvoSetvault::SetStorePath(path);
               const std::string written = WriteHost();
@@ -135,23 +100,36 @@ void MakeStore(const std::string&, const std::string& path) {
               return written;
             }),
             "written");
+  chmod(path.c_str(), file);
+  chmod(dir.c_str(), dir_mode);
 }
 
-// MakeStore, then a schema version from the future.
-void NewerStore(const std::string& dir, const std::string& path) {
-  MakeStore(dir, path);
-  sqlite3* db = nullptr;
-  sqlite3_open(path.c_str(), &db);
-  sqlite3_exec(db, "PRAGMA user_version = 99", nullptr, nullptr, nullptr);
-  sqlite3_close(db);
+// How a case prepares its directory (0755, so that an unprivileged reader can enter it), and the
+// cause that the read and the write through one handle then give ("" for a read that works, and for
+// no write).
+struct UntrustedCase {
+  const char* name;
+  std::function<void(const std::string& dir, const std::string& path)> prepare;
+  std::function<void(const std::string& path)> while_open;  // after a first read, if any
+  bool unprivileged;  // run as "nobody", for whom the file is read-only
+  std::string read_cause;
+  std::string write_cause;
+};
+
+// `sql` run on a new or existing database file apart from the library.
+auto WithSql(const std::string& sql, bool make_store = false) {
+  return [=](const std::string& dir, const std::string& path) {
+    if (make_store) MakeStore(dir, path);
+    sqlite3* db = nullptr;
+    sqlite3_open(path.c_str(), &db);
+    sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+  };
 }
 
-// MakeStore, then the modes of the store and of its directory.
-auto StoreWithModes(mode_t file, mode_t dir) {
+auto WithModes(mode_t file, mode_t dir) {
   return [=](const std::string& directory, const std::string& path) {
-    MakeStore(directory, path);
-    chmod(path.c_str(), file);
-    chmod(directory.c_str(), dir);
+    MakeStore(directory, path, file, dir);
   };
 }
 
@@ -161,13 +139,7 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
   ASSERT_EQ(std::system(("cp " + schemas.dir().File("schema.db") + " " + schema_copy).c_str()), 0);
   ASSERT_EQ(chmod(schema_copy.c_str(), 0644), 0);
   ASSERT_EQ(chmod(schemas.dir().path().c_str(), 0755), 0);
-  const auto foreign = [](auto&, auto& path) {
-    sqlite3* db = nullptr;
-    sqlite3_open(path.c_str(), &db);
-    sqlite3_exec(db, "CREATE TABLE Config (Name TEXT); INSERT INTO Config VALUES ('x')", nullptr,
-                 nullptr, nullptr);
-    sqlite3_close(db);
-  };
+  const auto made = [](auto& dir, auto& path) { MakeStore(dir, path); };
   const auto replace = [](auto& path) {
     std::system(("cp -p " + path + " " + path + ".copy && mv " + path + ".copy " + path).c_str());
   };
@@ -176,20 +148,21 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
   const std::vector<UntrustedCase> cases = {
       {"empty file", [](auto&, auto& path) { std::ofstream{path}; }, nullptr, false,
        "is empty (0 bytes)", ""},
-      {"foreign database", foreign, nullptr, false, "is a SQLite database but not a setvault", ""},
+      {"foreign database",
+       WithSql("CREATE TABLE Config (Name TEXT); INSERT INTO Config VALUES (1)"), nullptr, false,
+       "is a SQLite database but not a setvault", ""},
       {"not a database", [](auto&, auto& path) { std::ofstream{path} << std::string(4096, 'g'); },
        nullptr, false, "cannot be set up: file is not a database", ""},
-      {"newer store schema version", NewerStore, nullptr, false, "has store schema version 99", ""},
-      {"writable by every user", StoreWithModes(0666, 0755), nullptr, false,
-       "is writable by every user", ""},
-      {"directory every user can write", StoreWithModes(0600, 0777), nullptr, false, "lies in ",
+      {"newer store schema version", WithSql("PRAGMA user_version = 99", true), nullptr, false,
+       "has store schema version 99", ""},
+      {"writable by every user", WithModes(0666, 0755), nullptr, false, "is writable by every user",
        ""},
-      {"unlinked while open", MakeStore, [](auto& path) { unlink(path.c_str()); }, false, gone,
-       gone},
-      {"replaced while open", MakeStore, replace, false, gone, gone},
+      {"directory every user can write", WithModes(0600, 0777), nullptr, false, "lies in ", ""},
+      {"unlinked while open", made, [](auto& path) { unlink(path.c_str()); }, false, gone, gone},
+      {"replaced while open", made, replace, false, gone, gone},
       {"missing: a read creates nothing", nullptr, nullptr, false, "does not exist", ""},
-      {"read-only file", StoreWithModes(0644, 01777), nullptr, true, "", read_only},
-      {"read-only directory", StoreWithModes(0644, 0555), nullptr, true, "", read_only},
+      {"read-only file", WithModes(0644, 01777), nullptr, true, "", read_only},
+      {"read-only directory", WithModes(0644, 0555), nullptr, true, "", read_only},
   };
   int index = 0;
   for (const UntrustedCase& c : cases) {
@@ -212,16 +185,14 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
         auto object = store->Get(kHost);
         return object ? object->GetData() : std::string("null");
       };
-      std::string text;
-      if (c.while_open) text += Outcome(read) + "\n";
+      std::string text = c.while_open ? Outcome(read) + "\n" : "";
       if (c.while_open) c.while_open(path);
       text += Outcome(read) + "\n";
       if (c.write_cause.empty()) return text;
       return text + Outcome([&] {
-               store->Set(Host("other"), kExternal);
+               store->Set(Object(kHost, R"({"hostname":"other"})"), kExternal);
                return std::string("written");
-             }) +
-             "\n";
+             });
     });
     const std::string ok = "ok {\"hostname\":\"written\"}\n";
     const auto refused = [&](const std::string& cause) {
@@ -237,6 +208,59 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
     const bool unlinked = std::string(c.name) == "unlinked while open";
     EXPECT_TRUE(Contents(path) == (unlinked ? "<absent>" : before)) << "the file was changed";
     chmod(dir.c_str(), 0700);
+  }
+}
+
+std::string LoadSchemas() {
+  return std::to_string(KorvoSetvault::LoadSchemaDefinitions(ExampleSchemaDir()));
+}
+
+TEST(SchemaDatabaseTest, CreatedOwnerOnlyWhateverTheUmaskAndNeverThroughALink) {
+  ExampleSchemas schemas;
+  const TempDir& dir = schemas.dir();
+  const mode_t old_umask = umask(0);
+  KorvoSetvault::SetSchemaStorePath(dir.File("new/dirs/schema.db"));
+  EXPECT_EQ(Outcome(LoadSchemas), "ok 9");
+  umask(old_umask);
+  EXPECT_EQ(Mode(dir.File("new/dirs/schema.db")), 0600);
+  EXPECT_EQ(Mode(dir.File("new/dirs")), 0700);
+  EXPECT_EQ(Mode(dir.File("new")), 0700);
+
+  const std::string victim = dir.WriteFile("victim", "keep");
+  ASSERT_EQ(symlink(victim.c_str(), dir.File("planted.db").c_str()), 0);
+  KorvoSetvault::SetSchemaStorePath(dir.File("planted.db"));
+  const std::string failure = Outcome(LoadSchemas);
+  EXPECT_EQ(failure.rfind("2000 ", 0), 0u) << failure;
+  EXPECT_NE(failure.find("symbolic link"), std::string::npos) << failure;
+  EXPECT_EQ(Contents(victim), "keep");
+}
+
+TEST(SchemaDatabaseTest, SchemaNotFoundTellsWhyInItsDetail) {
+  ExampleSchemas schemas;
+  const TempDir& dir = schemas.dir();
+  const std::string loaded = dir.File("schema.db"), shared = dir.File("shared.db");
+  ASSERT_EQ(std::system(("cp " + loaded + " " + shared).c_str()), 0);
+  ASSERT_EQ(chmod(shared.c_str(), 0666), 0);
+  const SetvaultObjectId nothing("nothing", "system", "korvo");
+  const struct {
+    std::string schema_path;
+    SetvaultObjectId id;
+    std::string detail;
+  } cases[] = {
+      {dir.File("missing.db"), kHost,
+       "schema database " + dir.File("missing.db") + " does not exist"},
+      {dir.WriteFile("damaged.db", std::string(4096, 'x')), kHost, "file is not a database"},
+      {dir.WriteFile("empty.db", ""), kHost, "holds no definitions"},
+      {shared, kHost, "writable by every user"},
+      {loaded, nothing, "is read but holds no definition of"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.schema_path);
+    KorvoSetvault::SetSchemaStorePath(c.schema_path);
+    const std::string failure =
+        Outcome([&] { return Setvault::GetStore("")->Get(c.id)->GetData(); });
+    EXPECT_EQ(failure.rfind("1037 ", 0), 0u) << failure;
+    EXPECT_NE(failure.find(c.detail), std::string::npos) << failure;
   }
 }
 
