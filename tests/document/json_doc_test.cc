@@ -153,7 +153,6 @@ TEST(JsonDocPaths, ViewsResolveMembersAndInstancesOfTheSharedDocument) {
   {
     auto doc = CreateDocumentFromString(
         R"({"net": {"ports": [{"name": "p0", "mtu": 1500}, {"name": "p1", "mtu": 9000}]}})");
-    EXPECT_EQ(doc->GetJsonValuePtr(), &doc->GetDocument());
     p1 = doc->MakeView(Step("net"))->MakeView(Step("ports", "name", "p1"));
     (*p1->GetJsonValuePtr())["mtu"].SetInt(1280);
     EXPECT_EQ((*doc->GetJsonValuePtr())["net"]["ports"][1]["mtu"].GetInt(), 1280);
@@ -175,8 +174,6 @@ TEST(JsonDocPaths, MissingStepsAreReportedAndLogged) {
        "Cannot find subobject storage"},
       {doc->MakeView(Step("net"))->MakeView(Step("ports", "name", "p0")),
        "Subobject instance does not exists.", "Cannot find subobject instance name=p0"},
-      {doc->MakeView(Step("list", "id", "x")), "Subobject instance does not exists.",
-       "Cannot find subobject instance id=x"},
   };
   for (const auto& c : cases) {
     try {

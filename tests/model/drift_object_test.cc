@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "model/drift_object_impl.h"
 #include "model/thrown.h"
 #include "setvault/drift.h"
 #include "support/example_schemas.h"
@@ -28,11 +27,6 @@ TEST(DriftObjectTest, PropertiesKeepMemberOrderAndPartsAreCopies) {
   EXPECT_EQ(dns->GetSetvaultObjectId(), SetvaultObjectId("dns", "system", "korvo"));
   EXPECT_EQ(dns->GetOperation(), "SET");
   EXPECT_EQ(dns->Get(), (Pairs{{"servers", "SET"}, {"domain", "DELETE"}}));
-
-  auto source = CreateDocumentFromString(R"({"a": "DELETE"})");
-  DriftObjectImpl impl(kHost, "DELETE", *source->GetJsonValuePtr());
-  (*source->GetJsonValuePtr())["a"].SetString("SET");
-  EXPECT_EQ(impl.Get(), (Pairs{{"a", "DELETE"}}));
 }
 
 TEST(DriftObjectTest, InstancesByInstanceId) {
