@@ -65,6 +65,7 @@ TEST(DocumentFromString, StrictJsonWithOneRootAndBoundedValues) {
       // Brackets inside strings do not count towards the depth; 500 levels are fine.
       {"[\"" + std::string(5000, '[') + "\\\"\"]", 0},
       {std::string(500, '[') + std::string(500, ']'), 0},
+      {"[\"x\"," + std::string(600, '[') + std::string(601, ']'), 1080},
   };
   for (const auto& [text, code] : cases) EXPECT_EQ(ParseErrorCode(text), code) << text;
   // Nesting this deep would exhaust the stack of a recursive parser or writer.
