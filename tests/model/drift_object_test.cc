@@ -78,7 +78,8 @@ TEST(DocumentDrift, DescribesEachDriftedObject) {
       {current, {}},
       {"{}", {}},  // types the desired document does not name are not compared
       {R"({"korvo": {"system": {"host": {"ntp": {"enabled": false}, "timezone": "UTC"}}}})",
-       {R"(korvo system host  SET {"ntp":{"enabled":"SET"},"timezone":"ADD","hostname":"DELETE"})"}},
+       {R"(korvo system host  SET {"ntp":{"enabled":"SET"},"timezone":"ADD",)"
+        R"("hostname":"DELETE"})"}},
       {R"({"korvo": {"net": {"vswitch": [{"name": "vs0", "mtu": 1500, "portgroups":
            [{"name": "pg1", "vlanId": 2}, {"name": "pg3"}]}, {"name": "vs2"}]}}})",
        {R"(korvo net vswitch vs0 SET {"portgroups":[{"INSTANCEID":"pg1","vlanId":"SET"},)"
