@@ -119,8 +119,7 @@ TEST_F(SchemaDocumentTest, GeneratedIdsInsideInstancesOfOneTypesData) {
                                R"(}}}, "other": {"type": "array", "items": true}}})");
   auto data = CreateDocumentFromString(R"({"zones": [{"zone": "a", "rules": [{}, {}]},
       {"zone": "b", "rules": [{"x": 1}]}], "other": [{}], "unknown": [{}]})");
-  PopulateGeneratedInstanceId(*schema->GetJsonValuePtr(), *data->GetJsonValuePtr(),
-                              data->GetAllocator());
+  PopulateGeneratedInstanceId(*schema->GetJsonValuePtr(), *data);
   std::set<std::string> ids;
   for (const JsonValue& zone : data->GetDocument()["zones"].GetArray()) {
     EXPECT_FALSE(zone.HasMember("sv_generated_id"));

@@ -33,17 +33,14 @@ std::string Rows(const std::string& path,
                  const char* sql =
                      "SELECT Name || '=' || Version || COALESCE('(' || ValueType || "
                      "')', '') FROM SmartnicSchema ORDER BY Name") {
-  sqlite3* db = nullptr;
   std::string rows;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) == SQLITE_OK) {
-      while (sqlite3_step(statement) == SQLITE_ROW) {
-        rows += std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0))) + " ";
-      }
-    }
-    sqlite3_finalize(statement);
-  }
+  sqlite3* db = nullptr;
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr);
+  auto add = [](void* out, int, char** values, char**) {
+    *static_cast<std::string*>(out) += std::string(values[0]) + " ";
+    return 0;
+  };
+  sqlite3_exec(db, sql, add, &rows, nullptr);
   sqlite3_close(db);
   return rows;
 }

@@ -70,6 +70,10 @@ TEST(CleanupObjectTest, KindsDecideWhetherToClean) {
       std::make_shared<InlineSchema>(kUserSchema, "label", 5, std::vector<std::string>{"bootbank"});
   EXPECT_EQ(Cleaned(R"({"a": {}})", kind5, "bootbank"), R"({"a":{}})");
   EXPECT_EQ(Cleaned(R"({"a": {}})", kind5, "data1"), "{}");
+  // Other kinds clean every instance, whatever instance ids they call non-user.
+  auto kind0 =
+      std::make_shared<InlineSchema>(kUserSchema, "label", 0, std::vector<std::string>{"bootbank"});
+  EXPECT_EQ(Cleaned(R"({"a": {}})", kind0, "bootbank"), "{}");
   EXPECT_TRUE(log.Contains(
       3, "Checking for empty objects and arrays in comp c grp g key k id data1 object"));
 }
