@@ -13,7 +13,6 @@
 namespace {
 
 using KorvoSchemaStore::CheckSchemaDefinition;
-using KorvoSchemaStore::IsValidSchemaName;
 using KorvoSchemaStore::ParseSchemaDefinition;
 using KorvoSetvault::SetvaultDocument;
 using ::testing::HasSubstr;
@@ -207,13 +206,6 @@ TEST(SchemaDefinitionTest, DefaultsOfAPlainTypeAndOfAStandIn) {
   EXPECT_TRUE(stand_in.GetSchemaJson().IsObject());
   EXPECT_EQ(SetvaultDocument::SerializeValue(*stand_in.GetIdMap()->GetJsonValuePtr()), "{}");
   EXPECT_EQ(stand_in.GetDefaults(), nullptr);
-}
-
-TEST(SchemaDefinitionTest, NamesAllowLettersDigitsUnderscoreAndDash) {
-  EXPECT_TRUE(IsValidSchemaName("cpu_Scheduler-2"));
-  EXPECT_FALSE(IsValidSchemaName(""));
-  EXPECT_FALSE(IsValidSchemaName("a.b"));
-  EXPECT_FALSE(IsValidSchemaName("caf\xc3\xa9"));
 }
 
 }  // namespace

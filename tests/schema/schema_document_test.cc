@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <set>
 #include <string>
 
 #include "document/setvault_document.h"
@@ -99,7 +98,7 @@ TEST_F(SchemaDocumentTest, GeneratedIdsFillWholeDocumentsThroughTheGeneratedSche
   Generate(R"({"korvo": {"net": {
       "firewall": {"rules": [{"port": 22}, {"sv_generated_id": "keep", "port": 80}, 7, {}]},
       "vswitch": [{"name": "vs0", "portgroups": [{"name": "pg0"}]}]}}})");
-  PopulateGeneratedInstanceId(Schema(), document_->GetDocument());
+  PopulateGeneratedInstanceId(Schema(), *document_);
   const JsonValue& rules = document_->GetDocument()["korvo"]["net"]["firewall"]["rules"];
   EXPECT_TRUE(std::regex_match(rules[0]["sv_generated_id"].GetString(), kUuid));
   EXPECT_EQ(rules[1]["sv_generated_id"], "keep");
@@ -108,27 +107,6 @@ TEST_F(SchemaDocumentTest, GeneratedIdsFillWholeDocumentsThroughTheGeneratedSche
   // Arrays with caller-given ids get nothing.
   EXPECT_EQ(Serialize(document_->GetDocument()["korvo"]["net"]["vswitch"]),
             R"([{"name":"vs0","portgroups":[{"name":"pg0"}]}])");
-}
-
-TEST_F(SchemaDocumentTest, GeneratedIdsInsideInstancesOfOneTypesData) {
-  auto schema =
-      CreateDocumentFromString(R"({"type": "object", "properties": {
-      "zones": {"type": "array", "instanceIdProperty": "zone", "items": {"type": "object",
-        "properties": {"zone": {"type": "string"}, "rules": )" +
-                               Serialize(TypeSchema("net", "firewall")["properties"]["rules"]) +
-                               R"(}}}, "other": {"type": "array", "items": true}}})");
-  auto data = CreateDocumentFromString(R"({"zones": [{"zone": "a", "rules": [{}, {}]},
-      {"zone": "b", "rules": [{"x": 1}]}], "other": [{}], "unknown": [{}]})");
-  PopulateGeneratedInstanceId(*schema->GetJsonValuePtr(), *data);
-  std::set<std::string> ids;
-  for (const JsonValue& zone : data->GetDocument()["zones"].GetArray()) {
-    EXPECT_FALSE(zone.HasMember("sv_generated_id"));
-    for (const JsonValue& rule : zone["rules"].GetArray())
-      ids.insert(rule["sv_generated_id"].GetString());
-  }
-  EXPECT_EQ(ids.size(), 3u);
-  EXPECT_EQ(Serialize(data->GetDocument()["other"]), "[{}]");
-  EXPECT_EQ(Serialize(data->GetDocument()["unknown"]), "[{}]");
 }
 
 TEST(AddObjectTest, BuildsTheExportLayoutAndRefusesMixingSingletonsAndInstances) {
