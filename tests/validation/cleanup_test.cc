@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include "setvault/exceptions.h"
-#include "support/example_schemas.h"
 #include "support/log_capture.h"
 #include "validation/inline_schema.h"
 
@@ -98,15 +97,6 @@ TEST(CleanupObjectTest, MalformedSchemasAreJsonErrors) {
       EXPECT_EQ(e.GetErrorCode(), SV_ERR_JSON) << c.schema;
     }
   }
-}
-
-TEST(CleanupObjectTest, ExampleTypesCleanTheirUserPartOnly) {
-  LogCapture log(0);
-  setvault_test::ExampleSchemas schemas;
-  auto host = std::make_shared<SetvaultObject>(SetvaultObjectId("host", "system", "korvo"));
-  host->SetData(R"({"ntp": {}, "bmc": {}, "syslog": {"rotation": {}}, "hostname": "h"})");
-  CleanupObject(host, host->GetImpl()->GetSchema());
-  EXPECT_EQ(host->GetData(), R"({"bmc":{},"hostname":"h"})");
 }
 
 TEST(GeneratedIds, ClearedEverywhereWithLastMemberMovedIntoPlace) {

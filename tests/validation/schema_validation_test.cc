@@ -126,19 +126,6 @@ TEST(ValidateObjectDataTest, EarlierEntriesCountAndFindingsAreLoggedUnlessQuiet)
   EXPECT_EQ(errors.size(), 2u);
 }
 
-TEST(CollectValidationResultsTest, MalformedResultsThrow1082) {
-  std::vector<ErrorInfo> errors;
-  for (const char* result : {R"({"field":"/","error":"e"})", R"([{"field":"/"}])",
-                             R"([{"field":1,"error":"e"}])", R"([7])"}) {
-    try {
-      CollectValidationResults(*CreateDocumentFromString(result)->GetJsonValuePtr(), errors, true);
-      ADD_FAILURE() << "no exception for " << result;
-    } catch (const SetvaultException& e) {
-      EXPECT_EQ(e.GetErrorCode(), SV_ERR_JSON) << result;
-    }
-  }
-}
-
 // --- The store's Validate path ----------------------------------------------
 
 TEST(ValidateSvoTest, OptionSetFollowsTheTypesTopLevelTag) {
