@@ -99,8 +99,8 @@ TEST(SchemaDefinitionTest, RefusalNamesTheFileAndTheFault) {
        "/schema/properties/a/$ref: value \"http://x/s.json#/a\" does not match"},
       {Prop(R"({"type":"string","$ref":"#/definitions/gone"})"),
        "/schema: Invalid JSON schema: unresolved \"$ref\" \"#/definitions/gone\""},
-      {Def("",
-           R"({"definitions":{"b":{"type":"string"}},"properties":{"a":{"type":"string","$ref":"#b"}}})"),
+      {Def("", R"({"definitions":{"b":{"type":"string"}},)"
+               R"("properties":{"a":{"type":"string","$ref":"#b"}}})"),
        "unresolved \"$ref\" \"#b\""},
       {Def("", R"({"$schema":"http://json-schema.org/draft-04/schema#"})"), "/schema/$schema: "},
       {Prop(R"({"type":"string","maxLength":2.5})"),
