@@ -4,58 +4,47 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <set>
 #include <string>
 
 #include "document/setvault_document.h"
 #include "schema/schema_generated_id.h"
 #include "schema/schema_store.h"
 #include "setvault/exceptions.h"
-#include "setvault/host_setup.h"
-#include "setvault/schema_setup.h"
-#include "support/temp_dir.h"
+#include "support/example_schemas.h"
 
+namespace KorvoSetvault {
 namespace {
 
-using KorvoSchemaStore::GenerateSchemaDocument;
 using KorvoSchemaStore::SchemaStore;
-using KorvoSetvault::CreateDocument;
-using KorvoSetvault::CreateDocumentFromString;
-using KorvoSetvault::JsonValue;
-using KorvoSetvault::SetvaultDocument;
-using ::testing::HasSubstr;
 
 std::string Serialize(const JsonValue& value) { return SetvaultDocument::SerializeValue(value); }
 
 class SchemaDocumentTest : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() {
-    dir_ = new setvault_test::TempDir();
-    KorvoSetvault::SetSchemaStorePath(dir_->File("schema.db"));
-    KorvoSetvault::SetStorePath(dir_->File("store.db"));
-    KorvoSetvault::LoadSchemaDefinitions(setvault_test::SourceDir() + "/examples/schemas");
-  }
-  static void TearDownTestSuite() { delete dir_; }
+  static void SetUpTestSuite() { schemas_ = new setvault_test::ExampleSchemas(); }
+  static void TearDownTestSuite() { delete schemas_; }
 
-  // Generates the schema of `text` into schema_ and its findings into result_.
-  void Generate(const std::string& text) {
+  // Generates the schema of `text` (against `cache`) into schema_, its findings into result_.
+  void Generate(
+      const std::string& text,
+      const std::shared_ptr<KorvoSchemaStore::SchemaObjectCache>& cache = SchemaStore::GetCache()) {
     document_ = CreateDocumentFromString(text);
-    GenerateSchemaDocument(document_->GetDocument(), SchemaStore::GetCache(),
-                           schema_->GetDocument(), result_->GetDocument());
+    KorvoSchemaStore::GenerateSchemaDocument(document_->GetDocument(), cache,
+                                             schema_->GetDocument(), result_->GetDocument());
   }
   const JsonValue& Schema() { return schema_->GetDocument(); }
   const JsonValue& Result() { return result_->GetDocument(); }
-  const JsonValue& TypeSchema(const char* component, const char* group, const char* key) {
-    return SchemaStore::GetCache()->GetSchemaObject(component, group, key)->GetSchemaJson();
+  const JsonValue& TypeSchema(const char* group, const char* key) {
+    return SchemaStore::GetCache()->GetSchemaObject("korvo", group, key)->GetSchemaJson();
   }
 
-  static setvault_test::TempDir* dir_;
-  std::shared_ptr<KorvoSetvault::JsonDoc> document_;
-  std::shared_ptr<KorvoSetvault::JsonDoc> schema_ = CreateDocument();
-  std::shared_ptr<KorvoSetvault::JsonDoc> result_ = CreateDocument();
+  static setvault_test::ExampleSchemas* schemas_;
+  std::shared_ptr<JsonDoc> document_;
+  std::shared_ptr<JsonDoc> schema_ = CreateDocument();
+  std::shared_ptr<JsonDoc> result_ = CreateDocument();
 };
 
-setvault_test::TempDir* SchemaDocumentTest::dir_ = nullptr;
+setvault_test::ExampleSchemas* SchemaDocumentTest::schemas_ = nullptr;
 
 TEST_F(SchemaDocumentTest, SingletonAndMultiInstanceTypesAtTheirLevels) {
   Generate(R"({"korvo": {"system": {"host": {"hostname": "h1"}},
@@ -63,40 +52,32 @@ TEST_F(SchemaDocumentTest, SingletonAndMultiInstanceTypesAtTheirLevels) {
   EXPECT_EQ(Serialize(Result()), "[]");
   EXPECT_EQ(Schema()["type"], "object");
   const JsonValue& korvo = Schema()["properties"]["korvo"];
-  EXPECT_EQ(korvo["type"], "object");
   EXPECT_EQ(korvo["properties"]["system"]["type"], "object");
-  EXPECT_TRUE(korvo["properties"]["system"]["properties"]["host"] ==
-              TypeSchema("korvo", "system", "host"));
+  EXPECT_TRUE(korvo["properties"]["system"]["properties"]["host"] == TypeSchema("system", "host"));
   const JsonValue& net = korvo["properties"]["net"]["properties"];
   EXPECT_EQ(net["vswitch"]["type"], "array");
   EXPECT_EQ(net["vswitch"]["instanceIdProperty"], "name");
-  EXPECT_TRUE(net["vswitch"]["items"] == TypeSchema("korvo", "net", "vswitch"));
-  EXPECT_TRUE(net["dns"] == TypeSchema("korvo", "net", "dns"));
+  EXPECT_TRUE(net["vswitch"]["items"] == TypeSchema("net", "vswitch"));
+  EXPECT_TRUE(net["dns"] == TypeSchema("net", "dns"));
   EXPECT_EQ(net.MemberCount(), 2u);  // only the keys that the document holds
 }
 
-TEST_F(SchemaDocumentTest, UnknownTypesAreFindingsWithTheirPointer) {
-  Generate(R"({"korvo": {"net": {"vswitch": [], "bridge": {}}},
-               "acme": {"a/b": {"x~y": 1}}})");
-  ASSERT_TRUE(Result().IsArray());
-  ASSERT_EQ(Result().Size(), 2u);
-  EXPECT_EQ(Result()[0]["field"], "/korvo/net/bridge");
-  EXPECT_EQ(Result()[0]["error"], "Schema not found for comp korvo grp net key bridge");
-  EXPECT_EQ(Result()[1]["field"], "/acme/a~1b/x~0y");
-  EXPECT_THAT(Result()[1]["error"].GetString(), HasSubstr("comp acme grp a/b key x~y"));
-  // The unknown key accepts anything, so the finding is its only report.
-  EXPECT_EQ(Serialize(Schema()["properties"]["korvo"]["properties"]["net"]["properties"]["bridge"]),
-            "{}");
-  EXPECT_TRUE(
-      Schema()["properties"]["korvo"]["properties"]["net"]["properties"]["vswitch"].IsObject());
-}
-
-TEST_F(SchemaDocumentTest, FindingsAreAppendedToAnExistingResult) {
+TEST_F(SchemaDocumentTest, UnknownTypesAreFindingsAppendedWithTheirPointer) {
   result_->GetDocument().Parse(R"([{"field": "/", "error": "earlier"}])");
-  Generate(R"({"korvo": {"net": {"nosuch": {}}}})");
-  ASSERT_EQ(Result().Size(), 2u);
-  EXPECT_EQ(Result()[0]["error"], "earlier");
-  EXPECT_EQ(Result()[1]["field"], "/korvo/net/nosuch");
+  Generate(R"({"korvo": {"net": {"vswitch": [], "bridge": {}}}, "acme": {"a/b": {"x~y": 1}}})");
+  EXPECT_EQ(Serialize(Result()),
+            R"([{"field":"/","error":"earlier"},)"
+            R"({"field":"/korvo/net/bridge","error":"Schema not found for comp korvo grp net key )"
+            R"(bridge"},{"field":"/acme/a~1b/x~0y","error":"Schema not found for comp acme grp )"
+            R"(a/b key x~y"}])");
+  // The unknown key accepts anything, so the finding is its only report.
+  const JsonValue& net = Schema()["properties"]["korvo"]["properties"]["net"]["properties"];
+  EXPECT_EQ(Serialize(net["bridge"]), "{}");
+  EXPECT_TRUE(net["vswitch"].IsObject());
+  // Without a cache every type is a finding.
+  result_->GetDocument().SetArray();
+  Generate(R"({"korvo": {"net": {"dns": {}, "vswitch": []}}})", nullptr);
+  EXPECT_EQ(Result().Size(), 2u);
 }
 
 TEST_F(SchemaDocumentTest, MalformedLevelsDoNotStopTheWalk) {
@@ -107,116 +88,58 @@ TEST_F(SchemaDocumentTest, MalformedLevelsDoNotStopTheWalk) {
   EXPECT_EQ(Serialize(properties["korvo"]["properties"]["net"]),
             R"({"type":"object","properties":{}})");
   EXPECT_TRUE(properties["korvo"]["properties"]["system"]["properties"]["host"].IsObject());
-
   Generate("[1]");
   EXPECT_EQ(Serialize(Schema()), R"({"type":"object"})");
-  EXPECT_EQ(Serialize(Result()), "[]");
-}
-
-TEST_F(SchemaDocumentTest, WithoutCacheEveryTypeIsAFinding) {
-  document_ = CreateDocumentFromString(R"({"korvo": {"net": {"dns": {}, "vswitch": []}}})");
-  GenerateSchemaDocument(document_->GetDocument(), nullptr, schema_->GetDocument(),
-                         result_->GetDocument());
-  EXPECT_EQ(Result().Size(), 2u);
 }
 
 const std::regex kUuid("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
 
 TEST_F(SchemaDocumentTest, GeneratedIdsFillWholeDocumentsThroughTheGeneratedSchema) {
   Generate(R"({"korvo": {"net": {
-      "firewall": {"rules": [{"port": 22}, {"sv_generated_id": "keep", "port": 80}, 7]},
+      "firewall": {"rules": [{"port": 22}, {"sv_generated_id": "keep", "port": 80}, 7, {}]},
       "vswitch": [{"name": "vs0", "portgroups": [{"name": "pg0"}]}]}}})");
-  KorvoSetvault::PopulateGeneratedInstanceId(Schema(), document_->GetDocument());
+  PopulateGeneratedInstanceId(Schema(), *document_);
   const JsonValue& rules = document_->GetDocument()["korvo"]["net"]["firewall"]["rules"];
-  ASSERT_TRUE(rules[0].HasMember("sv_generated_id"));
   EXPECT_TRUE(std::regex_match(rules[0]["sv_generated_id"].GetString(), kUuid));
   EXPECT_EQ(rules[1]["sv_generated_id"], "keep");
   EXPECT_EQ(rules[2], 7);
+  EXPECT_NE(rules[3]["sv_generated_id"], rules[0]["sv_generated_id"]);  // fresh per element
   // Arrays with caller-given ids get nothing.
   EXPECT_EQ(Serialize(document_->GetDocument()["korvo"]["net"]["vswitch"]),
             R"([{"name":"vs0","portgroups":[{"name":"pg0"}]}])");
 }
 
-TEST_F(SchemaDocumentTest, GeneratedIdsInsideInstancesAndFreshPerElement) {
-  const char* schema = R"({"type": "object", "properties": {
-      "zones": {"type": "array", "instanceIdProperty": "zone", "items": {"type": "object",
-        "properties": {"zone": {"type": "string"},
-          "rules": {"type": "array", "generatedInstanceId": true, "items": {"type": "object",
-            "properties": {"sv_generated_id": {"type": "string"}}}}}}},
-      "other": {"type": "array", "items": {"type": "object"}}}})";
-  auto schema_doc = CreateDocumentFromString(schema);
-  auto data = CreateDocumentFromString(R"({"zones": [{"zone": "a", "rules": [{}, {}]},
-      {"zone": "b", "rules": [{"x": 1}]}], "other": [{}], "unknown": [{}]})");
-  KorvoSetvault::PopulateGeneratedInstanceId(schema_doc->GetDocument(), *data);
-  const JsonValue& zones = data->GetDocument()["zones"];
-  std::set<std::string> ids;
-  for (const JsonValue& zone : zones.GetArray()) {
-    for (const JsonValue& rule : zone["rules"].GetArray()) {
-      ASSERT_TRUE(rule.HasMember("sv_generated_id"));
-      ids.insert(rule["sv_generated_id"].GetString());
-    }
-  }
-  EXPECT_EQ(ids.size(), 3u);
-  EXPECT_FALSE(zones[0].HasMember("sv_generated_id"));
-  EXPECT_EQ(Serialize(data->GetDocument()["other"]), "[{}]");
-  EXPECT_EQ(Serialize(data->GetDocument()["unknown"]), "[{}]");
-}
-
-TEST_F(SchemaDocumentTest, GeneratedIdsForOneTypesData) {
-  auto data = CreateDocumentFromString(R"({"enabled": true, "rules": [{"port": 443}]})");
-  auto firewall = SchemaStore::GetCache()->GetSchemaObject("korvo", "net", "firewall");
-  KorvoSetvault::PopulateGeneratedInstanceId(firewall->GetSchemaJson(), *data->GetJsonValuePtr(),
-                                             data->GetAllocator());
-  EXPECT_TRUE(data->GetDocument()["rules"][0].HasMember("sv_generated_id"));
-  EXPECT_FALSE(data->GetDocument().HasMember("sv_generated_id"));
-}
-
-TEST(AddObjectTest, BuildsTheExportLayout) {
+TEST(AddObjectTest, BuildsTheExportLayoutAndRefusesMixingSingletonsAndInstances) {
   auto out = CreateDocument();
-  auto& allocator = out->GetAllocator();
   JsonValue& root = out->GetDocument();
-  auto add = [&](const char* component, const char* group, const char* key, const char* id,
-                 const char* data) {
-    JsonValue value(CreateDocumentFromString(data)->GetDocument(), allocator);
-    SetvaultDocument::AddObject(root, component, group, key, id, value, allocator);
+  auto add = [&](const char* group, const char* key, const char* id, const char* data,
+                 const char* component = "korvo") {
+    JsonValue value(CreateDocumentFromString(data)->GetDocument(), out->GetAllocator());
+    SetvaultDocument::AddObject(root, component, group, key, id, value, out->GetAllocator());
   };
-  add("korvo", "net", "vswitch", "vs0", R"({"name":"vs0","mtu":9000})");
-  add("korvo", "system", "host", "", R"({"hostname":"h1"})");
-  add("korvo", "net", "vswitch", "vs1", R"({"name":"vs1"})");
-  add("nicmgr", "hw", "firmware", "0000:3b:00.0", R"({"pciAddress":"0000:3b:00.0"})");
-  add("korvo", "system", "host", "", R"({"hostname":"h2"})");  // replaces the first
-  EXPECT_EQ(Serialize(root),
-            R"({"korvo":{"net":{"vswitch":[{"name":"vs0","mtu":9000},{"name":"vs1"}]},)"
-            R"("system":{"host":{"hostname":"h2"}}},)"
-            R"("nicmgr":{"hw":{"firmware":[{"pciAddress":"0000:3b:00.0"}]}}})");
-}
-
-TEST(AddObjectTest, RefusesMixingSingletonsAndInstancesUnderOneKey) {
-  auto out = CreateDocument();
-  auto& allocator = out->GetAllocator();
-  JsonValue& root = out->GetDocument();
-  JsonValue first(rapidjson::kObjectType);
-  SetvaultDocument::AddObject(root, "korvo", "net", "dns", "", first, allocator);
-  JsonValue instance(rapidjson::kObjectType);
+  add("net", "vswitch", "vs0", R"({"name":"vs0","mtu":9000})");
+  add("system", "host", "", R"({"hostname":"h1"})");
+  add("net", "vswitch", "vs1", R"({"name":"vs1"})");
+  add("hw", "firmware", "0000:3b:00.0", R"({"pciAddress":"0000:3b:00.0"})", "nicmgr");
+  add("system", "host", "", R"({"hostname":"h2"})");  // replaces the first
+  const std::string layout =
+      R"({"korvo":{"net":{"vswitch":[{"name":"vs0","mtu":9000},{"name":"vs1"}]},)"
+      R"("system":{"host":{"hostname":"h2"}}},)"
+      R"("nicmgr":{"hw":{"firmware":[{"pciAddress":"0000:3b:00.0"}]}}})";
+  EXPECT_EQ(Serialize(root), layout);
   try {
-    SetvaultDocument::AddObject(root, "korvo", "net", "dns", "x", instance, allocator);
+    add("system", "host", "x", "{}");
     ADD_FAILURE() << "instance added to a singleton";
-  } catch (const KorvoSetvault::SetvaultException& e) {
-    EXPECT_EQ(e.GetErrorCode(), KorvoSetvault::SV_ERR_GENERIC);
-    EXPECT_STREQ(e.what(), "Cannot add instance x to korvo/net/dns: it holds a singleton object");
+  } catch (const SetvaultException& e) {
+    EXPECT_EQ(e.GetErrorCode(), SV_ERR_GENERIC);
+    EXPECT_STREQ(e.what(),
+                 "Cannot add instance x to korvo/system/host: it holds a singleton object");
   }
-  JsonValue second(rapidjson::kObjectType);
-  SetvaultDocument::AddObject(root, "korvo", "net", "vswitch", "vs0", second, allocator);
-  JsonValue singleton(rapidjson::kObjectType);
-  EXPECT_THROW(
-      SetvaultDocument::AddObject(root, "korvo", "net", "vswitch", "", singleton, allocator),
-      KorvoSetvault::SetvaultException);
-  root["korvo"].AddMember("storage", 5, allocator);
-  JsonValue third(rapidjson::kObjectType);
-  EXPECT_THROW(
-      SetvaultDocument::AddObject(root, "korvo", "storage", "datastore", "d", third, allocator),
-      KorvoSetvault::SetvaultException);
-  EXPECT_EQ(Serialize(root), R"({"korvo":{"net":{"dns":{},"vswitch":[{}]},"storage":5}})");
+  EXPECT_THROW(add("net", "vswitch", "", "{}"), SetvaultException);
+  root["korvo"].AddMember("storage", 5, out->GetAllocator());
+  EXPECT_THROW(add("storage", "datastore", "d", "{}"), SetvaultException);
+  EXPECT_EQ(Serialize(root["korvo"]["system"]), R"({"host":{"hostname":"h2"}})");  // unchanged
 }
 
 }  // namespace
+}  // namespace KorvoSetvault

@@ -7,42 +7,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "document/setvault_document.h"
-#include "model/setvault_object_impl.h"
 #include "setvault/exceptions.h"
 #include "support/example_schemas.h"
 #include "support/log_capture.h"
+#include "validation/inline_schema.h"
 
 namespace KorvoSetvault {
 namespace {
 
-using setvault_test::ExampleSchemas;
 using setvault_test::LogCapture;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
-using ::testing::UnorderedElementsAreArray;
-
-// A schema object over inline JSON that counts how often its schema is read.
-class InlineSchema : public KorvoSchemaStore::SchemaObject {
- public:
-  explicit InlineSchema(const std::string& schema, bool non_singleton = false)
-      : schema_(CreateDocumentFromString(schema)), non_singleton_(non_singleton) {}
-  const JsonValue& GetSchemaJson() const override {
-    ++reads;
-    return *schema_->GetJsonValuePtr();
-  }
-  bool IsNonSingleton() const override { return non_singleton_; }
-  std::string GetInstanceIdProperty() const override { return non_singleton_ ? "r" : ""; }
-  std::shared_ptr<JsonDoc> GetIdMap() const override { return nullptr; }
-  std::shared_ptr<JsonDoc> GetDefaults() const override { return nullptr; }
-
-  mutable int reads = 0;
-
- private:
-  std::shared_ptr<JsonDoc> schema_;
-  bool non_singleton_;
-};
 
 // A sample whose findings differ for every option set: "r" is required, "n"
 // has a maximum, "v", "c" and "s" are vital, cached and solution-user members,
@@ -55,19 +31,9 @@ const char kSampleSchema[] = R"({"type":"object","required":["r"],"properties":{
     "c":{"type":"integer","cached":true},
     "s":{"type":"integer","solutionUser":true},
     "arr":{"type":"array","instanceIdProperty":"id",
-           "items":{"type":"object","properties":{"id":{"type":"string"},"q":{"type":"integer"}}}}}})";
+           "items":{"type":"object","properties":{"id":{"type":"string"},
+                    "q":{"type":"integer"}}}}}})";
 const char kSampleData[] = R"({"n":9,"v":1,"c":1,"s":1,"x":1,"arr":[{"q":1}]})";
-
-std::shared_ptr<SetvaultObject> MakeObject(const std::string& data,
-                                           const std::shared_ptr<SchemaObject>& schema,
-                                           const SetvaultObjectId& id = SetvaultObjectId("k", "g",
-                                                                                         "c")) {
-  SetvaultObjectImpl::Parts parts;
-  parts.id = id;
-  parts.document = CreateDocumentFromString(data);
-  parts.schema = schema;
-  return std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(parts));
-}
 
 std::vector<std::string> Paths(const std::vector<ErrorInfo>& errors) {
   std::vector<std::string> paths;
@@ -75,122 +41,87 @@ std::vector<std::string> Paths(const std::vector<ErrorInfo>& errors) {
   return paths;
 }
 
-// Runs a throwing check; returns the paths of the findings it threw, and
-// checks its code and message.
-template <typename Check>
-std::vector<std::string> ThrownPaths(Check check, SVErrorCodes code) {
-  auto schema = std::make_shared<InlineSchema>(kSampleSchema);
-  try {
-    check(schema, MakeObject(kSampleData, schema));
-    ADD_FAILURE() << "no exception for code " << code;
-  } catch (const ValidationException& e) {
-    EXPECT_EQ(e.GetErrorCode(), code);
-    EXPECT_STREQ(e.what(), ErrorMessageForId(code));
-    return Paths(e.GetErrors());
-  }
-  return {};
-}
-
-TEST(OptionSetsTest, HoldTheirFixedMembers) {
-  EXPECT_EQ(CachedDataOptions, OptionSet({0, 1, 9}));
-  EXPECT_EQ(VitalDataOptions, OptionSet({0, 1, 5}));
-  EXPECT_EQ(UserDataOptions, OptionSet({0, 1, 3, 7, 8}));
-  EXPECT_EQ(SetOptions, OptionSet({0, 1, 7, 8}));
-  EXPECT_EQ(UpdateOptions, OptionSet({0, 1}));
-  EXPECT_EQ(PartialConfigOptions, OptionSet({0, 1, 3, 7}));
-  EXPECT_EQ(ApplyFileOptions, OptionSet({0, 1, 4, 8}));
-}
+using Check = void (*)(const std::shared_ptr<SchemaObject>&,
+                       const std::shared_ptr<SetvaultObject>&);
 
 TEST(PerOperationChecksTest, EachThrowsItsCodeWithEveryFindingOfItsOptionSet) {
-  EXPECT_THAT(ThrownPaths(ValidateCachedConfig, SV_ERR_CACHED_DATA_INVALID),
-              UnorderedElementsAre("/n", "/v", "/s", "/x", "/arr"));
-  EXPECT_THAT(ThrownPaths(ValidateVitalConfig, SV_ERR_VITAL_DATA_INVALID),
-              UnorderedElementsAre("/n", "/c", "/s", "/x", "/arr"));
-  EXPECT_THAT(ThrownPaths(ValidateUserConfig, SV_ERR_USER_DATA_INVALID),
-              UnorderedElementsAre("/v", "/c", "/s", "/x", "/n", "/r", "/arr/0/id"));
-  EXPECT_THAT(ThrownPaths(ValidatePartialConfig, SV_ERR_PARTIAL_CONFIG_INVALID),
-              UnorderedElementsAre("/v", "/c", "/s", "/x", "/n", "/r"));
-  EXPECT_THAT(ThrownPaths(ValidateSet, SV_ERR_SET_DATA_INVALID),
-              UnorderedElementsAre("/x", "/n", "/r", "/arr/0/id"));
-  EXPECT_THAT(ThrownPaths(ValidateUpdate, SV_ERR_UPDATE_DATA_INVALID),
-              UnorderedElementsAre("/x", "/n"));
-}
-
-TEST(PerOperationChecksTest, ValidDataPasses) {
+  const struct {
+    Check check;
+    SVErrorCodes code;
+    std::vector<std::string> paths;
+    const char* valid;
+  } cases[] = {
+      {ValidateCachedConfig,
+       SV_ERR_CACHED_DATA_INVALID,
+       {"/n", "/v", "/s", "/x", "/arr"},
+       R"({"c":1})"},
+      {ValidateVitalConfig,
+       SV_ERR_VITAL_DATA_INVALID,
+       {"/n", "/c", "/s", "/x", "/arr"},
+       R"({"v":1})"},
+      {ValidateUserConfig,
+       SV_ERR_USER_DATA_INVALID,
+       {"/v", "/c", "/s", "/x", "/n", "/r", "/arr/0/id"},
+       R"({"r":"a"})"},
+      {ValidatePartialConfig,
+       SV_ERR_PARTIAL_CONFIG_INVALID,
+       {"/v", "/c", "/s", "/x", "/n", "/r"},
+       R"({"r":"a","n":1})"},
+      {ValidateSet,
+       SV_ERR_SET_DATA_INVALID,
+       {"/x", "/n", "/r", "/arr/0/id"},
+       R"({"r":"a","n":1,"v":2,"arr":[{"id":"i"}]})"},
+      {ValidateUpdate, SV_ERR_UPDATE_DATA_INVALID, {"/x", "/n"}, R"({"n":5})"},
+  };
   auto schema = std::make_shared<InlineSchema>(kSampleSchema);
-  ValidateSet(schema, MakeObject(R"({"r":"a","n":1,"v":2,"arr":[{"id":"i"}]})", schema));
-  ValidateUpdate(schema, MakeObject(R"({"n":5})", schema));
-  ValidateVitalConfig(schema, MakeObject(R"({"v":1})", schema));
-  ValidateCachedConfig(schema, MakeObject(R"({"c":1})", schema));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.code);
+    c.check(schema, MakeObject(c.valid, schema));
+    try {
+      c.check(schema, MakeObject(kSampleData, schema));
+      ADD_FAILURE() << "no exception";
+    } catch (const ValidationException& e) {
+      EXPECT_EQ(e.GetErrorCode(), c.code);
+      EXPECT_STREQ(e.what(), ErrorMessageForId(c.code));
+      EXPECT_THAT(Paths(e.GetErrors()), ::testing::UnorderedElementsAreArray(c.paths));
+    }
+  }
 }
 
 TEST(PerOperationChecksTest, UserDataChecksCleanTheObjectFirst) {
   // An empty sub-object is removed before validation, so its bad type is
   // never seen; the checks without clean-up see it.
-  const char schema_text[] = R"({"type":"object","properties":{
-      "n":{"type":"integer"},"sub":{"type":"object","properties":{"q":{"type":"integer"}}}}})";
-  auto schema = std::make_shared<InlineSchema>(schema_text);
+  auto schema = std::make_shared<InlineSchema>(R"({"type":"object","properties":{
+      "n":{"type":"integer"},"sub":{"type":"object","properties":{"q":{"type":"integer"}}}}})");
   auto object = MakeObject(R"({"n":1,"sub":{}})", schema);
   ValidateSet(schema, object);
   EXPECT_EQ(object->GetData(), R"({"n":1})");
-  auto kept = MakeObject(R"({"n":1,"sub":{}})", schema);
-  ValidateCachedConfig(std::make_shared<InlineSchema>(R"({"type":"object","cached":true,
-      "properties":{"n":{"type":"integer"},"sub":{"type":"object"}}})"),
-                       kept);
+  auto cached = std::make_shared<InlineSchema>(R"({"type":"object","cached":true,
+      "properties":{"n":{"type":"integer"},"sub":{"type":"object"}}})");
+  auto kept = MakeObject(R"({"n":1,"sub":{}})", cached);
+  ValidateCachedConfig(cached, kept);
   EXPECT_EQ(kept->GetData(), R"({"n":1,"sub":{}})");
 }
 
-TEST(ValidateObjectDataTest, NonObjectDataIsOneFindingWithoutTheValidator) {
-  LogCapture log;
+TEST(ValidateObjectDataTest, NonObjectDataEarlierEntriesAndLoggedFindings) {
+  LogCapture log(0);
   auto schema = std::make_shared<InlineSchema>(kSampleSchema);
+  // Data that is not an object is one finding, without the validator.
   std::vector<ErrorInfo> errors;
   EXPECT_FALSE(ValidateObjectData(schema, MakeObject("[1,2]", schema), SetOptions, errors, false));
   EXPECT_EQ(schema->reads, 0);
   ASSERT_EQ(errors.size(), 1u);
   EXPECT_EQ(errors[0].path, "/");
   EXPECT_EQ(errors[0].message, "Invalid JSON data: Expected JSON of type object.");
-}
-
-TEST(ValidateObjectDataTest, EarlierEntriesCountAndFindingsAreLoggedUnlessQuiet) {
-  LogCapture log(0);
-  auto schema = std::make_shared<InlineSchema>(kSampleSchema);
-  std::vector<ErrorInfo> errors = {{"/earlier", "kept"}};
   EXPECT_FALSE(
       ValidateObjectData(schema, MakeObject(R"({"r":"a"})", schema), SetOptions, errors, false));
-  EXPECT_THAT(Paths(errors), ElementsAre("/earlier"));
+  EXPECT_EQ(errors.size(), 1u);
   EXPECT_TRUE(log.Lines().empty());
   errors.clear();
-  EXPECT_TRUE(
-      ValidateObjectData(schema, MakeObject(R"({"r":"a"})", schema), SetOptions, errors, false));
   EXPECT_FALSE(ValidateObjectData(schema, MakeObject(R"({"r":"a","n":6})", schema), SetOptions,
                                   errors, false));
   EXPECT_TRUE(log.Contains(0, "Validation error at /n: value 6 exceeds maximum 5"));
-  log.Clear();
-  errors.clear();
-  EXPECT_FALSE(ValidateObjectData(schema, MakeObject(R"({"r":"a","n":6})", schema), SetOptions,
-                                  errors, true));
   EXPECT_EQ(errors.size(), 1u);
-  EXPECT_TRUE(log.Lines().empty());
-}
-
-TEST(CollectValidationResultsTest, MalformedResultsThrow1082) {
-  std::vector<ErrorInfo> errors;
-  for (const char* result : {R"({"field":"/","error":"e"})", R"([{"field":"/"}])",
-                             R"([{"field":1,"error":"e"}])", R"([7])"}) {
-    auto document = CreateDocumentFromString(result);
-    try {
-      CollectValidationResults(*document->GetJsonValuePtr(), errors, true);
-      ADD_FAILURE() << "no exception for " << result;
-    } catch (const SetvaultException& e) {
-      EXPECT_EQ(e.GetErrorCode(), SV_ERR_JSON) << result;
-    }
-  }
-  auto good =
-      CreateDocumentFromString(R"([{"field":"/a","error":"e1"},{"field":"/b","error":"e2"}])");
-  CollectValidationResults(*good->GetJsonValuePtr(), errors, true);
-  ASSERT_EQ(errors.size(), 2u);
-  EXPECT_EQ(errors[1].path, "/b");
-  EXPECT_EQ(errors[1].message, "e2");
 }
 
 // --- The store's Validate path ----------------------------------------------
@@ -199,34 +130,29 @@ TEST(ValidateSvoTest, OptionSetFollowsTheTypesTopLevelTag) {
   // A type tagged at the top holds only that kind of data, so "n" passes the
   // vital options for a vital type and the cached ones for a cached type, but
   // fails the other's; the whole-object options check "m", which is required.
-  const char members[] = R"("required":["m"],"properties":{"n":{"type":"integer"},
+  const std::string members = R"("required":["m"],"properties":{"n":{"type":"integer"},
       "m":{"type":"integer"}}})";
-  auto vital =
-      std::make_shared<InlineSchema>(std::string(R"({"type":"object","vital":true,)") + members);
-  auto cached = std::make_shared<InlineSchema>(
-      std::string(R"({"type":"object","vital":false,"cached":true,)") + members);
-  auto plain = std::make_shared<InlineSchema>(std::string(R"({"type":"object",)") + members);
-  const char data[] = R"({"n":1})";
+  auto vital = std::make_shared<InlineSchema>(R"({"type":"object","vital":true,)" + members);
+  auto cached =
+      std::make_shared<InlineSchema>(R"({"type":"object","vital":false,"cached":true,)" + members);
+  auto plain = std::make_shared<InlineSchema>(R"({"type":"object",)" + members);
   std::vector<ErrorInfo> errors;
-  ValidateSVO(vital, MakeObject(data, vital), errors);
+  ValidateSVO(vital, MakeObject(R"({"n":1})", vital), errors);
+  ValidateSVO(cached, MakeObject(R"({"n":1})", cached), errors);
   EXPECT_THAT(errors, IsEmpty());
-  ValidateSVO(cached, MakeObject(data, cached), errors);
-  EXPECT_THAT(errors, IsEmpty());
-  ValidateSVO(plain, MakeObject(data, plain), errors);
+  ValidateSVO(plain, MakeObject(R"({"n":1})", plain), errors);
   EXPECT_THAT(Paths(errors), ElementsAre("/m"));
-  // The same data under the other tag's options does fail.
   errors.clear();
-  EXPECT_FALSE(ValidateObjectData(vital, MakeObject(data, vital), CachedDataOptions, errors, true));
+  // The same data under the other tag's options does fail.
   EXPECT_FALSE(
-      ValidateObjectData(cached, MakeObject(data, cached), VitalDataOptions, errors, true));
+      ValidateObjectData(vital, MakeObject(R"({"n":1})", vital), CachedDataOptions, errors, true));
+  EXPECT_FALSE(
+      ValidateObjectData(cached, MakeObject(R"({"n":1})", cached), VitalDataOptions, errors, true));
   EXPECT_THAT(Paths(errors), ElementsAre("/n", "/n"));
-}
-
-TEST(ValidateSvoTest, NonBooleanTagThrows1082) {
-  auto schema = std::make_shared<InlineSchema>(R"({"type":"object","vital":"true"})");
-  std::vector<ErrorInfo> errors;
+  // A tag that is not a boolean is a JSON error.
+  auto odd = std::make_shared<InlineSchema>(R"({"type":"object","vital":"true"})");
   try {
-    ValidateSVO(schema, MakeObject("{}", schema), errors);
+    ValidateSVO(odd, MakeObject("{}", odd), errors);
     ADD_FAILURE() << "no exception";
   } catch (const SetvaultException& e) {
     EXPECT_EQ(e.GetErrorCode(), SV_ERR_JSON);
@@ -235,48 +161,45 @@ TEST(ValidateSvoTest, NonBooleanTagThrows1082) {
 
 TEST(ValidateSvoTest, IdentityProblemsStopBeforeTheValidator) {
   LogCapture log(0);
-  auto instances = std::make_shared<InlineSchema>(kSampleSchema, true);
-  std::vector<ErrorInfo> errors;
-  ValidateSVO(instances, MakeObject(kSampleData, instances), errors);
-  ASSERT_EQ(errors.size(), 1u);
-  EXPECT_EQ(errors[0].path, "/");
-  EXPECT_EQ(errors[0].message, "/c/g/k is a non-singleton object and needs an instance id");
-  EXPECT_EQ(instances->reads, 0);
-
+  auto instances = std::make_shared<InlineSchema>(kSampleSchema, "r");
   auto single = std::make_shared<InlineSchema>(kSampleSchema);
-  errors.clear();
-  ValidateSVO(single, MakeObject(kSampleData, single, SetvaultObjectId("k", "g", "c", "i")),
-              errors);
-  ASSERT_EQ(errors.size(), 1u);
-  EXPECT_EQ(errors[0].message, "/c/g/k is a singleton object and takes no instance id");
-  EXPECT_EQ(single->reads, 0);
-
-  errors.clear();
-  ValidateSVO(nullptr, MakeObject("{}", nullptr), errors);
-  ASSERT_EQ(errors.size(), 1u);
-  EXPECT_EQ(errors[0].message, "Schema not found for /c/g/k");
+  const struct {
+    std::shared_ptr<InlineSchema> schema;
+    const char* instance;
+    const char* message;
+  } cases[] = {
+      {instances, "", "/c/g/k is a non-singleton object and needs an instance id"},
+      {single, "i", "/c/g/k is a singleton object and takes no instance id"},
+      {nullptr, "", "Schema not found for /c/g/k"},
+  };
+  for (const auto& c : cases) {
+    std::vector<ErrorInfo> errors;
+    ValidateSVO(c.schema,
+                MakeObject(kSampleData, c.schema, SetvaultObjectId("k", "g", "c", c.instance)),
+                errors);
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors[0].path, "/");
+    EXPECT_EQ(errors[0].message, c.message);
+  }
+  EXPECT_EQ(instances->reads + single->reads, 0);
   // The quiet path logs no finding.
-  errors.clear();
+  std::vector<ErrorInfo> errors;
   ValidateSVO(single, MakeObject(kSampleData, single), errors);
   EXPECT_THAT(Paths(errors), UnorderedElementsAre("/x", "/n", "/r", "/arr/0/id"));
-  EXPECT_EQ(log.Lines().size(), 0u);
+  EXPECT_THAT(log.Lines(), IsEmpty());
 }
 
 // --- validateObject, documents and apply files -------------------------------
 
 class SchemaStoreValidationTest : public ::testing::Test {
  protected:
-  std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const char* data) {
-    auto object = std::make_shared<SetvaultObject>(id);
-    object->SetData(data);
-    return object;
-  }
-  ExampleSchemas schemas_;
+  setvault_test::ExampleSchemas schemas_;
 };
 
 TEST_F(SchemaStoreValidationTest, ValidateObjectSkipsDataForNoneAndRead) {
   LogCapture log(2);
-  auto bad = Object(SetvaultObjectId("host", "system", "korvo"), R"({"memoryBytes":-1})");
+  auto bad =
+      MakeObject(R"({"memoryBytes":-1})", nullptr, SetvaultObjectId("host", "system", "korvo"));
   std::vector<ErrorInfo> errors;
   EXPECT_TRUE(validateObject(bad, kNone, errors, ""));
   EXPECT_TRUE(validateObject(bad, kRead, errors, "ignored"));
@@ -289,21 +212,16 @@ TEST_F(SchemaStoreValidationTest, ValidateObjectSkipsDataForNoneAndRead) {
   EXPECT_EQ(errors[0].message,
             "member 'memoryBytes' is not allowed in user data (it is cached data)");
   EXPECT_TRUE(log.Contains(0, "validate completed with errors"));
-  errors.clear();
-  EXPECT_TRUE(
-      validateObject(Object(SetvaultObjectId("host", "system", "korvo"), R"({"hostname":"h"})"),
-                     kModify, errors, ""));
-}
-
-TEST_F(SchemaStoreValidationTest, ValidateObjectWithoutSchemaFailsForEveryAction) {
-  LogCapture log(0);
-  SetvaultObjectImpl::Parts parts;
-  parts.id = SetvaultObjectId("nothing", "here", "korvo", "i1");
-  parts.document = CreateDocumentFromString("{}");
-  auto object = std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(parts));
+  log.Clear();
+  EXPECT_TRUE(validateObject(
+      MakeObject(R"({"hostname":"h"})", nullptr, SetvaultObjectId("host", "system", "korvo")),
+      kModify, errors, ""));
+  EXPECT_TRUE(log.Contains(2, "validate completed successfully"));
+  // Without a schema every action fails.
+  auto unknown = MakeObject("{}", nullptr, SetvaultObjectId("nothing", "here", "korvo", "i1"));
   for (ACTION action : {kNone, kRead, kCreate}) {
-    std::vector<ErrorInfo> errors;
-    EXPECT_FALSE(validateObject(object, action, errors, ""));
+    errors.clear();
+    EXPECT_FALSE(validateObject(unknown, action, errors, ""));
     ASSERT_EQ(errors.size(), 1u);
     EXPECT_EQ(errors[0].path, "korvo/nothing");
     EXPECT_EQ(errors[0].message, "Schema not found.");
@@ -314,32 +232,19 @@ TEST_F(SchemaStoreValidationTest, ValidateObjectWithoutSchemaFailsForEveryAction
 TEST_F(SchemaStoreValidationTest, ImportDocumentIsCheckedAgainstEveryTypeAndGetsGeneratedIds) {
   auto document = CreateDocumentFromString(R"({"korvo":{
       "net":{"firewall":{"enabled":true,"rules":[{"service":"ssh","port":22}]},
-             "vswitch":[{"name":"vs0","mtu":9000},{"name":"vs1","mtu":100}]},
-      "system":{"host":{"hostname":"h"}}}})");
+             "vswitch":[{"name":"vs0","mtu":9000},{"name":"vs1","mtu":100}],
+             "dns":{"servers":[1]}},
+      "system":{"host":{"hostname":"h"}}},"other":{"g":{"k":{}}}})");
   JsonDocument& root = document->GetDocument();
   std::vector<ErrorInfo> errors;
   EXPECT_FALSE(ValidateImportDocument(root, KorvoSchemaStore::SchemaStore::GetCache(), errors));
-  EXPECT_THAT(Paths(errors), ElementsAre("/korvo/net/vswitch/1/mtu"));
-  const JsonValue& rule = root["korvo"]["net"]["firewall"]["rules"][0];
-  ASSERT_TRUE(rule.HasMember("sv_generated_id"));
-  EXPECT_EQ(rule["sv_generated_id"].GetStringLength(), 36u);
-}
-
-TEST_F(SchemaStoreValidationTest, DocumentFindingsOfTheGeneratorComeFirst) {
-  auto document = CreateDocumentFromString(
-      R"({"korvo":{"net":{"dns":{"servers":[1]}}},"other":{"g":{"k":{}}}})");
-  std::vector<ErrorInfo> errors;
-  EXPECT_FALSE(ValidateImportDocument(document->GetDocument(),
-                                      KorvoSchemaStore::SchemaStore::GetCache(), errors));
-  ASSERT_EQ(errors.size(), 2u);
-  EXPECT_EQ(errors[0].path, "/other/g/k");
-  EXPECT_EQ(errors[1].path, "/korvo/net/dns/servers/0");
-}
-
-TEST_F(SchemaStoreValidationTest, DocumentThatIsNotAnObject) {
-  auto document = CreateDocumentFromString("[1]");
-  std::vector<ErrorInfo> errors;
-  EXPECT_FALSE(ValidateImportDocument(document->GetDocument(),
+  // The generator's findings come first.
+  EXPECT_THAT(Paths(errors),
+              ElementsAre("/other/g/k", "/korvo/net/dns/servers/0", "/korvo/net/vswitch/1/mtu"));
+  EXPECT_EQ(root["korvo"]["net"]["firewall"]["rules"][0]["sv_generated_id"].GetStringLength(), 36u);
+  auto list = CreateDocumentFromString("[1]");
+  errors.clear();
+  EXPECT_FALSE(ValidateImportDocument(list->GetDocument(),
                                       KorvoSchemaStore::SchemaStore::GetCache(), errors));
   ASSERT_EQ(errors.size(), 1u);
   EXPECT_EQ(errors[0].path, "/");
@@ -347,20 +252,16 @@ TEST_F(SchemaStoreValidationTest, DocumentThatIsNotAnObject) {
 }
 
 TEST_F(SchemaStoreValidationTest, ValidateDocumentUsesUserDataOptions) {
-  auto make = [](const char* data) {
-    SetvaultObjectImpl::Parts parts;
-    parts.id = SetvaultObjectId("document", "import", "korvo");
-    parts.document = CreateDocumentFromString(data);
-    return std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(parts));
-  };
+  const SetvaultObjectId id("document", "import", "korvo");
+  const char good[] = R"({"korvo":{"system":{"host":{"hostname":"h"}}}})";
   std::vector<ErrorInfo> errors;
-  EXPECT_TRUE(ValidateDocument(make(R"({"korvo":{"system":{"host":{"hostname":"h"}}}})"), errors));
+  EXPECT_TRUE(ValidateDocument(MakeObject(good, nullptr, id), errors));
   // A vital member is not user data.
-  EXPECT_FALSE(
-      ValidateDocument(make(R"({"korvo":{"system":{"host":{"systemUuid":"u"}}}})"), errors));
+  EXPECT_FALSE(ValidateDocument(
+      MakeObject(R"({"korvo":{"system":{"host":{"systemUuid":"u"}}}})", nullptr, id), errors));
   EXPECT_THAT(Paths(errors), ElementsAre("/korvo/system/host/systemUuid"));
   // An earlier entry makes even a valid document fail.
-  EXPECT_FALSE(ValidateDocument(make(R"({"korvo":{"system":{"host":{"hostname":"h"}}}})"), errors));
+  EXPECT_FALSE(ValidateDocument(MakeObject(good, nullptr, id), errors));
 }
 
 TEST(ValidateApplyFileTest, ThrowsEveryFindingWith1091) {
@@ -375,8 +276,8 @@ TEST(ValidateApplyFileTest, ThrowsEveryFindingWith1091) {
     // Solution-user members are allowed; required members are not checked.
     EXPECT_THAT(Paths(e.GetErrors()), UnorderedElementsAre("/v", "/c", "/x", "/n", "/arr/0/id"));
   }
-  auto good = CreateDocumentFromString(R"({"s":1,"n":2})");
-  ValidateApplyFile(*good->GetJsonValuePtr(), *schema->GetJsonValuePtr());
+  ValidateApplyFile(*CreateDocumentFromString(R"({"s":1,"n":2})")->GetJsonValuePtr(),
+                    *schema->GetJsonValuePtr());
 }
 
 }  // namespace
