@@ -251,15 +251,6 @@ TEST_F(NextBootTest, FailedWriteLeavesTheStoreAsItWas) {
   EXPECT_NE(sqlite3_get_autocommit(Db()), 0);  // no transaction left open
 }
 
-// Collects the SQL text of every statement the connection starts.
-int CollectStatement(unsigned type, void* context, void* statement, void* /*unused*/) {
-  if (type == SQLITE_TRACE_STMT) {
-    static_cast<std::vector<std::string>*>(context)->push_back(
-        sqlite3_sql(static_cast<sqlite3_stmt*>(statement)));
-  }
-  return 0;
-}
-
 TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
   const std::string untagged =
       "API should only be invoked for configurations tagged @rebootRequiredSetvault.";
@@ -290,8 +281,7 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
       {[&] { next_boot_->Get(kDevices); }, 2000, "Non-Singleton object should contain instanceId"},
       {[&] { next_boot_->Reset(SetvaultObjectId("gone", "x", "y")); }, 1037, ""},
   };
-  std::vector<std::string> statements;
-  sqlite3_trace_v2(Db(), SQLITE_TRACE_STMT, CollectStatement, &statements);
+  StatementTrace trace(Db());
   for (size_t i = 0; i < refusals.size(); ++i) {
     const std::string message = ExpectThrow<SetvaultException>(refusals[i].call, refusals[i].code);
     if (!refusals[i].message.empty()) {
@@ -302,8 +292,7 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
   next_boot_->Set(nullptr);
   EXPECT_TRUE(next_boot_->GetInstances(nullptr).empty());
   next_boot_->DeleteInstances(nullptr);
-  sqlite3_trace_v2(Db(), 0, nullptr, nullptr);
-  EXPECT_EQ(statements, std::vector<std::string>{});
+  EXPECT_EQ(trace.statements(), std::vector<std::string>{});
 }
 
 TEST_F(NextBootTest, HostFunctionsReportBadInputClearly) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <memory>
 #include <set>
 #include <string>
 
@@ -18,15 +19,6 @@ namespace setvault_test {
 namespace {
 
 using KorvoSetvault::FilterSpecObject;
-
-// Collects the SQL text of every statement the connection starts.
-int CollectStatement(unsigned type, void* context, void* statement, void* /*unused*/) {
-  if (type == SQLITE_TRACE_STMT) {
-    const char* sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
-    if (sql != nullptr) static_cast<std::set<std::string>*>(context)->insert(sql);
-  }
-  return 0;
-}
 
 // The detail lines of the statement's query plan, joined with " | ".
 std::string QueryPlan(sqlite3* db, const std::string& sql) {
@@ -57,8 +49,7 @@ bool IsKeyLookup(const std::string& sql) {
 class StatementIndexTest : public WriteStoreTest {};
 
 TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
-  std::set<std::string> statements;
-  sqlite3_trace_v2(Db(), SQLITE_TRACE_STMT, CollectStatement, &statements);
+  auto trace = std::make_unique<StatementTrace>(Db());
 
   const SetvaultObjectId vs0 = Vswitch("vs0");
   store_->Set(Object(kHost, R"({"hostname": "h", "systemUuid": "u", "cpuModel": "c"})"), kExternal);
@@ -129,7 +120,8 @@ TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
   KorvoSetvault::DeleteAutoConfConfigInstances(vswitches, conn);
   KorvoSetvault::SetKeyValue("BOOT_MODE", "0");
   KorvoSetvault::GetKeyValue("BOOT_MODE");
-  sqlite3_trace_v2(Db(), 0, nullptr, nullptr);
+  const std::set<std::string> statements(trace->statements().begin(), trace->statements().end());
+  trace.reset();  // the plans below are not part of the workload
 
   int key_lookups = 0;
   for (const std::string& sql : statements) {

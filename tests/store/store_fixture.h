@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "dbstore/db_store.h"
 #include "dbstore/db_store_fixture.h"
@@ -34,6 +35,25 @@ inline SetvaultObjectId Vswitch(const std::string& name) {
 inline SetvaultObjectId Datastore(const std::string& label) {
   return SetvaultObjectId("datastore", "storage", "korvo", label);
 }
+
+// Collects the SQL text of every statement `db` starts while it lives.
+class StatementTrace {
+ public:
+  explicit StatementTrace(sqlite3* db) : db_(db) {
+    sqlite3_trace_v2(db_, SQLITE_TRACE_STMT, &StatementTrace::OnStatement, this);
+  }
+  ~StatementTrace() { sqlite3_trace_v2(db_, 0, nullptr, nullptr); }
+  const std::vector<std::string>& statements() const { return statements_; }
+
+ private:
+  static int OnStatement(unsigned, void* self, void* statement, void*) {
+    const char* sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
+    static_cast<StatementTrace*>(self)->statements_.push_back(sql != nullptr ? sql : "");
+    return 0;
+  }
+  sqlite3* db_;
+  std::vector<std::string> statements_;
+};
 
 class WriteStoreTest : public ::testing::Test {
  protected:

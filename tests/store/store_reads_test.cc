@@ -12,6 +12,7 @@
 #include "setvault/exceptions.h"
 #include "setvault/setvault_store.h"
 #include "store/setvault_impl.h"
+#include "store/store_fixture.h"
 #include "support/config_store.h"
 #include "support/expect_error.h"
 #include "support/log_capture.h"
@@ -35,24 +36,6 @@ std::vector<std::string> Names(const std::vector<std::shared_ptr<SetvaultObject>
   for (const auto& object : objects) names.push_back(object->GetSetvaultObjectId().instanceId);
   return names;
 }
-
-// Counts the statements run on one SQLite connection while it lives.
-class StatementCounter {
- public:
-  explicit StatementCounter(sqlite3* db) : db_(db) {
-    sqlite3_trace_v2(db_, SQLITE_TRACE_STMT, &StatementCounter::OnStatement, this);
-  }
-  ~StatementCounter() { sqlite3_trace_v2(db_, 0, nullptr, nullptr); }
-  int count() const { return count_; }
-
- private:
-  static int OnStatement(unsigned, void* self, void*, void*) {
-    ++static_cast<StatementCounter*>(self)->count_;
-    return 0;
-  }
-  sqlite3* db_;
-  int count_ = 0;
-};
 
 class StoreReadsTest : public setvault_test::ConfigStoreTest {
  protected:
@@ -239,13 +222,13 @@ TEST_F(StoreReadsTest, RefusedReadsRunNoStatement) {
        no_schema + " id x"},
   };
   LogCapture log;
-  StatementCounter counter(Db());
+  setvault_test::StatementTrace trace(Db());
   for (const auto& refusal : refusals) ExpectError(refusal.call, refusal.code, refusal.message);
   // Empty pointers give empty results and a warning.
   EXPECT_THAT(store_->GetInstances(nullptr), IsEmpty());
   EXPECT_THAT(store_->GetDefaultConfigInstances(nullptr), IsEmpty());
   EXPECT_THAT(store_->Validate(nullptr), IsEmpty());
-  EXPECT_EQ(counter.count(), 0);
+  EXPECT_THAT(trace.statements(), IsEmpty());
   for (const char* call : {"GetInstances", "GetDefaultConfigInstances", "Validate"}) {
     EXPECT_TRUE(log.Contains(
         1, std::string("[1041] ") + call + ": No object was given (empty object pointer)"));
@@ -253,7 +236,7 @@ TEST_F(StoreReadsTest, RefusedReadsRunNoStatement) {
   EXPECT_EQ(log.CountStartingWith(3, "Validate :"), 0);
   // The counter does see the statements of an accepted read.
   store_->GetRevision(kHost);
-  EXPECT_GT(counter.count(), 0);
+  EXPECT_THAT(trace.statements(), ::testing::Not(IsEmpty()));
 }
 
 TEST_F(StoreReadsTest, FailedRevisionAndInstanceIdQueriesThrow) {
@@ -273,13 +256,13 @@ TEST_F(StoreReadsTest, ValidateReportsEveryFindingWithItsPath) {
     return found;
   };
   const auto some = ::testing::Not(IsEmpty());
-  StatementCounter counter(Db());
+  setvault_test::StatementTrace trace(Db());
   EXPECT_THAT(
       findings(Object(kVs0, R"({"name":"vs0","mtu":100,"bogus":true,
       "teaming":{"policy":"random"},"portgroups":[{"name":"pg","vlanId":5000}]})")),
       UnorderedElementsAre(Pair("/mtu", some), Pair("/bogus", some), Pair("/teaming/policy", some),
                            Pair("/portgroups/0/vlanId", some)));
-  EXPECT_EQ(counter.count(), 0);
+  EXPECT_THAT(trace.statements(), IsEmpty());
   EXPECT_THAT(findings(Object(kVs0, R"({"name":"vs0","mtu":9000})")), IsEmpty());
   EXPECT_THAT(findings(Object(kVs0, R"({"mtu":9000})")), ElementsAre(Pair("/name", some)));
   // Identity problems are one finding at the root.

@@ -327,15 +327,6 @@ TEST_F(TransactionTest, RefusedBeginRunsNothing) {
   EXPECT_EQ(DBStore::CancelTransaction(conn_), 0);
 }
 
-TEST_F(TransactionTest, NestedInTheCallersTransactionCommitsWithIt) {
-  ASSERT_EQ(store_->BeginTransaction(), 0);
-  Execute(conn_, "a", kSucceed);
-  EXPECT_TRUE(InTransaction());
-  EXPECT_EQ(SeenByOther("a"), "0");
-  EXPECT_EQ(store_->CancelTransaction(), 0);
-  EXPECT_EQ(Seen("a"), "0");
-}
-
 TEST_F(TransactionTest, NestedFailureUndoesOnlyItsOwnRows) {
   ASSERT_EQ(store_->BeginTransaction(), 0);
   WriteRow("caller");
