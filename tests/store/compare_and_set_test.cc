@@ -14,8 +14,6 @@ namespace {
 
 using KorvoSetvault::RevisionConflictException;
 
-const SetvaultObjectId kHost("host", "system", "korvo");
-
 std::shared_ptr<SetvaultObject> Host(const std::string& name) {
   auto object = std::make_shared<SetvaultObject>(kHost);
   object->SetData(("{\"hostname\":\"" + name + "\"}").c_str());
@@ -26,16 +24,12 @@ class CompareAndSetTest : public WriteStoreTest {};
 
 TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
   const int read = 1;  // what every case read: host, vs0 and vs1 at revision 1
-  const auto vswitch = [](const std::string& name, int mtu) {
-    return Object(SetvaultObjectId("vswitch", "net", "korvo", name),
-                  R"({"name":")" + name + R"(","mtu":)" + std::to_string(mtu) + "}");
-  };
   // The host's name and the MTU of vs1 ("-": not stored).
   const auto snapshot = [&] {
     std::string name = "-";
     int mtu = 0;
     if (auto host = store_->Get(kHost)) host->GetValue("hostname", &name);
-    auto vs1 = store_->Get(SetvaultObjectId("vswitch", "net", "korvo", "vs1"));
+    auto vs1 = store_->Get(Vswitch("vs1"));
     return name + " " + (vs1 && vs1->GetValue("mtu", &mtu) != 0 ? std::to_string(mtu) : "-");
   };
   const auto set = [&](int revision) { store_->SetIfRevision(Host("new"), revision, kExternal); };
@@ -43,7 +37,7 @@ TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
     store_->UpdateIfRevision(Host("new"), revision, kExternal);
   };
   const auto instances = [&](const std::string& instance, int revision) {
-    store_->SetInstancesIfRevisions({vswitch("vs0", 9000), vswitch("vs1", 9000)},
+    store_->SetInstancesIfRevisions({Switch("vs0", 9000), Switch("vs1", 9000)},
                                     {{instance, revision}}, kExternal);
   };
   // What other writers do between the read and the conditional write.
@@ -51,8 +45,8 @@ TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
   const auto set_b = [&] { store_->Set(Host("b"), kExternal); };
   const auto update_b = [&] { store_->UpdateIfRevision(Host("b"), read, kExternal); };
   const auto remove = [&] { store_->Delete(kHost); };
-  const auto set_vs1 = [&] { store_->Set(vswitch("vs1", 2000), kExternal); };
-  const auto add_vs2 = [&] { store_->Set(vswitch("vs2", 2000), kExternal); };
+  const auto set_vs1 = [&] { store_->Set(Switch("vs1", 2000), kExternal); };
+  const auto add_vs2 = [&] { store_->Set(Switch("vs2", 2000), kExternal); };
   struct Case {
     const char* name;
     std::function<void()> meanwhile, write;
@@ -69,11 +63,10 @@ TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    store_->DeleteInstances(std::make_shared<KorvoSetvault::FilterSpecObject>(
-        SetvaultObjectId("vswitch", "net", "korvo")));
+    store_->DeleteInstances(std::make_shared<KorvoSetvault::FilterSpecObject>(Vswitch("")));
     store_->Delete(kHost);
     store_->Set(Host("start"), kExternal);
-    store_->SetInstances({vswitch("vs0", 1500), vswitch("vs1", 1500)}, kExternal);
+    store_->SetInstances({Switch("vs0", 1500), Switch("vs1", 1500)}, kExternal);
     c.meanwhile();
     try {
       c.write();

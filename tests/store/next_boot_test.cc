@@ -17,23 +17,28 @@
 namespace setvault_test {
 namespace {
 
+using KorvoSetvault::CreateObject;
 using KorvoSetvault::FilterSpecObject;
+using KorvoSetvault::GetBootInfo;
+using KorvoSetvault::GetKernelOptions;
 using KorvoSetvault::NextBootStore;
+using KorvoSetvault::SetBootStatus;
+using KorvoSetvault::SetKeyValue;
+using KorvoSetvault::SetPartialBootStatus;
 using KorvoSetvault::SetvaultException;
+using KorvoSetvault::UpdateKernelOptions;
 using KorvoSetvault::ValidationException;
 
 const SetvaultObjectId kScheduler("cpuScheduler", "hvcore", "korvo");
 const SetvaultObjectId kOptions("options", "hvcore", "korvo");
 const SetvaultObjectId kDevices("pciPassthrough", "hvcore", "korvo");
-const SetvaultObjectId kHost("host", "system", "korvo");
 
 SetvaultObjectId Device(const std::string& address) {
   return SetvaultObjectId("pciPassthrough", "hvcore", "korvo", address);
 }
 std::shared_ptr<SetvaultObject> DeviceObject(const std::string& address, bool enabled) {
-  return KorvoSetvault::CreateObject(
-      Device(address),
-      R"({"address":")" + address + R"(","enabled":)" + (enabled ? "true" : "false") + "}");
+  return CreateObject(Device(address), R"({"address":")" + address + R"(","enabled":)" +
+                                           (enabled ? "true" : "false") + "}");
 }
 // An object of a type the schema store does not know.
 std::shared_ptr<SetvaultObject> SchemaLess(const SetvaultObjectId& id) {
@@ -79,7 +84,7 @@ class NextBootTest : public WriteStoreTest {
 
 TEST_F(NextBootTest, BootCycleOfAHost) {
   // Staging: a singleton, instances (the vital member split off) and their deletions.
-  next_boot_->Set(KorvoSetvault::CreateObject(kScheduler, R"({"reservedCores":2})"));
+  next_boot_->Set(CreateObject(kScheduler, R"({"reservedCores":2})"));
   EXPECT_EQ(Data(next_boot_->Get(kScheduler)), R"({"reservedCores":2})");
   store_->Set(DeviceObject("0000:01:00.0", false), kExternal);  // stored, disabled now
   auto staged_b = DeviceObject("0000:02:00.0", false);
@@ -105,71 +110,66 @@ TEST_F(NextBootTest, BootCycleOfAHost) {
   EXPECT_EQ(Staged(), "|DELETE|-|-|1.1");
 
   // Kernel options: staged and read back at once, the running value kept.
-  KorvoSetvault::UpdateKernelOptions(
-      KorvoSetvault::CreateObject(kOptions, R"({"hugePages":512,"logLevel":"debug"})"));
-  EXPECT_EQ(Data(KorvoSetvault::GetKernelOptions(kOptions)),
-            R"({"hugePages":512,"logLevel":"debug"})");
+  UpdateKernelOptions(CreateObject(kOptions, R"({"hugePages":512,"logLevel":"debug"})"));
+  EXPECT_EQ(Data(GetKernelOptions(kOptions)), R"({"hugePages":512,"logLevel":"debug"})");
   EXPECT_EQ(Column(kOptions, "UserValue"), "<null>");
   // Partial confirmation: the confirmed part is merged, the desired value stays until all
   // of it is applied.
-  KorvoSetvault::SetPartialBootStatus(
-      KorvoSetvault::CreateObject(kOptions, R"({"hugePages":512})"));
+  SetPartialBootStatus(CreateObject(kOptions, R"({"hugePages":512})"));
   EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512})");
   EXPECT_EQ(Data(KorvoSetvault::GetDesiredUserConfig(kOptions, KorvoSetvault::kDesiredUserOnly)),
             R"({"hugePages":512,"logLevel":"debug"})");
-  KorvoSetvault::SetPartialBootStatus(
-      KorvoSetvault::CreateObject(kOptions, R"({"logLevel":"debug"})"));
+  SetPartialBootStatus(CreateObject(kOptions, R"({"logLevel":"debug"})"));
   EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512,"logLevel":"debug"})");
   EXPECT_EQ(Column(kOptions, "DesiredValue"), "<null>");
   // Whole-object confirmation.
-  KorvoSetvault::UpdateKernelOptions(KorvoSetvault::CreateObject(kOptions, R"({"iommu":false})"));
+  UpdateKernelOptions(CreateObject(kOptions, R"({"iommu":false})"));
   const int revision = store_->GetRevision(kOptions);
-  EXPECT_EQ(KorvoSetvault::SetBootStatus(kOptions, false), 0);
+  EXPECT_EQ(SetBootStatus(kOptions, false), 0);
   EXPECT_NE(Column(kOptions, "DesiredValue"), "<null>");
-  EXPECT_EQ(KorvoSetvault::SetBootStatus(kOptions, true), 0);
+  EXPECT_EQ(SetBootStatus(kOptions, true), 0);
   EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512,"logLevel":"debug","iommu":false})");
   EXPECT_EQ(Column(kOptions, "DesiredValue"), "<null>");
   EXPECT_EQ(store_->GetRevision(kOptions), revision);
 
   // The host flags as the host's start-up code writes them.
-  KorvoSetvault::SetKeyValue("BOOT_INFO", R"({"type":3,"reason":"upgrade"})");
-  EXPECT_EQ(KorvoSetvault::GetBootInfo(), 3);
+  SetKeyValue("BOOT_INFO", R"({"type":3,"reason":"upgrade"})");
+  EXPECT_EQ(GetBootInfo(), 3);
   EXPECT_FALSE(KorvoSetvault::IsNexdNotificationEnabled());
-  KorvoSetvault::SetKeyValue("NOTIFY_NEXD", "true");
+  SetKeyValue("NOTIFY_NEXD", "true");
   EXPECT_TRUE(KorvoSetvault::IsNexdNotificationEnabled());
   // While remediated, the kernel options read shows what is staged for the next boot.
-  next_boot_->Set(KorvoSetvault::CreateObject(kOptions, R"({"logLevel":"error"})"));
-  KorvoSetvault::SetKeyValue("BOOT_MODE", "1");
-  EXPECT_EQ(Data(KorvoSetvault::GetKernelOptions(kOptions)), R"({"logLevel":"error"})");
-  KorvoSetvault::SetKeyValue("IS_BOOT", "true");
+  next_boot_->Set(CreateObject(kOptions, R"({"logLevel":"error"})"));
+  SetKeyValue("BOOT_MODE", "1");
+  EXPECT_EQ(Data(GetKernelOptions(kOptions)), R"({"logLevel":"error"})");
+  SetKeyValue("IS_BOOT", "true");
   EXPECT_TRUE(KorvoSetvault::IsBoot());
   EXPECT_THROW(store_->GetNextBootStore(), ValidationException);
 }
 
 TEST_F(NextBootTest, PartialConfirmationOfAnUnconfirmedValueAndItsRefusals) {
   // A user value written during an upgrade waits unconfirmed (Success 0).
-  KorvoSetvault::SetKeyValue("UPGRADE_CTX", "2");
+  SetKeyValue("UPGRADE_CTX", "2");
   store_->Set(Object(kHost, R"({"hostname":"h1","timezone":"UTC"})"), kExternal);
-  KorvoSetvault::SetKeyValue("UPGRADE_CTX", "0");
+  SetKeyValue("UPGRADE_CTX", "0");
   ASSERT_EQ(Column(kHost, "Success"), "0");
   EXPECT_EQ(Data(KorvoSetvault::GetDesiredUserConfig(kHost, KorvoSetvault::kDesiredWithAllParts)),
             R"({"hostname":"h1","timezone":"UTC"})");
 
   const std::string before = Everything();
-  ExpectError([&] { KorvoSetvault::SetPartialBootStatus(Object(kHost, R"({"hostname":"h2"})")); },
-              2000, "partial config being restored is not part of desired config");
+  ExpectError([&] { SetPartialBootStatus(Object(kHost, R"({"hostname":"h2"})")); }, 2000,
+              "partial config being restored is not part of desired config");
   ExpectError(
       [&] {
-        KorvoSetvault::SetPartialBootStatus(
+        SetPartialBootStatus(
             Object(SetvaultObjectId("cpuScheduler", "hvcore", "korvo"), R"({"reservedCores":1})"));
       },
       2000, "desired config is empty");
   ExpectThrow<SetvaultException>(
-      [&] { KorvoSetvault::SetPartialBootStatus(SchemaLess(SetvaultObjectId("gone", "x", "y"))); },
-      1037);
+      [&] { SetPartialBootStatus(SchemaLess(SetvaultObjectId("gone", "x", "y"))); }, 1037);
   EXPECT_EQ(Everything(), before);
 
-  KorvoSetvault::SetPartialBootStatus(Object(kHost, R"({"hostname":"h1"})"));
+  SetPartialBootStatus(Object(kHost, R"({"hostname":"h1"})"));
   EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"h1"})");
   EXPECT_EQ(Column(kHost, "Success"), "1");
   EXPECT_EQ(Column(kHost, "DesiredValue"), R"({"hostname":"h1","timezone":"UTC"})");
@@ -184,9 +184,7 @@ struct NextBootWrite {
 std::vector<NextBootWrite> AllWrites() {
   return {
       {"Set",
-       [](NextBootStore& nb) {
-         nb.Set(KorvoSetvault::CreateObject(kScheduler, R"({"numaBalancing":true})"));
-       }},
+       [](NextBootStore& nb) { nb.Set(CreateObject(kScheduler, R"({"numaBalancing":true})")); }},
       {"SetInstances",
        [](NextBootStore& nb) { nb.SetInstances({DeviceObject("0000:05:00.0", true)}); }},
       {"Delete", [](NextBootStore& nb) { nb.Delete(kScheduler); }},
@@ -197,7 +195,7 @@ std::vector<NextBootWrite> AllWrites() {
 
 TEST_F(NextBootTest, RemediatedHostRefusesEveryChangeAndAChangeMarksTheBootMode) {
   next_boot_->SetInstances({DeviceObject("0000:01:00.0", true)});
-  KorvoSetvault::SetKeyValue("BOOT_MODE", "1");
+  SetKeyValue("BOOT_MODE", "1");
   const std::string before = Everything();
   for (const auto& write : AllWrites()) {
     ExpectError([&] { write.call(*next_boot_); }, 2000,
@@ -205,7 +203,7 @@ TEST_F(NextBootTest, RemediatedHostRefusesEveryChangeAndAChangeMarksTheBootMode)
     EXPECT_EQ(Everything(), before) << write.name;
   }
   for (const auto& write : AllWrites()) {
-    KorvoSetvault::SetKeyValue("BOOT_MODE", "0");
+    SetKeyValue("BOOT_MODE", "0");
     write.call(*next_boot_);
     // A set or delete marks the change; clearing the staged actions does not.
     EXPECT_EQ(KorvoSetvault::GetKeyValue("BOOT_MODE"),
@@ -216,71 +214,41 @@ TEST_F(NextBootTest, RemediatedHostRefusesEveryChangeAndAChangeMarksTheBootMode)
 
 TEST_F(NextBootTest, FailedWriteLeavesTheStoreAsItWas) {
   next_boot_->SetInstances({DeviceObject("0000:01:00.0", true)});
-  next_boot_->Set(KorvoSetvault::CreateObject(kScheduler, R"({"reservedCores":4})"));
+  next_boot_->Set(CreateObject(kScheduler, R"({"reservedCores":4})"));
   store_->Set(DeviceObject("0000:01:00.0", false), kExternal);
-  KorvoSetvault::SetKeyValue("BOOT_MODE", "0");
+  SetKeyValue("BOOT_MODE", "0");
   const std::string before = Everything();
   // The boot-mode mark is the last statement of a set or delete: failing it must undo the
   // staged rows written before it.
-  ASSERT_EQ(RunSql(Db(),
-                   "CREATE TRIGGER Fault BEFORE INSERT ON KeyValue "
-                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
-            SQLITE_OK);
+  Fault("INSERT ON KeyValue");
   for (const auto& write : AllWrites()) {
     if (write.name == std::string("Reset")) continue;
     ExpectError([&] { write.call(*next_boot_); }, 2000, "Failed to write BootMode to database.");
     EXPECT_EQ(Everything(), before) << write.name;
   }
-  ASSERT_EQ(RunSql(Db(), "DROP TRIGGER Fault"), SQLITE_OK);
-  ASSERT_EQ(RunSql(Db(),
-                   "CREATE TRIGGER Fault BEFORE DELETE ON DesiredUserConfig "
-                   "WHEN OLD.Identifier = '0000:01:00.0' "
-                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
-            SQLITE_OK);
+  DropFault();
+  Fault("DELETE ON DesiredUserConfig WHEN OLD.Identifier = '0000:01:00.0'");
   ExpectError([&] { next_boot_->Reset(kDevices); }, 2000,
               "Failed to clear RebootRequired config for svoId: " + kDevices.toString());
   EXPECT_EQ(Everything(), before);
-  ASSERT_EQ(RunSql(Db(), "DROP TRIGGER Fault"), SQLITE_OK);
+  DropFault();
 
   // Confirmation: clearing the desired value is the last of three writes.
-  KorvoSetvault::UpdateKernelOptions(KorvoSetvault::CreateObject(kOptions, R"({"iommu":true})"));
+  UpdateKernelOptions(CreateObject(kOptions, R"({"iommu":true})"));
   const std::string staged = Everything();
-  ASSERT_EQ(RunSql(Db(),
-                   "CREATE TRIGGER Fault BEFORE UPDATE OF DesiredValue ON Config "
-                   "WHEN NEW.DesiredValue IS NULL BEGIN SELECT RAISE(ABORT, 'injected'); END"),
-            SQLITE_OK);
-  ExpectError(
-      [&] {
-        KorvoSetvault::SetPartialBootStatus(
-            KorvoSetvault::CreateObject(kOptions, R"({"iommu":true})"));
-      },
-      2000, "DeleteDesiredValue: Failed to delete DesiredValue for given svoId.");
-  ExpectError([&] { KorvoSetvault::SetBootStatus(kOptions, true); }, 2000,
+  Fault("UPDATE OF DesiredValue ON Config WHEN NEW.DesiredValue IS NULL");
+  ExpectError([&] { SetPartialBootStatus(CreateObject(kOptions, R"({"iommu":true})")); }, 2000,
+              "DeleteDesiredValue: Failed to delete DesiredValue for given svoId.");
+  ExpectError([&] { SetBootStatus(kOptions, true); }, 2000,
               "SetBootStatus: Failed to mark success status for given svoId.");
   EXPECT_EQ(Everything(), staged);
-  ASSERT_EQ(RunSql(Db(), "DROP TRIGGER Fault"), SQLITE_OK);
-  ASSERT_EQ(RunSql(Db(),
-                   "CREATE TRIGGER Fault BEFORE INSERT ON Config "
-                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
-            SQLITE_OK);
+  DropFault();
+  Fault("INSERT ON Config");
   ExpectError(
-      [&] {
-        KorvoSetvault::UpdateKernelOptions(
-            KorvoSetvault::CreateObject(kOptions, R"({"hugePages":2})"));
-      },
-      2000,
+      [&] { UpdateKernelOptions(CreateObject(kOptions, R"({"hugePages":2})")); }, 2000,
       "Database call to update Kernel options configuration failed for: " + kOptions.toString());
   EXPECT_EQ(Everything(), staged);
   EXPECT_NE(sqlite3_get_autocommit(Db()), 0);  // no transaction left open
-}
-
-// Collects the SQL text of every statement the connection starts.
-int CollectStatement(unsigned type, void* context, void* statement, void* /*unused*/) {
-  if (type == SQLITE_TRACE_STMT) {
-    static_cast<std::vector<std::string>*>(context)->push_back(
-        sqlite3_sql(static_cast<sqlite3_stmt*>(statement)));
-  }
-  return 0;
 }
 
 TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
@@ -288,7 +256,7 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
       "API should only be invoked for configurations tagged @rebootRequiredSetvault.";
   auto vswitches = std::make_shared<FilterSpecObject>(SetvaultObjectId("vswitch", "net", "korvo"));
   auto vs0 = Object(SetvaultObjectId("vswitch", "net", "korvo", "vs0"), R"({"name":"vs0"})");
-  auto other_type = KorvoSetvault::CreateObject(kScheduler, R"({"reservedCores":1})");
+  auto other_type = CreateObject(kScheduler, R"({"reservedCores":1})");
   struct Refusal {
     std::function<void()> call;
     int code;
@@ -302,10 +270,9 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
       {[&] { next_boot_->SetInstances({vs0}); }, 2000, untagged},
       {[&] { next_boot_->GetInstances(vswitches); }, 2000, untagged},
       {[&] { next_boot_->DeleteInstances(vswitches); }, 2000, untagged},
-      {[&] { next_boot_->Set(KorvoSetvault::CreateObject(kScheduler, "{}")); }, 2000,
+      {[&] { next_boot_->Set(CreateObject(kScheduler, "{}")); }, 2000,
        "Empty object cannot be set for configurations tagged @rebootRequiredSetvault."},
-      {[&] { next_boot_->Set(KorvoSetvault::CreateObject(kScheduler, R"({"reservedCores":-1})")); },
-       1089, ""},
+      {[&] { next_boot_->Set(CreateObject(kScheduler, R"({"reservedCores":-1})")); }, 1089, ""},
       {[&] {
          next_boot_->SetInstances({DeviceObject("0000:01:00.0", true), other_type});
        },
@@ -314,8 +281,7 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
       {[&] { next_boot_->Get(kDevices); }, 2000, "Non-Singleton object should contain instanceId"},
       {[&] { next_boot_->Reset(SetvaultObjectId("gone", "x", "y")); }, 1037, ""},
   };
-  std::vector<std::string> statements;
-  sqlite3_trace_v2(Db(), SQLITE_TRACE_STMT, CollectStatement, &statements);
+  StatementTrace trace(Db());
   for (size_t i = 0; i < refusals.size(); ++i) {
     const std::string message = ExpectThrow<SetvaultException>(refusals[i].call, refusals[i].code);
     if (!refusals[i].message.empty()) {
@@ -326,8 +292,7 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
   next_boot_->Set(nullptr);
   EXPECT_TRUE(next_boot_->GetInstances(nullptr).empty());
   next_boot_->DeleteInstances(nullptr);
-  sqlite3_trace_v2(Db(), 0, nullptr, nullptr);
-  EXPECT_EQ(statements, std::vector<std::string>{});
+  EXPECT_EQ(trace.statements(), std::vector<std::string>{});
 }
 
 TEST_F(NextBootTest, HostFunctionsReportBadInputClearly) {
@@ -339,51 +304,48 @@ TEST_F(NextBootTest, HostFunctionsReportBadInputClearly) {
                    "'{\"hugePages\":-5}')"),
             SQLITE_OK);
   try {
-    KorvoSetvault::UpdateKernelOptions(KorvoSetvault::CreateObject(kOptions, R"({"iommu":true})"));
+    UpdateKernelOptions(CreateObject(kOptions, R"({"iommu":true})"));
     ADD_FAILURE() << "no exception";
   } catch (const ValidationException& e) {
     EXPECT_EQ(e.GetErrorCode(), 1089);
     ASSERT_EQ(e.GetErrors().size(), 1u);
     EXPECT_EQ(e.GetErrors()[0].path, "/hugePages");
   }
+  UpdateKernelOptions(CreateObject(kOptions, "{}"));  // nothing to stage: no write at all
   EXPECT_EQ(Column(kOptions, "DesiredValue"), R"({"hugePages":-5})");
   for (const auto& id : {kScheduler, SetvaultObjectId("Options", "hvcore", "korvo")}) {
     ExpectError<ValidationException>(
-        [&] { KorvoSetvault::UpdateKernelOptions(KorvoSetvault::CreateObject(kScheduler, "{}")); },
-        2000, "API should only be invoked for Kernel options configuration.");
+        [&] { UpdateKernelOptions(CreateObject(kScheduler, "{}")); }, 2000,
+        "API should only be invoked for Kernel options configuration.");
     ExpectError<ValidationException>(
-        [&] { KorvoSetvault::GetKernelOptions(id); }, 2000,
+        [&] { GetKernelOptions(id); }, 2000,
         "API should only be invoked for Kernel options configuration.");
   }
 
-  KorvoSetvault::SetKeyValue("IS_BOOT", "true");
+  SetKeyValue("IS_BOOT", "true");
   ExpectError<ValidationException>(
-      [] {
-        KorvoSetvault::UpdateKernelOptions(
-            KorvoSetvault::CreateObject(kOptions, R"({"iommu":true})"));
-      },
-      2000, "API cannot be invoked with EXTERNAL context during boot");
+      [] { UpdateKernelOptions(CreateObject(kOptions, R"({"iommu":true})")); }, 2000,
+      "API cannot be invoked with EXTERNAL context during boot");
   EXPECT_EQ(Column(kOptions, "DesiredValue"), R"({"hugePages":-5})");
 
   for (const char* text : {"", "not json", "{\"type\":"}) {
-    KorvoSetvault::SetKeyValue("BOOT_INFO", text);
-    ExpectError([] { KorvoSetvault::GetBootInfo(); }, 2000, "Failed to read BOOT_INFO database.");
+    SetKeyValue("BOOT_INFO", text);
+    ExpectError([] { GetBootInfo(); }, 2000, "Failed to read BOOT_INFO database.");
   }
   for (const char* text : {"[3]", "{\"type\":\"3\"}", "{\"kind\":3}"}) {
-    KorvoSetvault::SetKeyValue("BOOT_INFO", text);
-    ExpectThrow<SetvaultException>([] { KorvoSetvault::GetBootInfo(); }, 1082);
+    SetKeyValue("BOOT_INFO", text);
+    ExpectThrow<SetvaultException>([] { GetBootInfo(); }, 1082);
   }
 
   EXPECT_EQ(KorvoSetvault::GetSchemaVersion(kDevices), "1.2");
   EXPECT_EQ(KorvoSetvault::GetSchemaVersion(SetvaultObjectId("gone", "x", "y")), "");
-  auto created = KorvoSetvault::CreateObject(Device("0000:07:00.0"), R"({"enabled":true})", 7ul);
+  auto created = CreateObject(Device("0000:07:00.0"), R"({"enabled":true})", 7ul);
   EXPECT_EQ(created->GetRevision(), 7);
   EXPECT_EQ(created->GetData(), R"({"enabled":true})");
-  EXPECT_EQ(KorvoSetvault::CreateObject(kScheduler, "{}")->GetRevision(), -1);
-  ExpectThrow<KorvoSetvault::InvalidArgumentException>(
-      [] { KorvoSetvault::CreateObject(kScheduler, "{"); }, 1080);
-  ExpectThrow<SetvaultException>(
-      [] { KorvoSetvault::CreateObject(SetvaultObjectId("gone", "x", "y"), "{}"); }, 1037);
+  EXPECT_EQ(CreateObject(kScheduler, "{}")->GetRevision(), -1);
+  ExpectThrow<KorvoSetvault::InvalidArgumentException>([] { CreateObject(kScheduler, "{"); }, 1080);
+  ExpectThrow<SetvaultException>([] { CreateObject(SetvaultObjectId("gone", "x", "y"), "{}"); },
+                                 1037);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <memory>
 #include <set>
 #include <string>
 
@@ -18,15 +19,6 @@ namespace setvault_test {
 namespace {
 
 using KorvoSetvault::FilterSpecObject;
-
-// Collects the SQL text of every statement the connection starts.
-int CollectStatement(unsigned type, void* context, void* statement, void* /*unused*/) {
-  if (type == SQLITE_TRACE_STMT) {
-    const char* sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
-    if (sql != nullptr) static_cast<std::set<std::string>*>(context)->insert(sql);
-  }
-  return 0;
-}
 
 // The detail lines of the statement's query plan, joined with " | ".
 std::string QueryPlan(sqlite3* db, const std::string& sql) {
@@ -48,46 +40,40 @@ std::string QueryPlan(sqlite3* db, const std::string& sql) {
 // True for statements that look rows up by their key (the only kind that
 // must not scan); whole-store content reads are meant to read every row.
 bool IsKeyLookup(const std::string& sql) {
-  return sql.find("Name = ?") != std::string::npos || sql.find("Name=?") != std::string::npos ||
-         sql.find("Identifier = ?") != std::string::npos ||
-         sql.find("Key = ?") != std::string::npos || sql.find("Name = '") != std::string::npos;
+  for (const char* key : {"Name = ?", "Name=?", "Identifier = ?", "Key = ?", "Name = '"}) {
+    if (sql.find(key) != std::string::npos) return true;
+  }
+  return false;
 }
 
 class StatementIndexTest : public WriteStoreTest {};
 
 TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
-  std::set<std::string> statements;
-  sqlite3_trace_v2(Db(), SQLITE_TRACE_STMT, CollectStatement, &statements);
+  auto trace = std::make_unique<StatementTrace>(Db());
 
-  const SetvaultObjectId host("host", "system", "korvo");
-  const SetvaultObjectId vs0("vswitch", "net", "korvo", "vs0");
-  store_->Set(Object(host, R"({"hostname": "h", "systemUuid": "u", "cpuModel": "c"})"), kExternal);
-  store_->SetUserData(Object(host, R"({"hostname": "h2"})"), kExternal);
-  store_->SetUserData(Object(host, R"({"hostname": "h3"})"), kAutoConfig);
-  store_->SetVitalData(Object(host, R"({"systemUuid": "v"})"));
-  store_->SetCachedData(Object(host, R"({"cpuModel": "x"})"));
-  store_->Update(Object(host, R"({"timezone": "UTC"})"), kExternal);
-  store_->Update(Object(host, R"({"timezone": "CET"})"), kAutoConfig);
-  store_->Set(Object(vs0, R"({"name": "vs0", "mtu": 9000})"), kExternal);
-  store_->SetInstances({Object(SetvaultObjectId("vswitch", "net", "korvo", "vs1"),
-                               R"({"name": "vs1", "mtu": 1500})"),
-                        Object(SetvaultObjectId("vswitch", "net", "korvo", "vs2"),
-                               R"({"name": "vs2", "mtu": 9000})")},
-                       kExternal);
-  store_->Get(host);
-  store_->GetDefaultConfig(host);
-  store_->GetRevision(host);
+  const SetvaultObjectId vs0 = Vswitch("vs0");
+  store_->Set(Object(kHost, R"({"hostname": "h", "systemUuid": "u", "cpuModel": "c"})"), kExternal);
+  store_->SetUserData(Object(kHost, R"({"hostname": "h2"})"), kExternal);
+  store_->SetUserData(Object(kHost, R"({"hostname": "h3"})"), kAutoConfig);
+  store_->SetVitalData(Object(kHost, R"({"systemUuid": "v"})"));
+  store_->SetCachedData(Object(kHost, R"({"cpuModel": "x"})"));
+  store_->Update(Object(kHost, R"({"timezone": "UTC"})"), kExternal);
+  store_->Update(Object(kHost, R"({"timezone": "CET"})"), kAutoConfig);
+  store_->Set(Switch("vs0", 9000), kExternal);
+  store_->SetInstances({Switch("vs1", 1500), Switch("vs2", 9000)}, kExternal);
+  store_->Get(kHost);
+  store_->GetDefaultConfig(kHost);
+  store_->GetRevision(kHost);
   store_->GetInstancesRevision(vs0);
-  store_->GetInstancesRevision(SetvaultObjectId("vswitch", "net", "korvo"));
+  store_->GetInstancesRevision(Vswitch(""));
   store_->GetInstanceIds(vs0);
-  auto filter = std::make_shared<FilterSpecObject>(SetvaultObjectId("vswitch", "net", "korvo"));
+  auto filter = std::make_shared<FilterSpecObject>(Vswitch(""));
   filter->SetValue("mtu", 1500);
   store_->GetInstances(filter);
   store_->GetDefaultConfigInstances(filter);
   store_->DeleteInstances(filter);
   store_->Delete(vs0);
-  store_->DeleteInstances(
-      std::make_shared<FilterSpecObject>(SetvaultObjectId("vswitch", "net", "korvo")));
+  store_->DeleteInstances(std::make_shared<FilterSpecObject>(Vswitch("")));
   // Next-boot staging, kernel options and boot confirmation.
   const SetvaultObjectId device("pciPassthrough", "hvcore", "korvo", "0000:01:00.0");
   auto next_boot = store_->GetNextBootStore();
@@ -105,24 +91,24 @@ TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
   KorvoSetvault::UpdateKernelOptions(Object(kernel, R"({"hugePages": 2, "iommu": true})"));
   KorvoSetvault::SetPartialBootStatus(Object(kernel, R"({"iommu": true})"));
   KorvoSetvault::SetBootStatus(kernel, true);
-  KorvoSetvault::SetBootStatus(SetvaultObjectId("vswitch", "net", "korvo"), true);
+  KorvoSetvault::SetBootStatus(Vswitch(""), true);
   KorvoSetvault::SetKeyValue("BOOT_MODE", "1");
   KorvoSetvault::GetKernelOptions(kernel);
   // Reads and column clears no public operation reaches yet.
   auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
-  const SetvaultObjectId vswitches("vswitch", "net", "korvo");
+  const SetvaultObjectId vswitches = Vswitch("");
   const SetvaultObjectId options("options", "hvcore", "korvo");
-  auto host_schema = KorvoSetvault::LookUpSchema(host);
+  auto host_schema = KorvoSetvault::LookUpSchema(kHost);
   auto vswitch_schema = KorvoSetvault::LookUpSchema(vswitches);
   auto options_schema = KorvoSetvault::LookUpSchema(options);
   auto all_vswitches = std::make_shared<FilterSpecObject>(vswitches);
   for (int flag : {0, 1}) {
-    KorvoSetvault::GetDesiredInternal(host, conn, host_schema, flag);
+    KorvoSetvault::GetDesiredInternal(kHost, conn, host_schema, flag);
     KorvoSetvault::GetDesiredUserConfigInstancesInternal(vswitches, conn, vswitch_schema, flag);
   }
-  KorvoSetvault::GetCurrentConfigInternal(host, conn, host_schema);
+  KorvoSetvault::GetCurrentConfigInternal(kHost, conn, host_schema);
   KorvoSetvault::GetCurrentConfigInstancesInternal(vswitches, conn, vswitch_schema);
-  KorvoSetvault::GetDefaultUserConfigInternal(host, conn, host_schema);
+  KorvoSetvault::GetDefaultUserConfigInternal(kHost, conn, host_schema);
   KorvoSetvault::GetDefaultUserConfigInstancesInternal(vswitches, conn, vswitch_schema);
   KorvoSetvault::GetDefaultUserConfigInstancesInternal(vs0, conn, vswitch_schema);
   KorvoSetvault::GetRebootRequiredConfigInternal(options, conn, options_schema);
@@ -134,7 +120,8 @@ TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
   KorvoSetvault::DeleteAutoConfConfigInstances(vswitches, conn);
   KorvoSetvault::SetKeyValue("BOOT_MODE", "0");
   KorvoSetvault::GetKeyValue("BOOT_MODE");
-  sqlite3_trace_v2(Db(), 0, nullptr, nullptr);
+  const std::set<std::string> statements(trace->statements().begin(), trace->statements().end());
+  trace.reset();  // the plans below are not part of the workload
 
   int key_lookups = 0;
   for (const std::string& sql : statements) {

@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "dbstore/db_store.h"
 #include "dbstore/db_store_fixture.h"
@@ -26,6 +27,33 @@ using KorvoSetvault::USERDATA_CONTEXT;
 
 inline const USERDATA_CONTEXT kExternal{KorvoSetvault::kExternalContext};
 inline const USERDATA_CONTEXT kAutoConfig{KorvoSetvault::kAutoConfigContext};
+inline const SetvaultObjectId kHost("host", "system", "korvo");
+
+inline SetvaultObjectId Vswitch(const std::string& name) {
+  return SetvaultObjectId("vswitch", "net", "korvo", name);
+}
+inline SetvaultObjectId Datastore(const std::string& label) {
+  return SetvaultObjectId("datastore", "storage", "korvo", label);
+}
+
+// Collects the SQL text of every statement `db` starts while it lives.
+class StatementTrace {
+ public:
+  explicit StatementTrace(sqlite3* db) : db_(db) {
+    sqlite3_trace_v2(db_, SQLITE_TRACE_STMT, &StatementTrace::OnStatement, this);
+  }
+  ~StatementTrace() { sqlite3_trace_v2(db_, 0, nullptr, nullptr); }
+  const std::vector<std::string>& statements() const { return statements_; }
+
+ private:
+  static int OnStatement(unsigned, void* self, void* statement, void*) {
+    const char* sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
+    static_cast<StatementTrace*>(self)->statements_.push_back(sql != nullptr ? sql : "");
+    return 0;
+  }
+  sqlite3* db_;
+  std::vector<std::string> statements_;
+};
 
 class WriteStoreTest : public ::testing::Test {
  protected:
@@ -76,12 +104,24 @@ class WriteStoreTest : public ::testing::Test {
                                          "' AND Component = '" + id.component + "'"));
   }
 
+  // Makes the database refuse `event` ("INSERT ON Config WHEN ...") until DropFault().
+  void Fault(const std::string& event) {
+    ASSERT_EQ(RunSql(Db(), "CREATE TRIGGER Fault BEFORE " + event +
+                               " BEGIN SELECT RAISE(ABORT, 'injected'); END"),
+              SQLITE_OK);
+  }
+  void DropFault() { ASSERT_EQ(RunSql(Db(), "DROP TRIGGER Fault"), SQLITE_OK); }
+
   // A new object of `id`'s type holding `json`.
   static std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id,
                                                 const std::string& json) {
     auto object = std::make_shared<SetvaultObject>(id);
     object->SetData(json.c_str());
     return object;
+  }
+  // A vswitch `name` with `mtu`.
+  static std::shared_ptr<SetvaultObject> Switch(const std::string& name, int mtu) {
+    return Object(Vswitch(name), R"({"name":")" + name + R"(","mtu":)" + std::to_string(mtu) + "}");
   }
 
   ExampleSchemas schemas_;

@@ -1,192 +1,127 @@
-// Writes that open their own transaction leave nothing behind when one statement fails, and
-// lists that cannot be written are refused before anything is written.
+// Writes that fail in the database leave nothing behind, on their own or inside a caller's
+// transaction; ids and values holding quotes, SQL, printf directives, control and
+// multi-byte characters are stored byte for byte, and those that cannot be are refused.
 #include <gtest/gtest.h>
 
 #include <functional>
 
 #include "store/store_fixture.h"
+#include "support/log_capture.h"
 
 namespace setvault_test {
 namespace {
 
-SetvaultObjectId Vswitch(const std::string& name) {
-  return SetvaultObjectId("vswitch", "net", "korvo", name);
-}
-SetvaultObjectId Datastore(const std::string& label) {
-  return SetvaultObjectId("datastore", "storage", "korvo", label);
-}
+using KorvoSetvault::FilterSpecObject;
+using KorvoSetvault::SetvaultException;
+using Objects = std::vector<std::shared_ptr<SetvaultObject>>;
+
+const char kOdd[] = "%s%n%d'\"";
 
 class StoreWriteAtomicityTest : public WriteStoreTest {
  protected:
-  // Makes every insert of a row with `identifier` fail inside the database.
-  void FailInsertsOf(const std::string& identifier) {
-    ASSERT_EQ(
-        RunSql(Db(), "CREATE TRIGGER FailOne BEFORE INSERT ON Config WHEN NEW.Identifier = '" +
-                         identifier + "' BEGIN SELECT RAISE(ABORT, 'injected'); END"),
-        SQLITE_OK);
+  // Every Config row, for before/after comparison.
+  std::string Dump() {
+    return QueryText(Db(),
+                     "SELECT group_concat(Name || Identifier || Revision || IFNULL(UserValue, '') "
+                     "|| IFNULL(VitalValue, '') || IFNULL(CachedValue, ''), ';') FROM (SELECT * "
+                     "FROM Config WHERE Identifier NOT IN ('early', 'late') ORDER BY Name, "
+                     "Identifier)");
   }
-  void RemoveFault() { ASSERT_EQ(RunSql(Db(), "DROP TRIGGER FailOne"), SQLITE_OK); }
-
-  std::vector<std::shared_ptr<SetvaultObject>> ThreeSwitches(int mtu) {
-    std::vector<std::shared_ptr<SetvaultObject>> objects;
-    for (const char* name : {"a", "b", "c"}) {
-      objects.push_back(Object(Vswitch(name), std::string(R"({"name":")") + name + R"(","mtu":)" +
-                                                  std::to_string(mtu) + "}"));
+  static Objects Datastores(const std::string& more) {
+    Objects objects;
+    for (const char* label : {"a", "b"}) {
+      objects.push_back(
+          Object(Datastore(label), std::string(R"({"label":")") + label + "\"" + more + "}"));
     }
     return objects;
   }
+  void StoreRows() {
+    store_->SetInstances({Switch("a", 1500), Switch("b", 1500)}, kExternal);
+    store_->SetInstances(Datastores(""), kExternal);
+    store_->Set(Object(kHost, R"({"hostname":"h","systemUuid":"u"})"), kExternal);
+    store_->Set(Object(Datastore(kOdd), R"({"label":"odd"})"), kExternal);
+  }
 };
 
-TEST_F(StoreWriteAtomicityTest, FailingRowOfSetInstancesLeavesNoNewRow) {
-  FailInsertsOf("b");
-  const std::string message = ExpectThrow<KorvoSetvault::SetvaultException>(
-      [&] { store_->SetInstances(ThreeSwitches(1500), kExternal); }, 2000);
-  EXPECT_EQ(message, "WriteComplete failed");
-  EXPECT_EQ(RowCount(Vswitch("")), 0);
-  // The transaction is closed: the connection takes further writes normally.
-  RemoveFault();
-  store_->SetInstances(ThreeSwitches(1500), kExternal);
-  EXPECT_EQ(RowCount(Vswitch("")), 3);
-}
-
-TEST_F(StoreWriteAtomicityTest, FailingRowOfSetInstancesLeavesStoredRowsUnchanged) {
-  store_->SetInstances(ThreeSwitches(1500), kExternal);
-  FailInsertsOf("b");
-  ExpectThrow<KorvoSetvault::SetvaultException>(
-      [&] { store_->SetInstances(ThreeSwitches(9000), kExternal); }, 2000);
-  for (const char* name : {"a", "b", "c"}) {
-    EXPECT_EQ(Column(Vswitch(name), "UserValue"),
-              std::string(R"({"name":")") + name + R"(","mtu":1500})");
-    EXPECT_EQ(store_->GetRevision(Vswitch(name)), 1);
+// Each failing write on its own: its message, no row changed, no transaction left open.
+TEST_F(StoreWriteAtomicityTest, FailingStatementLeavesTheStoreAsItWas) {
+  StoreRows();
+  auto mtu1500 = std::make_shared<FilterSpecObject>(Vswitch(""));
+  mtu1500->SetValue("mtu", 1500);
+  const struct {
+    const char* event;
+    std::function<void()> call;
+    std::string message;
+  } cases[] = {
+      {"INSERT ON Config WHEN NEW.Identifier = 'c'",
+       [&] {
+         store_->SetInstances({Switch("b", 9000), Switch("c", 1500)}, kExternal);
+       },
+       "WriteComplete failed"},
+      {"INSERT ON Config WHEN NEW.Identifier = 'b'",
+       [&] {
+         store_->SetInstances({Switch("a", 9000), Switch("b", 9000)}, kExternal);
+       },
+       "WriteComplete failed"},
+      {"INSERT ON Config WHEN NEW.Identifier = 'b'",
+       [&] { store_->SetCachedDataInstances(Datastores(R"(,"capacityBytes":1)")); },
+       "Write config instances failed"},
+      {"UPDATE ON Config", [&] { store_->Update(Switch("b", 9000), kExternal); },
+       "Database call to update configuration by context failed for: " + Vswitch("b").toString()},
+      {"DELETE ON Config WHEN OLD.Identifier = 'b'", [&] { store_->DeleteInstances(mtu1500); }, ""},
+      {"INSERT ON Config WHEN NEW.Name = 'host'",
+       [&] { store_->Set(Object(kHost, R"({"hostname":"x"})"), kExternal); },
+       "WriteComplete failed"},
+      // Failure messages show hostile ids verbatim.
+      {"DELETE ON Config", [&] { store_->Delete(Datastore(kOdd)); },
+       "Delete failed: " + Datastore(kOdd).toString()},
+  };
+  const std::string before = Dump();
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.event);
+    Fault(c.event);
+    const std::string message = ExpectThrow<SetvaultException>(c.call, 2000);
+    if (!c.message.empty()) {
+      EXPECT_EQ(message, c.message);
+    }
+    EXPECT_EQ(Dump(), before);
+    EXPECT_NE(sqlite3_get_autocommit(Db()), 0);
+    DropFault();
   }
-}
-
-TEST_F(StoreWriteAtomicityTest, FailingRowOfOneColumnInstanceWriteLeavesNothing) {
-  store_->SetInstances(
-      {Object(Datastore("d1"), R"({"label":"d1"})"), Object(Datastore("d2"), R"({"label":"d2"})"),
-       Object(Datastore("d3"), R"({"label":"d3"})")},
-      kExternal);
-  FailInsertsOf("d2");
-  const std::string message = ExpectThrow<KorvoSetvault::SetvaultException>(
-      [&] {
-        store_->SetCachedDataInstances({Object(Datastore("d1"), R"({"capacityBytes":1})"),
-                                        Object(Datastore("d2"), R"({"capacityBytes":2})"),
-                                        Object(Datastore("d3"), R"({"capacityBytes":3})")});
-      },
-      2000);
-  EXPECT_EQ(message, "Write config instances failed");
-  EXPECT_EQ(Column(Datastore("d1"), "CachedValue"), "<null>");
-  EXPECT_EQ(store_->GetRevision(Datastore("d1")), 1);
-}
-
-TEST_F(StoreWriteAtomicityTest, FailingUpdateLeavesTheStoredObject) {
-  store_->Set(Object(Vswitch("b"), R"({"name":"b","mtu":1500})"), kExternal);
-  ASSERT_EQ(RunSql(Db(),
-                   "CREATE TRIGGER FailOne BEFORE UPDATE ON Config "
-                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
-            SQLITE_OK);
-  const std::string message = ExpectThrow<KorvoSetvault::SetvaultException>(
-      [&] { store_->Update(Object(Vswitch("b"), R"({"name":"b","mtu":9000})"), kExternal); }, 2000);
-  EXPECT_EQ(message, "Database call to update configuration by context failed for: " +
-                         Vswitch("b").toString());
-  EXPECT_EQ(Column(Vswitch("b"), "UserValue"), R"({"name":"b","mtu":1500})");
-}
-
-TEST_F(StoreWriteAtomicityTest, FailingDeleteByFilterRemovesNothing) {
-  store_->SetInstances(ThreeSwitches(9000), kExternal);
-  ASSERT_EQ(RunSql(Db(),
-                   "CREATE TRIGGER FailOne BEFORE DELETE ON Config WHEN OLD.Identifier = 'b' "
-                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
-            SQLITE_OK);
-  auto filter = std::make_shared<KorvoSetvault::FilterSpecObject>(Vswitch(""));
-  filter->SetValue("mtu", 9000);
-  ExpectThrow<KorvoSetvault::SetvaultException>([&] { store_->DeleteInstances(filter); }, 2000);
-  EXPECT_EQ(RowCount(Vswitch("")), 3);
-}
-
-TEST_F(StoreWriteAtomicityTest, FailingWholeObjectWriteThrowsAndWritesNothing) {
-  FailInsertsOf("");
-  const SetvaultObjectId host("host", "system", "korvo");
-  const std::string message = ExpectThrow<KorvoSetvault::SetvaultException>(
-      [&] { store_->Set(Object(host, R"({"hostname":"h"})"), kExternal); }, 2000);
-  EXPECT_EQ(message, "WriteComplete failed");
-  EXPECT_EQ(RowCount(host), 0);
-}
-
-TEST_F(StoreWriteAtomicityTest, SetOnItsOwnCommitsAndLeavesNoTransactionOpen) {
-  store_->Set(Object(Vswitch("a"), R"({"name":"a"})"), kExternal);
-  EXPECT_NE(sqlite3_get_autocommit(Db()), 0);
+  // Set on its own commits: another connection sees the row.
+  store_->Set(Switch("c", 1500), kExternal);
   auto other = DBStore::OpenStoreConnection(KorvoSetvault::GetStorePath(), false);
   ASSERT_TRUE(other);
   EXPECT_EQ(QueryText(DBStore::GetSqliteHandle(*other),
-                      "SELECT UserValue FROM Config WHERE Identifier = 'a'"),
-            R"({"name":"a"})");
-  FailInsertsOf("b");
-  EXPECT_THROW(store_->Set(Object(Vswitch("b"), R"({"name":"b"})"), kExternal),
-               KorvoSetvault::SetvaultException);
-  EXPECT_NE(sqlite3_get_autocommit(Db()), 0);
+                      "SELECT UserValue FROM Config WHERE Identifier = 'c'"),
+            R"({"name":"c","mtu":1500})");
 }
 
 // One rule for every write inside a caller's transaction: a failure undoes the
 // operation's own writes (also the rows it wrote before the failing one) and
 // leaves the caller's transaction usable, with its earlier writes.
 TEST_F(StoreWriteAtomicityTest, FailedWriteInsideCallersTransactionUndoesOnlyItself) {
-  const SetvaultObjectId host("host", "system", "korvo");
-  auto vswitch = [&](const char* name, int mtu) {
-    return Object(Vswitch(name),
-                  std::string(R"({"name":")") + name + R"(","mtu":)" + std::to_string(mtu) + "}");
-  };
-  auto datastore = [&](const char* label, const std::string& more) {
-    return Object(Datastore(label), std::string(R"({"label":")") + label + "\"" + more + "}");
-  };
-  auto mtu1500 = [] {
-    auto filter = std::make_shared<KorvoSetvault::FilterSpecObject>(Vswitch(""));
-    filter->SetValue("mtu", 1500);
-    return filter;
-  };
+  StoreRows();
   // Each operation touches a row the fault refuses ("b", or the host); the
   // instance operations write "a" first.
-  const struct {
-    const char* operation;
-    std::function<void()> call;
-  } operations[] = {
-      {"Set", [&] { store_->Set(vswitch("b", 9000), kExternal); }},
-      {"SetUserData", [&] { store_->SetUserData(vswitch("b", 9000), kExternal); }},
-      {"SetVitalData", [&] { store_->SetVitalData(Object(host, R"({"systemUuid":"u2"})")); }},
-      {"SetCachedData", [&] { store_->SetCachedData(datastore("b", R"(,"capacityBytes":2)")); }},
-      {"Update", [&] { store_->Update(vswitch("b", 9000), kExternal); }},
-      {"Delete", [&] { store_->Delete(Vswitch("b")); }},
-      {"DeleteInstances by filter", [&] { store_->DeleteInstances(mtu1500()); }},
-      {"DeleteInstances of all",
-       [&] {
-         store_->DeleteInstances(std::make_shared<KorvoSetvault::FilterSpecObject>(Vswitch("")));
-       }},
-      {"SetInstances",
-       [&] {
-         store_->SetInstances({vswitch("a", 9000), vswitch("b", 9000)}, kExternal);
-       }},
-      {"SetUserDataInstances",
-       [&] {
-         store_->SetUserDataInstances({vswitch("a", 9000), vswitch("b", 9000)}, kExternal);
-       }},
-      {"SetCachedDataInstances",
-       [&] {
-         store_->SetCachedDataInstances(
-             {datastore("a", R"(,"capacityBytes":1)"), datastore("b", R"(,"capacityBytes":2)")});
-       }},
-      {"SetVitalDataInstances",
-       [&] {
-         store_->SetVitalDataInstances({datastore("a", ""), datastore("b", "")});
-       }},
+  const std::function<void()> operations[] = {
+      [&] { store_->Set(Switch("b", 9000), kExternal); },
+      [&] { store_->SetUserData(Switch("b", 9000), kExternal); },
+      [&] { store_->SetVitalData(Object(kHost, R"({"systemUuid":"u2"})")); },
+      [&] { store_->SetCachedData(Datastores(R"(,"capacityBytes":2)")[1]); },
+      [&] { store_->Update(Switch("b", 9000), kExternal); },
+      [&] { store_->Delete(Vswitch("b")); },
+      [&] { store_->DeleteInstances(std::make_shared<FilterSpecObject>(Vswitch(""))); },
+      [&] {
+        store_->SetInstances({Switch("a", 9000), Switch("b", 9000)}, kExternal);
+      },
+      [&] {
+        store_->SetUserDataInstances({Switch("a", 9000), Switch("b", 9000)}, kExternal);
+      },
+      [&] { store_->SetCachedDataInstances(Datastores(R"(,"capacityBytes":1)")); },
+      [&] { store_->SetVitalDataInstances(Datastores("")); },
   };
-  store_->SetInstances({vswitch("a", 1500), vswitch("b", 1500)}, kExternal);
-  store_->SetInstances({datastore("a", ""), datastore("b", "")}, kExternal);
-  store_->Set(Object(host, R"({"hostname":"h","systemUuid":"u"})"), kExternal);
-  const std::string kDump =
-      "SELECT group_concat(Name || Identifier || Revision || IFNULL(UserValue, '') || "
-      "IFNULL(VitalValue, '') || IFNULL(CachedValue, ''), ';') FROM (SELECT * FROM Config WHERE "
-      "Identifier NOT IN ('early', 'late') ORDER BY Name, Identifier)";
-  const std::string before = QueryText(Db(), kDump);
+  const std::string before = Dump();
   for (const char* statement : {"INSERT", "UPDATE", "DELETE"}) {
     const char* row = std::string(statement) == "DELETE" ? "OLD" : "NEW";
     ASSERT_EQ(RunSql(Db(), std::string("CREATE TRIGGER Fail") + statement + " BEFORE " + statement +
@@ -194,64 +129,115 @@ TEST_F(StoreWriteAtomicityTest, FailedWriteInsideCallersTransactionUndoesOnlyIts
                                ".Name = 'host' BEGIN SELECT RAISE(ABORT, 'injected'); END"),
               SQLITE_OK);
   }
-  for (const auto& op : operations) {
-    SCOPED_TRACE(op.operation);
+  for (size_t i = 0; i < std::size(operations); ++i) {
+    SCOPED_TRACE(i);
     ASSERT_EQ(store_->BeginTransaction(), 0);
     store_->Set(Object(Vswitch("early"), R"({"name":"early"})"), kExternal);
-    EXPECT_THROW(op.call(), KorvoSetvault::SetvaultException);
+    EXPECT_THROW(operations[i](), SetvaultException);
     // Still usable: a further write joins it, and the commit keeps both.
     store_->Set(Object(Vswitch("late"), R"({"name":"late"})"), kExternal);
     EXPECT_NO_THROW(store_->CommitTransaction());
-    EXPECT_EQ(QueryText(Db(), kDump), before);
+    EXPECT_EQ(Dump(), before);
     EXPECT_EQ(Column(Vswitch("early"), "UserValue"), R"({"name":"early"})");
     ASSERT_EQ(RunSql(Db(), "DELETE FROM Config WHERE Identifier IN ('early', 'late')"), SQLITE_OK);
   }
 }
 
-TEST_F(StoreWriteAtomicityTest, MixedTypesAreRefusedWith1062BeforeAnythingIsWritten) {
-  auto mixed = [&] {
-    return std::vector<std::shared_ptr<SetvaultObject>>{
-        Object(Vswitch("a"), R"({"name":"a"})"), Object(Datastore("d1"), R"({"label":"d1"})")};
+TEST_F(StoreWriteAtomicityTest, HostileIdsAndValuesKeepEveryByte) {
+  const std::string texts[] = {"it's",
+                               "say \"hi\"",
+                               "a; DROP TABLE Config; --",
+                               "'); DELETE FROM Config WHERE ('1'='1",
+                               "%s%n%d%%",
+                               "\x01\x1f\x7f tab\there\r\n",
+                               "caf\xc3\xa9 \xe6\x97\xa5 \xf0\x9f\x94\x91",
+                               std::string(1000, 'L') + ";"};
+  auto datastore = [](const std::string& label, const std::string& device) {
+    auto object = std::make_shared<SetvaultObject>(Datastore(label));
+    object->SetValue("device", std::string_view(device));
+    return object;
   };
-  ExpectThrow<KorvoSetvault::InvalidArgumentException>(
-      [&] { store_->SetInstances(mixed(), kExternal); }, 1062);
-  ExpectThrow<KorvoSetvault::InvalidArgumentException>(
-      [&] { store_->SetUserDataInstances(mixed(), kExternal); }, 1062);
-  ExpectThrow<KorvoSetvault::InvalidArgumentException>(
-      [&] { store_->SetVitalDataInstances(mixed()); }, 1062);
-  ExpectThrow<KorvoSetvault::InvalidArgumentException>(
-      [&] { store_->SetCachedDataInstances(mixed()); }, 1062);
-  EXPECT_EQ(QueryText(Db(), "SELECT COUNT(*) FROM Config"), "0");
-  // No transaction was left open: a failing nested cancel would end the process, and the
-  // next own-transaction write would nest in a stale one.
-  EXPECT_EQ(store_->BeginTransaction(), 0);
-  EXPECT_EQ(store_->CancelTransaction(), 0);
-}
-
-TEST_F(StoreWriteAtomicityTest, EmptyListsAreRefusedWith1061) {
-  const std::vector<std::shared_ptr<SetvaultObject>> nothing;
-  const std::vector<std::shared_ptr<SetvaultObject>> only_nulls{nullptr, nullptr};
-  for (const auto& list : {nothing, only_nulls}) {
-    ExpectThrow<KorvoSetvault::InvalidArgumentException>(
-        [&] { store_->SetInstances(list, kExternal); }, 1061);
-    ExpectThrow<KorvoSetvault::InvalidArgumentException>(
-        [&] { store_->SetUserDataInstances(list, kExternal); }, 1061);
-    ExpectThrow<KorvoSetvault::InvalidArgumentException>(
-        [&] { store_->SetVitalDataInstances(list); }, 1061);
-    ExpectThrow<KorvoSetvault::InvalidArgumentException>(
-        [&] { store_->SetCachedDataInstances(list); }, 1061);
+  Objects objects;
+  for (const std::string& text : texts) objects.push_back(datastore(text, "dev"));
+  store_->SetInstances(objects, kExternal);
+  for (const std::string& text : texts) {
+    store_->Set(datastore(text, text), kExternal);
+    store_->Update(datastore(text, text + "!"), kExternal);
+    std::string device, stored_label;
+    auto stored = store_->Get(Datastore(text));
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(stored->GetValue("device", &device), 1);
+    EXPECT_EQ(stored->GetValue("label", &stored_label), 1);
+    EXPECT_EQ(device + stored_label, text + "!" + text);
+    EXPECT_EQ(store_->GetRevision(Datastore(text)), 2);
   }
-  // Empty pointers among real objects are skipped.
-  store_->SetInstances({nullptr, Object(Vswitch("a"), R"({"name":"a"})"), nullptr}, kExternal);
-  EXPECT_EQ(RowCount(Vswitch("")), 1);
+  // Nothing was executed as SQL; a filter on a hostile value selects exactly its instance.
+  auto filter = std::make_shared<FilterSpecObject>(Datastore(""));
+  filter->SetValue("device", std::string_view(texts[3] + "!"));
+  store_->DeleteInstances(filter);
+  store_->Delete(Datastore(texts[2]));
+  EXPECT_EQ(store_->GetInstanceIds(Datastore("")).size(), std::size(texts) - 2);
+  EXPECT_EQ(Column(Datastore(texts[4]), "Identifier"), texts[4]);
+  EXPECT_EQ(Column(Datastore(texts[3]), "Identifier"), "<none>");
 }
 
-TEST_F(StoreWriteAtomicityTest, InvalidObjectInAListIsRefusedBeforeAnythingIsWritten) {
-  auto objects = ThreeSwitches(1500);
-  objects[2]->SetValue("mtu", 5);
-  ExpectThrow<KorvoSetvault::ValidationException>([&] { store_->SetInstances(objects, kExternal); },
-                                                  1089);
-  EXPECT_EQ(RowCount(Vswitch("")), 0);
+// Ids and values that could not be stored faithfully (a NUL byte in an instance id
+// once read back cut, yielding a second row on rewrite; invalid UTF-8 was stored
+// verbatim) are refused where they enter, with their error, and nothing is written.
+TEST_F(StoreWriteAtomicityTest, UnstorableIdsAndValuesAreRefusedAndNothingIsWritten) {
+  LogCapture log(0);
+  const std::string nul_id("vs\0b", 4);
+  const std::string kNulId = "Instance id cannot contain a NUL byte";
+  const std::string kBadId = "Instance id must be valid UTF-8";
+  const std::string kBadText = "String value is not valid UTF-8";
+  auto label = [](const std::string& id) {
+    auto object = std::make_shared<SetvaultObject>(Datastore(id));
+    object->SetValue("device", "d");
+    return object;
+  };
+  auto fresh = [] { return std::make_shared<SetvaultObject>(Datastore("d0")); };
+  const struct {
+    std::function<void()> call;
+    int code;
+    std::string message;
+  } cases[] = {
+      {[&] { store_->Set(label(nul_id), kExternal); }, 2000, kNulId},
+      {[&] {
+         store_->SetInstances({label("ok"), label(nul_id)}, kExternal);
+       },
+       2000, kNulId},
+      {[&] { store_->Update(label("\xff"), kExternal); }, 2000, kBadId},
+      {[&] { store_->SetCachedData(label("\xc0\xaf")); }, 2000, kBadId},  // overlong
+      {[&] { store_->Get(Datastore(nul_id)); }, 2000, kNulId},
+      {[&] { Object(Datastore("d0"), "{\"device\": \"\xff\"}"); }, 1080,
+       "Invalid JSON text at offset 12: Invalid encoding in string."},
+      {[&] { Object(Datastore("d0"), std::string(600, '[') + std::string(600, ']')); }, 1080,
+       "Invalid JSON text at offset 512: arrays and objects nested deeper than 512 levels."},
+      {[&] { fresh()->SetValue("device", "caf\xc3"); }, 2000, kBadText},
+      {[&] {
+         fresh()->SetValue("tags", std::vector<std::string>{"ok", "\xed\xa0\x80"});
+       },
+       2000, kBadText},
+      {[&] { fresh()->SetValue("\xfe", 1); }, 2000, "Member name is not valid UTF-8"},
+  };
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    EXPECT_EQ(ExpectThrow<SetvaultException>(cases[i].call, cases[i].code), cases[i].message) << i;
+  }
+  // A value built as a JSON value skips the setters; the write refuses it with
+  // the pointer of the bad text.
+  KorvoSetvault::JsonDocument scratch;
+  auto object = label("d1");
+  object->SetValueEx("device", KorvoSetvault::JsonValue("\xff\xfe", scratch.GetAllocator()));
+  try {
+    store_->Set(object, kExternal);
+    ADD_FAILURE() << "invalid UTF-8 stored";
+  } catch (const KorvoSetvault::ValidationException& e) {
+    EXPECT_EQ(e.GetErrorCode(), 1089);
+    ASSERT_FALSE(e.GetErrors().empty());
+    EXPECT_EQ(e.GetErrors()[0].path, "/device");
+    EXPECT_EQ(e.GetErrors()[0].message, "Text is not valid UTF-8.");
+  }
+  EXPECT_EQ(RowCount(Datastore("")), 0);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <sqlite3.h>
 
 #include <exception>
+#include <functional>
 #include <stdexcept>
 
 #include "setvault/exceptions.h"
@@ -13,12 +14,13 @@
 #include "store/setvault_impl.h"
 #include "store/transaction_scope.h"
 #include "support/config_store.h"
+#include "support/expect_error.h"
 
 namespace KorvoSetvault {
 namespace {
 
 using setvault_test::ConfigStoreTest;
-using ::testing::IsEmpty;
+using setvault_test::ExpectError;
 
 // A store whose transaction calls can be made to fail, counting the calls.
 class ScriptedStore : public SetvaultImpl {
@@ -93,72 +95,44 @@ class TransactionTest : public ConfigStoreTest {
 
 // --- SetvaultTransaction --------------------------------------------------
 
-TEST_F(TransactionTest, GuardLeftInScopeRollsBack) {
-  {
-    SetvaultTransaction transaction(store_);
-    WriteRow("a");
-    EXPECT_EQ(Seen("a"), "1");
-    EXPECT_EQ(SeenByOther("a"), "0");
-  }
-  EXPECT_EQ(scripted_->cancels, 1);
-  EXPECT_FALSE(InTransaction());
-  EXPECT_EQ(Seen("a"), "0");
-  EXPECT_EQ(SeenByOther("a"), "0");
-}
-
-TEST_F(TransactionTest, GuardRollsBackWhenAnExceptionLeavesTheScope) {
-  try {
-    SetvaultTransaction transaction(store_);
-    WriteRow("a");
-    throw std::runtime_error("caller failed");
-  } catch (const std::runtime_error&) {
-  }
-  EXPECT_FALSE(InTransaction());
-  EXPECT_EQ(SeenByOther("a"), "0");
-}
-
-TEST_F(TransactionTest, CommittedGuardKeepsTheRowsAndCancelsNothing) {
-  {
-    SetvaultTransaction transaction(store_);
-    WriteRow("a");
-    EXPECT_EQ(transaction.Commit(), 0);
-  }
-  EXPECT_EQ(scripted_->cancels, 0);
-  EXPECT_FALSE(InTransaction());
-  EXPECT_EQ(SeenByOther("a"), "1");
-}
-
-TEST_F(TransactionTest, CancelledGuardRollsBackOnce) {
-  {
-    SetvaultTransaction transaction(store_);
-    WriteRow("a");
-    EXPECT_EQ(transaction.Cancel(), 0);
+TEST_F(TransactionTest, GuardRollsBackUnlessCommitted) {
+  const struct {
+    const char* name;
+    std::function<void(SetvaultTransaction&)> end;
+    int cancels;
+    const char* seen;
+  } cases[] = {
+      {"left in scope", [](SetvaultTransaction&) {}, 1, "0"},
+      // Unwinding takes the database layer's rollback, not the store's cancel.
+      {"exception", [](SetvaultTransaction&) { throw std::runtime_error("caller failed"); }, 0,
+       "0"},
+      {"committed", [](SetvaultTransaction& t) { EXPECT_EQ(t.Commit(), 0); }, 0, "1"},
+      {"cancelled once", [](SetvaultTransaction& t) { EXPECT_EQ(t.Cancel(), 0); }, 1, "0"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    scripted_->cancels = 0;
+    try {
+      SetvaultTransaction transaction(store_);
+      WriteRow(c.name);
+      EXPECT_EQ(Seen(c.name), "1");
+      EXPECT_EQ(SeenByOther(c.name), "0");
+      c.end(transaction);
+    } catch (const std::runtime_error&) {
+    }
+    EXPECT_EQ(scripted_->cancels, c.cancels);
     EXPECT_FALSE(InTransaction());
+    EXPECT_EQ(SeenByOther(c.name), c.seen);
   }
-  EXPECT_EQ(scripted_->cancels, 1);
-  EXPECT_EQ(Seen("a"), "0");
 }
 
-TEST_F(TransactionTest, GuardOnAnEmptyStoreThrowsBeforeAnyCall) {
+TEST_F(TransactionTest, GuardThatCannotStartThrowsAndCancelsNothing) {
   std::shared_ptr<Setvault> empty;
-  try {
-    SetvaultTransaction transaction(empty);
-    ADD_FAILURE() << "no exception";
-  } catch (const SetvaultException& e) {
-    EXPECT_EQ(e.GetErrorCode(), 2000);
-    EXPECT_STREQ(e.what(), "Failed to use NULL as the store");
-  }
-}
-
-TEST_F(TransactionTest, GuardThatCannotBeginThrowsAndCancelsNothing) {
+  ExpectError([&] { SetvaultTransaction transaction(empty); }, 2000,
+              "Failed to use NULL as the store");
   scripted_->begin_result = 1;
-  try {
-    SetvaultTransaction transaction(store_);
-    ADD_FAILURE() << "no exception";
-  } catch (const SetvaultException& e) {
-    EXPECT_EQ(e.GetErrorCode(), 2000);
-    EXPECT_STREQ(e.what(), "Failed to start a transaction.");
-  }
+  ExpectError([&] { SetvaultTransaction transaction(store_); }, 2000,
+              "Failed to start a transaction.");
   EXPECT_EQ(scripted_->begins, 1);
   EXPECT_EQ(scripted_->cancels, 0);
 }
@@ -181,7 +155,8 @@ TEST_F(TransactionTest, ExceptionLeavingANestedGuardDoomsTheOuterOneAndReachesTh
   WriteRow("a");
   try {
     SetvaultTransaction inner(store_);
-    auto invalid = std::make_shared<SetvaultObject>(SetvaultObjectId("vswitch", "net", "korvo", "v"));
+    auto invalid =
+        std::make_shared<SetvaultObject>(SetvaultObjectId("vswitch", "net", "korvo", "v"));
     invalid->SetData("{\"name\":\"v\",\"mtu\":1}");
     store_->Set(invalid, USERDATA_CONTEXT{});
     ADD_FAILURE() << "no exception";
@@ -214,13 +189,7 @@ TEST_F(TransactionTest, TransactionCallsNestThroughTheDatabaseLayer) {
 }
 
 TEST_F(TransactionTest, CommitWithoutTransactionThrows) {
-  try {
-    store_->CommitTransaction();
-    ADD_FAILURE() << "no exception";
-  } catch (const SetvaultException& e) {
-    EXPECT_EQ(e.GetErrorCode(), 2000);
-    EXPECT_STREQ(e.what(), "Commit transaction failed.");
-  }
+  ExpectError([&] { store_->CommitTransaction(); }, 2000, "Commit transaction failed.");
   // Cancel without transaction reports the layer's code and does not throw.
   EXPECT_EQ(store_->CancelTransaction(), 2);
 }
@@ -269,41 +238,49 @@ void InsertOn(const std::shared_ptr<DBStore::StoreConnection>& conn, const std::
             SQLITE_OK);
 }
 
-void WriteAndSucceed(const std::string& name, const int&,
-                     const std::shared_ptr<DBStore::StoreConnection>& conn) {
+enum Act { kSucceed, kFail, kDoom, kRethrow, kThrowInt };
+
+// Writes one row named `name` through `conn`, then acts as `act` says.
+void WriteAndAct(const std::string& name, const int& act,
+                 const std::shared_ptr<DBStore::StoreConnection>& conn) {
   InsertOn(conn, name);
+  if (act == kFail) throw std::runtime_error("disk on fire");
+  if (act == kRethrow) std::rethrow_exception(g_to_throw);
+  if (act == kThrowInt) throw 42;
+  if (act == kDoom) {  // cancels a nested level, so that the enclosing commit must fail
+    ASSERT_EQ(DBStore::BeginTransaction(conn), 0);
+    ASSERT_EQ(DBStore::CancelTransaction(conn), 1);
+  }
 }
 
-void WriteAndRethrow(const std::string& name, const int&,
-                     const std::shared_ptr<DBStore::StoreConnection>& conn) {
-  InsertOn(conn, name);
-  std::rethrow_exception(g_to_throw);
+// Runs WriteAndAct under its own transaction.
+void Execute(const std::shared_ptr<DBStore::StoreConnection>& conn, const char* name, Act act) {
+  ExecuteUnderTransaction(conn, std::string(name), static_cast<int>(act), Operation(WriteAndAct));
 }
 
-void WriteAndFailPlainly(const std::string& name, const int&,
-                         const std::shared_ptr<DBStore::StoreConnection>& conn) {
-  InsertOn(conn, name);
-  throw std::runtime_error("disk on fire");
-}
-
-void WriteAndThrowInt(const std::string& name, const int&,
-                      const std::shared_ptr<DBStore::StoreConnection>& conn) {
-  InsertOn(conn, name);
-  throw 42;
-}
-
-// Cancels a nested level of its own, so that the enclosing commit must fail.
-void WriteAndDoom(const std::string& name, const int&,
-                  const std::shared_ptr<DBStore::StoreConnection>& conn) {
-  InsertOn(conn, name);
-  ASSERT_EQ(DBStore::BeginTransaction(conn), 0);
-  ASSERT_EQ(DBStore::CancelTransaction(conn), 1);
-}
-
-TEST_F(TransactionTest, OperationThatReturnsIsCommitted) {
-  ExecuteUnderTransaction(conn_, std::string("a"), 0, Operation(WriteAndSucceed));
-  EXPECT_FALSE(InTransaction());
-  EXPECT_EQ(SeenByOther("a"), "1");
+// An operation that returns is committed; a standard exception and a refused commit are
+// reported and rolled back.
+TEST_F(TransactionTest, OperationsUnderTheirOwnTransaction) {
+  const struct {
+    Act act;
+    const char* error;
+    const char* seen;
+  } cases[] = {
+      {kSucceed, "", "1"},
+      {kFail, "Operation failed: disk on fire", "0"},
+      {kDoom, "Commit transaction failed.", "0"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.error);
+    Sql("DELETE FROM Config");
+    if (*c.error == '\0') {
+      Execute(conn_, "a", c.act);
+    } else {
+      ExpectError([&] { Execute(conn_, "a", c.act); }, 2000, c.error);
+    }
+    EXPECT_FALSE(InTransaction());
+    EXPECT_EQ(SeenByOther("a"), c.seen);
+  }
 }
 
 TEST_F(TransactionTest, ValidationExceptionReachesTheCallerAsTheSameObject) {
@@ -317,7 +294,7 @@ TEST_F(TransactionTest, ValidationExceptionReachesTheCallerAsTheSameObject) {
     original = &e;
   }
   try {
-    ExecuteUnderTransaction(conn_, std::string("a"), 0, Operation(WriteAndRethrow));
+    Execute(conn_, "a", kRethrow);
     ADD_FAILURE() << "no exception";
   } catch (const ValidationException& e) {
     EXPECT_EQ(&e, original);
@@ -331,39 +308,12 @@ TEST_F(TransactionTest, ValidationExceptionReachesTheCallerAsTheSameObject) {
   EXPECT_EQ(Seen("a"), "0");
 }
 
-TEST_F(TransactionTest, OtherStandardExceptionsBecomeOperationFailed) {
-  try {
-    ExecuteUnderTransaction(conn_, std::string("a"), 0, Operation(WriteAndFailPlainly));
-    ADD_FAILURE() << "no exception";
-  } catch (const ValidationException&) {
-    ADD_FAILURE() << "wrong type";
-  } catch (const SetvaultException& e) {
-    EXPECT_EQ(e.GetErrorCode(), 2000);
-    EXPECT_STREQ(e.what(), "Operation failed: disk on fire");
-  }
-  EXPECT_FALSE(InTransaction());
-  EXPECT_EQ(Seen("a"), "0");
-}
-
 TEST_F(TransactionTest, NonStandardExceptionsPassWithoutCancel) {
-  EXPECT_THROW(ExecuteUnderTransaction(conn_, std::string("a"), 0, Operation(WriteAndThrowInt)),
-               int);
+  EXPECT_THROW(Execute(conn_, "a", kThrowInt), int);
   EXPECT_TRUE(InTransaction());  // left open: nothing cancelled it
   EXPECT_EQ(Seen("a"), "1");
   EXPECT_EQ(DBStore::CancelTransaction(conn_), 0);
   EXPECT_EQ(Seen("a"), "0");
-}
-
-TEST_F(TransactionTest, RefusedCommitIsReportedAndRolledBack) {
-  try {
-    ExecuteUnderTransaction(conn_, std::string("a"), 0, Operation(WriteAndDoom));
-    ADD_FAILURE() << "no exception";
-  } catch (const SetvaultException& e) {
-    EXPECT_EQ(e.GetErrorCode(), 2000);
-    EXPECT_STREQ(e.what(), "Commit transaction failed.");
-  }
-  EXPECT_FALSE(InTransaction());
-  EXPECT_EQ(SeenByOther("a"), "0");
 }
 
 TEST_F(TransactionTest, RefusedBeginRunsNothing) {
@@ -371,33 +321,17 @@ TEST_F(TransactionTest, RefusedBeginRunsNothing) {
   ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
   ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
   ASSERT_EQ(DBStore::CancelTransaction(conn_), 1);
-  try {
-    ExecuteUnderTransaction(conn_, std::string("a"), 0, Operation(WriteAndSucceed));
-    ADD_FAILURE() << "no exception";
-  } catch (const SetvaultException& e) {
-    EXPECT_EQ(e.GetErrorCode(), 2000);
-    EXPECT_STREQ(e.what(), "Begin Transaction failed for: ExecuteUnderTransaction");
-  }
+  ExpectError([&] { Execute(conn_, "a", kSucceed); }, 2000,
+              "Begin Transaction failed for: ExecuteUnderTransaction");
   EXPECT_EQ(Seen("a"), "0");
   EXPECT_EQ(DBStore::CancelTransaction(conn_), 0);
-}
-
-TEST_F(TransactionTest, NestedInTheCallersTransactionCommitsWithIt) {
-  ASSERT_EQ(store_->BeginTransaction(), 0);
-  ExecuteUnderTransaction(conn_, std::string("a"), 0, Operation(WriteAndSucceed));
-  EXPECT_TRUE(InTransaction());
-  EXPECT_EQ(SeenByOther("a"), "0");
-  EXPECT_EQ(store_->CancelTransaction(), 0);
-  EXPECT_EQ(Seen("a"), "0");
 }
 
 TEST_F(TransactionTest, NestedFailureUndoesOnlyItsOwnRows) {
   ASSERT_EQ(store_->BeginTransaction(), 0);
   WriteRow("caller");
-  ExecuteUnderTransaction(conn_, std::string("kept"), 0, Operation(WriteAndSucceed));
-  EXPECT_THROW(
-      ExecuteUnderTransaction(conn_, std::string("undone"), 0, Operation(WriteAndFailPlainly)),
-      SetvaultException);
+  Execute(conn_, "kept", kSucceed);
+  EXPECT_THROW(Execute(conn_, "undone", kFail), SetvaultException);
   EXPECT_EQ(Seen("undone"), "0");
   EXPECT_EQ(store_->CommitTransaction(), 0);
   EXPECT_FALSE(InTransaction());
