@@ -88,11 +88,14 @@ TEST(JsonValidatorRobustness, PatternsNeverStallOrExhaustTheStack) {
     std::vector<Found> findings;
   } runs[] = {
       {R"({"properties": {"s": {"type": "string", "pattern": "^(a|b)*$"}}})",
-       R"({"s": ")" + std::string(200000, 'a') + R"("})", {}},
+       R"({"s": ")" + std::string(200000, 'a') + R"("})",
+       {}},
       {R"({"properties": {"s": {"type": "string", "pattern": "^(a+)+$"}}})",
-       R"({"s": ")" + std::string(41, 'a') + R"(!"})", {}},
+       R"({"s": ")" + std::string(41, 'a') + R"(!"})",
+       {}},
       {R"({"patternProperties": {"^(a+)+$": {"type": "integer"}}})",
-       R"({")" + std::string(5000, 'a') + R"(": "x"})", {}},
+       R"({")" + std::string(5000, 'a') + R"(": "x"})",
+       {}},
   };
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
