@@ -24,9 +24,11 @@ constexpr char kSwitch[] = R"({"type": "object", "properties": {
                        "key": {"type": "string", "vital": true},
                        "hits": {"type": "integer", "cached": true}}, "required": ["port"]}}},
     "required": ["name"]})";
-// Free-form and map objects; a sub-object tagged vital as a whole.
+// Free-form and map objects (one of vital members); a sub-object tagged vital
+// as a whole.
 constexpr char kMaps[] = R"({"type": "object", "properties": {"free": {"type": "object"},
     "labels": {"type": "object", "properties": {}, "additionalProperties": {"type": "string"}},
+    "vault": {"type": "object", "additionalProperties": {"type": "string", "vital": true}},
     "keys": {"type": "object", "vital": true,
              "properties": {"a": {"type": "string"}, "b": {"type": "object"}}}}})";
 // Required members, one of them tagged.
@@ -99,6 +101,7 @@ TEST(JsonValidatorOptions, EachOptionChangesAnOutcome) {
           {"/uplinks/0/key", NotIn("key", user, "vital")}});
   Expect(kSwitch, R"({"name": "a", "stats": {"rx": "many"}})", {0, 1, 3},
          {{"/stats", NotIn("stats", user, "cached")}});
+  Expect(kMaps, R"({"vault": {"k": "v"}})", {0, 1, 3}, {{"/vault/k", NotIn("k", user, "vital")}});
   Expect(kMaps, R"({"keys": {"a": "x", "b": {}}})", {0, 1, 3},
          {{"/keys", NotIn("keys", user, "vital")}});
   // 4: an apply file allows solutionUser members, not vital or cached ones.
