@@ -15,6 +15,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 class JsonValidatorCache : public ::testing::Test {
  protected:
@@ -31,14 +32,14 @@ constexpr char kLimitSchema[] =
 TEST_F(JsonValidatorCache, SameSchemaAndOptionsCompileOnce) {
   auto schema = Parse(kLimitSchema);
   auto bad = Parse(R"({"mtu": 9001})");
-  auto first = CheckValues(*schema->GetJsonValuePtr(), *bad->GetJsonValuePtr(), {0, 1});
+  auto first = CheckDocs(schema, bad, {0, 1});
   for (int i = 0; i < 5; ++i) {
-    EXPECT_EQ(CheckValues(*schema->GetJsonValuePtr(), *bad->GetJsonValuePtr(), {0, 1}), first);
+    EXPECT_EQ(CheckDocs(schema, bad, {0, 1}), first);
   }
   EXPECT_THAT(first, ElementsAre(Found{"/mtu", "value 9001 exceeds maximum 9000"}));
   EXPECT_EQ(JsonValidator::CompileCountForTesting(), 1u);
   // Another option set is another compiled form.
-  CheckValues(*schema->GetJsonValuePtr(), *bad->GetJsonValuePtr(), {0, 1, 7});
+  CheckDocs(schema, bad, {0, 1, 7});
   EXPECT_EQ(JsonValidator::CompileCountForTesting(), 2u);
 }
 
@@ -46,7 +47,7 @@ TEST_F(JsonValidatorCache, SchemaChangedAtTheSameAddressIsRecompiled) {
   auto schema = Parse(kLimitSchema);
   auto instance = Parse(R"({"mtu": 9001})");
   KorvoSetvault::JsonValue& value = *schema->GetJsonValuePtr();
-  EXPECT_THAT(CheckValues(value, *instance->GetJsonValuePtr(), {0, 1}), ::testing::SizeIs(1));
+  EXPECT_THAT(CheckValues(value, *instance->GetJsonValuePtr(), {0, 1}), SizeIs(1));
   value["properties"]["mtu"]["maximum"].SetInt(10000);
   EXPECT_THAT(CheckValues(value, *instance->GetJsonValuePtr(), {0, 1}), IsEmpty());
   EXPECT_EQ(JsonValidator::CompileCountForTesting(), 2u);
@@ -59,18 +60,14 @@ TEST_F(JsonValidatorCache, SchemaChangedAtTheSameAddressIsRecompiled) {
 }
 
 TEST_F(JsonValidatorCache, NamedSchemasAreKeyedByNameAndStillCompared) {
-  auto strict = Parse(kLimitSchema);
+  const std::string name = "korvo/net/vswitch";
   auto loose = Parse(R"({"type": "object", "properties": {"mtu": {"type": "integer"}}})");
   auto instance = Parse(R"({"mtu": 9001})");
-  const auto& data = *instance->GetJsonValuePtr();
-  EXPECT_THAT(CheckValues(*strict->GetJsonValuePtr(), data, {0, 1}, "korvo/net/vswitch"),
-              ::testing::SizeIs(1));
-  EXPECT_THAT(CheckValues(*loose->GetJsonValuePtr(), data, {0, 1}, "korvo/net/vswitch"), IsEmpty());
+  EXPECT_THAT(CheckDocs(Parse(kLimitSchema), instance, {0, 1}, name), SizeIs(1));
+  EXPECT_THAT(CheckDocs(loose, instance, {0, 1}, name), IsEmpty());
   auto copy = Parse(kLimitSchema);  // same content, another address, same name
-  EXPECT_THAT(CheckValues(*copy->GetJsonValuePtr(), data, {0, 1}, "korvo/net/vswitch"),
-              ::testing::SizeIs(1));
-  EXPECT_THAT(CheckValues(*copy->GetJsonValuePtr(), data, {0, 1}, "korvo/net/vswitch"),
-              ::testing::SizeIs(1));
+  EXPECT_THAT(CheckDocs(copy, instance, {0, 1}, name), SizeIs(1));
+  EXPECT_THAT(CheckDocs(copy, instance, {0, 1}, name), SizeIs(1));
   EXPECT_EQ(JsonValidator::CompileCountForTesting(), 3u);
 }
 
@@ -80,13 +77,13 @@ TEST_F(JsonValidatorCache, SizeIsBoundedAndOldestEntriesAreDropped) {
   auto instance = Parse("{}");
   for (size_t i = 0; i < CompiledSchemaCache::kMaxEntries + 10; ++i) {
     schemas.push_back(Parse(R"({"type": "object", "maxProperties": )" + std::to_string(i) + "}"));
-    CheckValues(*schemas.back()->GetJsonValuePtr(), *instance->GetJsonValuePtr(), {0, 1});
+    CheckDocs(schemas.back(), instance, {0, 1});
   }
   EXPECT_EQ(CompiledSchemaCache::Instance().Size(), CompiledSchemaCache::kMaxEntries);
   size_t compiled = JsonValidator::CompileCountForTesting();
-  CheckValues(*schemas.back()->GetJsonValuePtr(), *instance->GetJsonValuePtr(), {0, 1});
+  CheckDocs(schemas.back(), instance, {0, 1});
   EXPECT_EQ(JsonValidator::CompileCountForTesting(), compiled);
-  CheckValues(*schemas.front()->GetJsonValuePtr(), *instance->GetJsonValuePtr(), {0, 1});
+  CheckDocs(schemas.front(), instance, {0, 1});
   EXPECT_EQ(JsonValidator::CompileCountForTesting(), compiled + 1);
 }
 
@@ -96,15 +93,14 @@ TEST_F(JsonValidatorCache, ThreadsShareCompiledSchemasWithConsistentResults) {
       "ports": {"type": "array", "instanceIdProperty": "id",
                 "items": {"type": "object", "properties": {"id": {"type": "string"}}}}}})");
   auto instance = Parse(R"({"name": "Bad", "ports": [{"id": "a"}, {"id": "a"}], "x": 1})");
-  const auto expected =
-      CheckValues(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(), {0, 1, 8});
+  const auto expected = CheckDocs(schema, instance, {0, 1, 8});
   ASSERT_EQ(expected.size(), 3u);
   std::vector<std::thread> threads;
   std::vector<int> mismatches(4, 0);
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < 200; ++i) {
-        auto got = CheckValues(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(), {0, 1, 8});
+        auto got = CheckDocs(schema, instance, {0, 1, 8});
         if (got != expected) ++mismatches[t];
       }
     });

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <ostream>
 #include <string>
 #include <unordered_set>
@@ -48,13 +49,20 @@ inline std::vector<Found> CheckValues(const KorvoSetvault::JsonValue& schema,
   return ReadFindings(result);
 }
 
+// Validates parsed documents.
+inline std::vector<Found> CheckDocs(const std::shared_ptr<KorvoSetvault::JsonDoc>& schema,
+                                    const std::shared_ptr<KorvoSetvault::JsonDoc>& instance,
+                                    const std::unordered_set<int>& options,
+                                    const std::string& name = std::string()) {
+  return CheckValues(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(), options, name);
+}
+
 // Validates `instance` (JSON text) against `schema` (JSON text). The schema
 // is parsed per call, so the cache sees a new address each time.
 inline std::vector<Found> Check(const std::string& schema, const std::string& instance,
                                 const std::unordered_set<int>& options) {
-  auto schema_doc = KorvoSetvault::CreateDocumentFromString(schema);
-  auto instance_doc = KorvoSetvault::CreateDocumentFromString(instance);
-  return CheckValues(*schema_doc->GetJsonValuePtr(), *instance_doc->GetJsonValuePtr(), options);
+  return CheckDocs(KorvoSetvault::CreateDocumentFromString(schema),
+                   KorvoSetvault::CreateDocumentFromString(instance), options);
 }
 
 // Just the fields of the findings, in order.

@@ -1,6 +1,6 @@
 // The setvault tool, run as a process on a store in a temporary directory:
 // one table of shell lines run in order on the same store, each with the exit
-// status it must end with and a text its output (stdout, then stderr) must
+// status it must end with and a text its output (stdout and stderr) must
 // contain.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -18,40 +18,30 @@ using setvault_test::TempDir;
 struct Step {
   std::string line;  // shell; `setvault` runs the tool on the test's store
   int status;
-  std::string expected;  // a part of stdout + stderr
+  std::string expected;  // a part of the output
 };
 
 class SetvaultCliTest : public ::testing::Test {
  protected:
-  // Runs `line` in the test's directory; returns the exit status and sets
-  // `output` to stdout followed by stderr.
-  int Run(const std::string& line, std::string* output) {
-    const std::string script = dir_.WriteFile(
-        "step.sh", "cd " + dir_.path() + "\nexport SETVAULT_STORE=" + dir_.File("store.db") +
-                       " SETVAULT_SCHEMA_DB=" + dir_.File("schema.db") + " SETVAULT_NOTIFY_DIR=" +
-                       dir_.path() + " SETVAULT_NOTIFY_ALLOWLIST=" + dir_.File("allow.json") +
-                       " EXAMPLES=" + setvault_test::ExampleSchemaDir() +
-                       "\nsetvault() { " SETVAULT_TOOL_PATH " \"$@\"; }\n" + line + "\n");
-    FILE* pipe = popen(("bash " + script + " 2>" + dir_.File("stderr")).c_str(), "r");
-    output->clear();
-    char buffer[4096];
-    size_t count;
-    while (pipe != nullptr && (count = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-      output->append(buffer, count);
-    }
-    const int status = pipe != nullptr ? pclose(pipe) : -1;
-    FILE* err = fopen(dir_.File("stderr").c_str(), "r");
-    while (err != nullptr && (count = fread(buffer, 1, sizeof buffer, err)) > 0) {
-      output->append(buffer, count);
-    }
-    if (err != nullptr) fclose(err);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
+  // Runs each step's shell line in the test's directory and checks its exit
+  // status and its output (stdout and stderr together).
   void RunAll(const std::vector<Step>& steps) {
     for (const Step& step : steps) {
+      const std::string script = dir_.WriteFile(
+          "step.sh", "cd " + dir_.path() + "\nexport SETVAULT_STORE=" + dir_.File("store.db") +
+                         " SETVAULT_SCHEMA_DB=" + dir_.File("schema.db") + " SETVAULT_NOTIFY_DIR=" +
+                         dir_.path() + " SETVAULT_NOTIFY_ALLOWLIST=" + dir_.File("allow.json") +
+                         " EXAMPLES=" + setvault_test::ExampleSchemaDir() +
+                         "\nsetvault() { " SETVAULT_TOOL_PATH " \"$@\"; }\n" + step.line + "\n");
+      FILE* pipe = popen(("bash " + script + " 2>&1").c_str(), "r");
+      ASSERT_NE(pipe, nullptr);
       std::string output;
-      EXPECT_EQ(Run(step.line, &output), step.status) << step.line << "\n" << output;
+      char buffer[4096];
+      for (size_t count; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
+        output.append(buffer, count);
+      }
+      const int status = pclose(pipe);
+      EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, step.status) << step.line << output;
       EXPECT_NE(output.find(step.expected), std::string::npos) << step.line << "\n" << output;
     }
   }
@@ -59,11 +49,9 @@ class SetvaultCliTest : public ::testing::Test {
   TempDir dir_;
 };
 
-const std::string kDeep = std::string(200000, '[') + std::string(200000, ']');
-
 TEST_F(SetvaultCliTest, EveryCommandOnOneStore) {
   dir_.WriteFile("allow.json", R"(["korvo.system.*"])");
-  dir_.WriteFile("deep.json", kDeep);
+  dir_.WriteFile("deep.json", std::string(200000, '[') + std::string(200000, ']'));
   RunAll({
       // Reads never create a store; usage errors.
       {"setvault get korvo system host; s=$?; test ! -e store.db && exit $s", 1,
