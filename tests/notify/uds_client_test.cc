@@ -81,7 +81,9 @@ TEST(UdsClientTest, RefusedConnectClosesItsSocketOnceAndSaysWhy) {
     {
       UdsClient client(endpoint);
       EXPECT_EQ(Error([&] { client.Connect(); }), message);
-      if (endpoint == dir.File("absent")) EXPECT_FALSE(client.IsConnected());
+      if (endpoint == dir.File("absent")) {
+        EXPECT_FALSE(client.IsConnected());
+      }
       reused = open("/dev/null", O_RDONLY | O_CLOEXEC);
     }
     EXPECT_NE(fcntl(reused, F_GETFD), -1) << message;
