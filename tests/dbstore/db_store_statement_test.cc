@@ -73,7 +73,8 @@ TEST_F(StatementTest, BindFormsAdvanceTheIndexAndBindTheRightValues) {
       "absent, typeof(?4) || ?4 AS number, "
       "?5 AS present, ?6 AS copied");
   int index = 1;
-  ASSERT_EQ(Bind(conn_, stmt, index, std::string("value"), false), 0);
+  const std::string value = "value";  // bound without a copy: must outlive the step
+  ASSERT_EQ(Bind(conn_, stmt, index, value, false), 0);
   ASSERT_EQ(index, 2);
   // An empty view without storage binds the empty text, not NULL.
   ASSERT_EQ(Bind(conn_, stmt, index, std::string_view(), false), 0);
