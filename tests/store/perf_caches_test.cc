@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "setvault/exceptions.h"
+#include "setvault/host_functions.h"
 #include "setvault/schema_setup.h"
 #include "store/store_fixture.h"
 
