@@ -136,7 +136,8 @@ void Insert(sqlite3* db, const SetvaultObjectId& id, const std::string& user, co
 void MakeStore(const std::string& path, int switches) {
   KorvoSetvault::SetStorePath(path);
   auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
-  if (!conn) Die("cannot open " + path);
+  // A store file is made by its first write; the rows below are written by hand.
+  if (!conn || DBStore::CheckStore(conn, true) != 0) Die("cannot open " + path);
   sqlite3* db = DBStore::GetSqliteHandle(*conn);
   Exec(db, "BEGIN");
   Insert(db, kHost, kHostUser, kHostVital, kHostCached, kHostAuto);

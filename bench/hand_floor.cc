@@ -15,12 +15,26 @@ using KorvoSetvault::JsonDocument;
 using KorvoSetvault::JsonValue;
 using KorvoSetvault::SetvaultObjectId;
 
-const JsonValue& SwitchSchema() {
+namespace {
+
+const KorvoSchemaStore::SchemaObject& SwitchSchemaObject() {
   static auto schema =
       KorvoSchemaStore::SchemaStore::GetStore(false)->GetSchemaObject("korvo", "net", "vswitch");
   if (!schema) Die("no vswitch schema");
-  return schema->GetSchemaJson();
+  return *schema;
 }
+
+// The same compiled validator the library runs, found as the library finds it (by the schema
+// object's stamp).
+void RunValidator(const JsonValue& data, JsonDocument& result,
+                  const KorvoSetvault::OptionSet& options) {
+  const KorvoSchemaStore::SchemaObject& schema = SwitchSchemaObject();
+  JsonValidator::ValidateStamped(schema.GetSchemaJson(), schema.Stamp(), data, result, options);
+}
+
+}  // namespace
+
+const JsonValue& SwitchSchema() { return SwitchSchemaObject().GetSchemaJson(); }
 
 namespace {
 
@@ -100,7 +114,7 @@ bool PrepareWrite(const std::string& text, const KorvoSetvault::OptionSet& optio
   data.Parse(text.c_str(), text.size());
   if (data.HasParseError()) return false;
   JsonDocument result;
-  JsonValidator::Validate(SwitchSchema(), data, result, options, "");
+  RunValidator(data, result, options);
   if (!result.IsArray() || !result.Empty()) return false;
   *parts = KorvoSetvault::SplitObjectData(data, SwitchSchema());
   return true;
@@ -179,7 +193,7 @@ void Hand::Update(const std::string& id, const std::string& text) {
   JsonDocument given;
   given.Parse(text.c_str(), text.size());
   JsonDocument result;
-  JsonValidator::Validate(SwitchSchema(), given, result, KorvoSetvault::UpdateOptions, "");
+  RunValidator(given, result, KorvoSetvault::UpdateOptions);
   BindType(carried_, 1, kSwitchType);
   BindText(carried_, 4, id);
   JsonDocument stored;
@@ -195,7 +209,7 @@ void Hand::Update(const std::string& id, const std::string& text) {
   }
   sqlite3_reset(carried_);
   Merge(stored, given, stored.GetAllocator());
-  JsonValidator::Validate(SwitchSchema(), stored, result, KorvoSetvault::SetOptions, "");
+  RunValidator(stored, result, KorvoSetvault::SetOptions);
   if (!result.IsArray() || !result.Empty()) Die("hand update invalid");
   const auto parts = KorvoSetvault::SplitObjectData(stored, SwitchSchema());
   BindNullable(update_, 1, parts.user);

@@ -143,9 +143,7 @@ const KeyStatement3 kRevisionMapSql(
 
 // --- Helpers ----------------------------------------------------------------
 
-[[noreturn]] void Fail(const std::string& message) {
-  DBStore::ThrowFailure(message.c_str());
-}
+[[noreturn]] void Fail(const std::string& message) { DBStore::ThrowFailure(message.c_str()); }
 
 // The column text of a one-column write: the object's serialized data, or
 // none (NULL) for an object without members.
@@ -175,36 +173,32 @@ void ClearColumn(const KeyStatement3& statement, const SetvaultObjectId& id,
   if (!Execute(conn, stmt)) Fail("Failed to Delete in SetConfigInstancesInternal");
 }
 
-const char* UserColumnOf(const USERDATA_CONTEXT& context) {
-  return context.kind == kExternalContext ? kUserValueColumn : kAutoConfValueColumn;
-}
-
 // The columns one object is written with: its split parts, with what it has
-// no part for taken over from `stored`.
+// no part for taken over from its stored row. The user part goes to UserValue
+// for the external context and to AutoConfValue otherwise; the other of those
+// two columns keeps its stored value.
 ColumnValues ColumnsOf(const ObjectPtr& object, const SchemaPtr& schema,
-                       const USERDATA_CONTEXT& context, const StoreRow& stored) {
-  const SplitParts parts = SplitObjectData(object->GetImpl()->Root(), schema->GetSchemaJson());
+                       const USERDATA_CONTEXT& context, const ConnectionPtr& conn) {
+  SplitParts parts = SplitObjectData(object->GetImpl()->Root(), schema->GetSchemaJson());
+  const bool external = context.kind == kExternalContext;
   ColumnValues columns;
-  for (const char* column : {kAutoConfValueColumn, kUserValueColumn, kVitalValueColumn,
-                             kCachedValueColumn}) {
-    auto kept = stored.find(column);
-    if (kept != stored.end()) columns[column] = kept->second;
-  }
-  const char* user_column = UserColumnOf(context);
-  if (parts.user) {
-    columns[user_column] = *parts.user;
-  } else {
-    columns.erase(user_column);
-  }
-  if (parts.vital) columns[kVitalValueColumn] = *parts.vital;
-  if (parts.cached) columns[kCachedValueColumn] = *parts.cached;
+  VisitStoreRow(object->GetSetvaultObjectId(), conn, kCarriedColumnsSql,
+                [&](const RowView& stored) {
+                  auto carry = [&stored](const char* column, std::optional<std::string>& into) {
+                    if (const char* text = stored.Find(column)) into = text;
+                  };
+                  if (external) {
+                    carry(kAutoConfValueColumn, columns.autoconf);
+                  } else {
+                    carry(kUserValueColumn, columns.user);
+                  }
+                  if (!parts.vital) carry(kVitalValueColumn, columns.vital);
+                  if (!parts.cached) carry(kCachedValueColumn, columns.cached);
+                });
+  (external ? columns.user : columns.autoconf) = std::move(parts.user);
+  if (parts.vital) columns.vital = std::move(parts.vital);
+  if (parts.cached) columns.cached = std::move(parts.cached);
   return columns;
-}
-
-std::optional<std::string> ColumnText(const ColumnValues& columns, const char* column) {
-  auto found = columns.find(column);
-  if (found == columns.end()) return std::nullopt;
-  return found->second;
 }
 
 }  // namespace
@@ -215,7 +209,8 @@ void WriteUserConfigInstances(const ObjectList& objects, const ConnectionPtr& co
   for (const ObjectPtr& object : objects) {
     const std::string version = object->GetVersion();
     const std::optional<std::string> data = ColumnTextOf(object);
-    DBStore::StmtPtr stmt = DBStore::internal::Prepare(conn, kWriteUserSql, DBStore::kBusyTimeoutMs);
+    DBStore::StmtPtr stmt =
+        DBStore::internal::Prepare(conn, kWriteUserSql, DBStore::kBusyTimeoutMs);
     int index = 1;
     const bool bound =
         stmt && BindKeyAndVersion(conn, stmt, index, object->GetSetvaultObjectId(), version) &&
@@ -237,21 +232,16 @@ void WriteAutoConfConfigInstances(const ObjectList& objects, const ConnectionPtr
   WriteContextConfigInstances(kWriteAutoConfSql, objects, conn);
 }
 
-void WriteCompleteConfigInstances(const std::unordered_map<SetvaultObjectId, ColumnValues>& columns,
+void WriteCompleteConfigInstances(const std::vector<ColumnValues>& columns,
                                   const ObjectList& objects, const SchemaPtr& schema,
                                   const ConnectionPtr& conn, const RevisionMap* history) {
-  const bool unconfirmed = GetUpgradeCtx() == kUnconfirmedUpgradeCtx &&
-                           !(schema && schema->IsConfirmedDuringUpgrade());
+  const bool unconfirmed =
+      GetUpgradeCtx() == kUnconfirmedUpgradeCtx && !(schema && schema->IsConfirmedDuringUpgrade());
   const int success = unconfirmed ? 0 : 1;
-  static const ColumnValues kNoColumns;
-  for (const ObjectPtr& object : objects) {
-    const SetvaultObjectId& id = object->GetSetvaultObjectId();
-    auto found = columns.find(id);
-    const ColumnValues& values = found == columns.end() ? kNoColumns : found->second;
-    const std::string version = object->GetVersion();
-    const std::optional<std::string> texts[] = {
-        ColumnText(values, kAutoConfValueColumn), ColumnText(values, kUserValueColumn),
-        ColumnText(values, kVitalValueColumn), ColumnText(values, kCachedValueColumn)};
+  for (size_t i = 0; i < objects.size(); ++i) {
+    const SetvaultObjectId& id = objects[i]->GetSetvaultObjectId();
+    const ColumnValues& values = columns.at(i);
+    const std::string version = objects[i]->GetVersion();
     std::optional<std::string> creation_time;
     int revision_base = 0;
     if (history != nullptr) {
@@ -266,8 +256,8 @@ void WriteCompleteConfigInstances(const std::unordered_map<SetvaultObjectId, Col
     int index = 1;
     bool bound = stmt && BindKeyAndVersion(conn, stmt, index, id, version) &&
                  DBStore::internal::Bind(conn, stmt, index, success) == 0;
-    for (const auto& text : texts) {
-      bound = bound && DBStore::internal::Bind(conn, stmt, index, Nullable(text)) == 0;
+    for (const auto* text : {&values.autoconf, &values.user, &values.vital, &values.cached}) {
+      bound = bound && DBStore::internal::Bind(conn, stmt, index, Nullable(*text)) == 0;
     }
     bound = bound && DBStore::internal::Bind(conn, stmt, index, Nullable(creation_time)) == 0 &&
             DBStore::internal::Bind(conn, stmt, index, revision_base) == 0;
@@ -277,11 +267,7 @@ void WriteCompleteConfigInstances(const std::unordered_map<SetvaultObjectId, Col
 
 void SetInternal(const ObjectPtr& object, const SchemaPtr& schema, const USERDATA_CONTEXT& context,
                  const ConnectionPtr& conn) {
-  const SetvaultObjectId& id = object->GetSetvaultObjectId();
-  const StoreRow stored = ReadStoreRow(id, conn, kCarriedColumnsSql);
-  std::unordered_map<SetvaultObjectId, ColumnValues> columns;
-  columns.emplace(id, ColumnsOf(object, schema, context, stored));
-  WriteCompleteConfigInstances(columns, {object}, schema, conn, nullptr);
+  SetInstancesInternal({object}, context, schema, conn, nullptr);
 }
 
 void SetInstancesInternal(const ObjectList& objects, const USERDATA_CONTEXT& context,
@@ -289,27 +275,26 @@ void SetInstancesInternal(const ObjectList& objects, const USERDATA_CONTEXT& con
                           const RevisionMap* history) {
   // Each object reads its own stored row by its full key (an index lookup), so
   // the cost follows the number of objects written, not the number stored.
-  std::unordered_map<SetvaultObjectId, ColumnValues> columns;
+  // Every row is read before any is written.
+  std::vector<ColumnValues> columns;
   columns.reserve(objects.size());
   for (const ObjectPtr& object : objects) {
-    const SetvaultObjectId& id = object->GetSetvaultObjectId();
-    const StoreRow stored = ReadStoreRow(id, conn, kCarriedColumnsSql);
-    columns[id] = ColumnsOf(object, schema, context, stored);
+    columns.push_back(ColumnsOf(object, schema, context, conn));
   }
   WriteCompleteConfigInstances(columns, objects, schema, conn, history);
 }
 
 void UpdateByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, UPDATE_CONTEXT kind,
                              const ConnectionPtr& conn) {
-  const char* sql = kind == kUpdateUser        ? kUpdateUserSql
+  const char* sql = kind == kUpdateUser         ? kUpdateUserSql
                     : kind == kUpdateAutoConfig ? kUpdateAutoConfSql
                                                 : kUpdateNonUserSql;
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
   const SplitParts parts = SplitObjectData(object->GetImpl()->Root(), schema->GetSchemaJson());
   DBStore::StmtPtr stmt = DBStore::internal::Prepare(conn, sql, DBStore::kBusyTimeoutMs);
   int index = 1;
-  const bool bound = stmt && BindParts(conn, stmt, index, parts) &&
-                     BindWhereKey(conn, stmt, index, id);
+  const bool bound =
+      stmt && BindParts(conn, stmt, index, parts) && BindWhereKey(conn, stmt, index, id);
   if (!bound || !Execute(conn, stmt)) {
     Fail("Database call to update configuration by context failed for: " + id.toString());
   }
@@ -317,7 +302,7 @@ void UpdateByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, U
 
 void SetByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, UPDATE_CONTEXT kind,
                           const ConnectionPtr& conn) {
-  const char* sql = kind == kUpdateUser        ? kSetUserByContextSql
+  const char* sql = kind == kUpdateUser         ? kSetUserByContextSql
                     : kind == kUpdateAutoConfig ? kSetAutoConfByContextSql
                                                 : kSetNonUserByContextSql;
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
@@ -333,8 +318,8 @@ void SetByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, UPDA
 }
 
 void DeleteInternal(const SetvaultObjectId& id, const ConnectionPtr& conn) {
-  DBStore::StmtPtr stmt = kDeleteSql.PrepareAndBind(conn, id.key, id.group, id.component,
-                                                    id.instanceId);
+  DBStore::StmtPtr stmt =
+      kDeleteSql.PrepareAndBind(conn, id.key, id.group, id.component, id.instanceId);
   if (!Execute(conn, stmt)) Fail("Delete failed: " + id.toString());
 }
 

@@ -19,9 +19,11 @@
 namespace KorvoSetvault {
 
 using ObjectList = std::vector<ObjectPtr>;
-// Column name ("AutoConfValue", "UserValue", "VitalValue", "CachedValue") to
-// serialized value; an absent column is written as NULL.
-using ColumnValues = std::unordered_map<std::string, std::string>;
+// The value columns of a whole-object write, serialized; an absent column is
+// written as NULL.
+struct ColumnValues {
+  std::optional<std::string> autoconf, user, vital, cached;
+};
 // Instance id to (revision, creation time) of rows written before: imported
 // objects and objects replacing stored instances keep their history.
 using RevisionMap = std::unordered_map<std::string, std::pair<int, std::string>>;
@@ -35,16 +37,15 @@ enum UPDATE_CONTEXT : int {
 
 // One-column writers. The user writer stores Success 0 only when `confirmed`
 // is false and the upgrade context is 2, and drops a pending DesiredValue.
-void WriteUserConfigInstances(const ObjectList& objects, const ConnectionPtr& conn,
-                              bool confirmed);
+void WriteUserConfigInstances(const ObjectList& objects, const ConnectionPtr& conn, bool confirmed);
 void WriteCachedConfigInstances(const ObjectList& objects, const ConnectionPtr& conn);
 void WriteVitalConfigInstances(const ObjectList& objects, const ConnectionPtr& conn);
 void WriteAutoConfConfigInstances(const ObjectList& objects, const ConnectionPtr& conn);
 
-// Writes whole objects: for each object its column values from `columns`
-// (keyed by the object's id), Success by the upgrade context and the schema,
-// and revision and creation time from `history` when it holds the instance.
-void WriteCompleteConfigInstances(const std::unordered_map<SetvaultObjectId, ColumnValues>& columns,
+// Writes whole objects: for each object its column values (`columns[i]` for
+// `objects[i]`), Success by the upgrade context and the schema, and revision
+// and creation time from `history` when it holds the instance.
+void WriteCompleteConfigInstances(const std::vector<ColumnValues>& columns,
                                   const ObjectList& objects, const SchemaPtr& schema,
                                   const ConnectionPtr& conn, const RevisionMap* history);
 

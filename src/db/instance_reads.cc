@@ -4,7 +4,6 @@
 #include <exception>
 #include <optional>
 
-#include "db/row_callbacks.h"
 #include "db/upgrade_ctx.h"
 #include "model/setvault_object_impl.h"
 #include "setvault/exceptions.h"
@@ -64,20 +63,23 @@ struct InstanceVisit {
   static int OnRow(void* context, int count, char** texts, char** names) {
     auto& self = *static_cast<InstanceVisit*>(context);
     try {
-      StoreRow row;
-      RowIntoMapCallback(&row, count, texts, names);
+      // Decoded in place from the statement's column texts.
+      const RowView row(count, texts, names);
       const char* user = ConfirmedUserColumn(row);
       if (UserViewsDiffer(row)) {
+        // The current view (CurrentUserColumn): pending during an upgrade.
         if (!self.upgrade_ctx) self.upgrade_ctx = GetUpgradeCtx();
-        user = CurrentUserColumn(row, *self.upgrade_ctx);
+        if (*self.upgrade_ctx != 0) user = PendingUserColumn(row);
       }
-      const SetvaultObjectId id = InstanceIdOfRow(row, self.type);
+      const char* identifier = row.Find(kIdentifierColumn);
+      const SetvaultObjectId id(self.type.key, self.type.group, self.type.component,
+                                identifier != nullptr ? identifier : "");
       ObjectPtr object = RowToMergedObject(
           row, {kVitalValueColumn, kCachedValueColumn, kAutoConfValueColumn, user}, id,
           self.schema);
       // Every stored instance yields an object, as GetInstanceIds lists every
       // row: one that shows no value is an object holding only its id.
-      self.visit(object ? object : RowToValuelessObject(row, id, self.schema));
+      self.visit(object ? object : RowToValuelessObject(row.Copy(), id, self.schema));
       return 0;
     } catch (...) {
       self.failure = std::current_exception();

@@ -2,6 +2,7 @@
 #include "db/config_reads.h"
 
 #include <array>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -38,11 +39,36 @@ constexpr const char* kStoredOrigins[kStoredParts] = {"vital", "cached", "auto",
 std::array<const char*, kStoredParts> StoredColumns(const StoreRow& row) {
   return {kVitalValueColumn, kCachedValueColumn, kAutoConfValueColumn, CurrentUserColumn(row)};
 }
+// The same for a row whose user views do not differ (DecodeStoreRow reads
+// only those in place).
+std::array<const char*, kStoredParts> StoredColumns(const RowView& row) {
+  return {kVitalValueColumn, kCachedValueColumn, kAutoConfValueColumn, ConfirmedUserColumn(row)};
+}
 
 ObjectPtr RowToStoredObject(const StoreRow& row, const SetvaultObjectId& id,
                             const SchemaPtr& schema) {
   const auto columns = StoredColumns(row);
   return RowToMergedObject(row, columns.data(), columns.size(), id, schema);
+}
+
+// Decodes the row `statement` reads for `id` with `decode` (called with a
+// RowView or a StoreRow): in place, or, for a row whose user views differ,
+// from a copy once the statement is done, since choosing a view may read host
+// flags and so run a statement of its own.
+template <typename Decode>
+auto DecodeStoreRow(const SetvaultObjectId& id, const ConnectionPtr& conn,
+                    const KeyStatement4& statement, Decode decode) {
+  decltype(decode(StoreRow())) result{};
+  std::optional<StoreRow> copy;
+  VisitStoreRow(id, conn, statement, [&](const RowView& row) {
+    if (UserViewsDiffer(row)) {
+      copy = row.Copy();
+    } else {
+      result = decode(row);
+    }
+  });
+  if (copy) result = decode(*copy);
+  return result;
 }
 
 // The parsed parts RowToStoredObject merges, in merge order, with their origins.
@@ -79,9 +105,12 @@ bool CurrentUserViewApplies(const SchemaPtr& schema) {
 ObjectPtr GetInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,
                       const SchemaPtr& schema) {
   return GetThroughObjectCache(id, conn, schema, [&] {
-    const StoreRow row = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
-    // A row whose user views differ reads by the host's upgrade context: not cached.
-    return DecodedObject{RowToStoredObject(row, id, schema), !UserViewsDiffer(row)};
+    return DecodeStoreRow(id, conn, READ_TABLE_CONFIG, [&](const auto& row) {
+      // A row whose user views differ reads by the host's upgrade context: not cached.
+      const auto columns = StoredColumns(row);
+      return DecodedObject{RowToMergedObject(row, columns.data(), columns.size(), id, schema),
+                           !UserViewsDiffer(row)};
+    });
   });
 }
 
@@ -123,16 +152,17 @@ ObjectPtr GetCurrentConfigInternal(const SetvaultObjectId& id, const ConnectionP
 
 ObjectPtr GetConfigByBootAndContext(const SetvaultObjectId& id, const ConnectionPtr& conn,
                                     const USERDATA_CONTEXT& context, const SchemaPtr& schema) {
-  const StoreRow row = ReadStoreRow(id, conn, READ_TABLE_CONFIG);
-  const char* main_column;
-  if (context.kind != kExternalContext) {
-    main_column = kAutoConfValueColumn;
-  } else if (UserViewsDiffer(row) && CurrentUserViewApplies(schema)) {
-    main_column = PendingUserColumn(row);
-  } else {
-    main_column = ConfirmedUserColumn(row);
-  }
-  return RowToMergedObject(row, {kVitalValueColumn, kCachedValueColumn, main_column}, id, schema);
+  return DecodeStoreRow(id, conn, READ_TABLE_CONFIG, [&](const auto& row) {
+    const char* main_column;
+    if (context.kind != kExternalContext) {
+      main_column = kAutoConfValueColumn;
+    } else if (UserViewsDiffer(row) && CurrentUserViewApplies(schema)) {
+      main_column = PendingUserColumn(row);
+    } else {
+      main_column = ConfirmedUserColumn(row);
+    }
+    return RowToMergedObject(row, {kVitalValueColumn, kCachedValueColumn, main_column}, id, schema);
+  });
 }
 
 ObjectPtr GetDefaultConfigInternal(const SetvaultObjectId& id, const ConnectionPtr& conn,

@@ -1,6 +1,7 @@
 #include "db/row_readers.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include "db/row_callbacks.h"
 #include "db/upgrade_ctx.h"
@@ -31,9 +32,18 @@ constexpr size_t kRowBuckets = 14;
 // Stack memory for parsing a part that is merged into an object.
 constexpr size_t kScratchBufferSize = 4096;
 
-std::string ColumnOrEmpty(const StoreRow& row, const char* column) {
+// The text of `column` in a row, null when absent or NULL: the one access the
+// readers below make, so that they read a StoreRow and a RowView alike.
+const char* TextOf(const StoreRow& row, const char* column) {
   auto found = row.find(column);
-  return found == row.end() ? std::string() : found->second;
+  return found == row.end() ? nullptr : found->second.c_str();
+}
+const char* TextOf(const RowView& row, const char* column) { return row.Find(column); }
+
+template <typename Row>
+std::string ColumnOrEmpty(const Row& row, const char* column) {
+  const char* text = TextOf(row, column);
+  return text == nullptr ? std::string() : std::string(text);
 }
 
 [[noreturn]] void ThrowReadFailure(const char* what, const SetvaultObjectId& id) {
@@ -41,8 +51,9 @@ std::string ColumnOrEmpty(const StoreRow& row, const char* column) {
 }
 
 // An object over `document` with the row's version, times and revision.
-ObjectPtr ObjectOfRow(const StoreRow& row, std::shared_ptr<JsonDoc> document,
-                      const SetvaultObjectId& id, const SchemaPtr& schema) {
+template <typename Row>
+ObjectPtr ObjectOfRow(const Row& row, std::shared_ptr<JsonDoc> document, const SetvaultObjectId& id,
+                      const SchemaPtr& schema) {
   SetvaultObjectImpl::Parts parts;
   parts.id = id;
   parts.document = std::move(document);
@@ -51,12 +62,89 @@ ObjectPtr ObjectOfRow(const StoreRow& row, std::shared_ptr<JsonDoc> document,
   parts.metadata.version = ColumnOrEmpty(row, kVersionColumn);
   parts.metadata.creationTime = ColumnOrEmpty(row, kCreationTimeColumn);
   parts.metadata.modifiedTime = ColumnOrEmpty(row, kModifiedTimeColumn);
+  const char* revision = TextOf(row, kRevisionColumn);
   parts.metadata.revision =
-      static_cast<int32_t>(std::strtol(ColumnOrEmpty(row, kRevisionColumn).c_str(), nullptr, 10));
+      revision == nullptr ? 0 : static_cast<int32_t>(std::strtol(revision, nullptr, 10));
   return std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(std::move(parts)));
 }
 
+template <typename Row>
+ObjectPtr MergedObjectOfRow(const Row& row, const char* const* columns, size_t count,
+                            const SetvaultObjectId& id, const SchemaPtr& schema) {
+  ObjectPtr merged;
+  for (const char* const* at = columns; at != columns + count; ++at) {
+    const char* text = *at == nullptr ? nullptr : TextOf(row, *at);
+    if (text == nullptr) continue;
+    if (!merged) {
+      merged = ObjectOfRow(row, ParseDocument(text), id, schema);
+      continue;
+    }
+    // A part merged into the object is parsed into a scratch document whose
+    // memory comes from the stack unless the part is large.
+    char buffer[kScratchBufferSize];
+    JsonAllocator allocator(buffer, sizeof buffer);
+    JsonDocument part(&allocator);
+    std::string fault;
+    if (!ParseJsonText(text, part, &fault)) {
+      ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_PARSE, fault.c_str());
+    }
+    MergeDataInto(part, *merged);
+  }
+  return merged;
+}
+
+template <typename Row>
+const char* ConfirmedUserColumnOf(const Row& row) {
+  const char* success = TextOf(row, kSuccessColumn);
+  return success != nullptr && std::strcmp(success, "1") == 0 ? kUserValueColumn : nullptr;
+}
+
+template <typename Row>
+const char* PendingUserColumnOf(const Row& row) {
+  return TextOf(row, kDesiredValueColumn) != nullptr ? kDesiredValueColumn : kUserValueColumn;
+}
+
+template <typename Row>
+bool UserViewsDifferIn(const Row& row) {
+  if (TextOf(row, kDesiredValueColumn) != nullptr) return true;
+  const char* success = TextOf(row, kSuccessColumn);
+  return success != nullptr && std::strcmp(success, "1") != 0;
+}
+
+// Calls the visitor of VisitStoreRow with each row.
+int VisitRowCallback(void* context, int count, char** texts, char** names) {
+  (*static_cast<const std::function<void(const RowView&)>*>(context))(RowView(count, texts, names));
+  return 0;
+}
+
 }  // namespace
+
+const char* RowView::Find(const char* column) const {
+  // A handful of columns: comparing names is cheaper than any index.
+  for (int i = 0; i < count_; ++i) {
+    if (std::strcmp(names_[i], column) == 0) return texts_[i];
+  }
+  return nullptr;
+}
+
+StoreRow RowView::Copy() const {
+  StoreRow row;
+  for (int i = 0; i < count_; ++i) {
+    if (texts_[i] != nullptr) row[names_[i]] = texts_[i];
+  }
+  return row;
+}
+
+void VisitStoreRow(const SetvaultObjectId& id, const ConnectionPtr& conn,
+                   const KeyStatement4& statement,
+                   const std::function<void(const RowView&)>& visit) {
+  DBStore::StmtPtr stmt =
+      statement.PrepareAndBind(conn, id.key, id.group, id.component, id.instanceId);
+  auto* context = const_cast<std::function<void(const RowView&)>*>(&visit);
+  if (DBStore::ExecuteStmt(conn, stmt, VisitRowCallback, context, DBStore::kBusyTimeoutMs) == 1) {
+    ThrowReadFailure("Get failed: ", id);
+  }
+}
 
 StoreRow ReadStoreRow(const SetvaultObjectId& id, const ConnectionPtr& conn,
                       const KeyStatement4& statement) {
@@ -91,9 +179,9 @@ StoreRows ReadAllRows(const ConnectionPtr& conn, const DBStore::StmtPtr& stateme
 ObjectPtr RowToObject(const StoreRow& row, const char* column, const SetvaultObjectId& id,
                       const SchemaPtr& schema) {
   if (column == nullptr) return nullptr;
-  auto value = row.find(column);
-  if (value == row.end()) return nullptr;
-  return ObjectOfRow(row, CreateDocumentFromString(value->second), id, schema);
+  const char* text = TextOf(row, column);
+  if (text == nullptr) return nullptr;
+  return ObjectOfRow(row, ParseDocument(text), id, schema);
 }
 
 ObjectPtr RowToValuelessObject(const StoreRow& row, const SetvaultObjectId& id,
@@ -105,43 +193,29 @@ ObjectPtr RowToValuelessObject(const StoreRow& row, const SetvaultObjectId& id,
 
 ObjectPtr RowToMergedObject(const StoreRow& row, std::initializer_list<const char*> columns,
                             const SetvaultObjectId& id, const SchemaPtr& schema) {
-  return RowToMergedObject(row, columns.begin(), columns.size(), id, schema);
+  return MergedObjectOfRow(row, columns.begin(), columns.size(), id, schema);
 }
 
 ObjectPtr RowToMergedObject(const StoreRow& row, const char* const* columns, size_t count,
                             const SetvaultObjectId& id, const SchemaPtr& schema) {
-  ObjectPtr merged;
-  for (const char* const* at = columns; at != columns + count; ++at) {
-    const char* column = *at;
-    if (column == nullptr) continue;
-    auto value = row.find(column);
-    if (value == row.end()) continue;
-    if (!merged) {
-      merged = ObjectOfRow(row, CreateDocumentFromString(value->second), id, schema);
-      continue;
-    }
-    // A part merged into the object is parsed into a scratch document whose
-    // memory comes from the stack unless the part is large.
-    char buffer[kScratchBufferSize];
-    JsonAllocator allocator(buffer, sizeof buffer);
-    JsonDocument part(&allocator);
-    std::string fault;
-    if (!ParseJsonText(value->second, part, &fault)) {
-      ThrowException<InvalidArgumentException, const char*>(SV_ERR_JSON_PARSE, fault.c_str());
-    }
-    MergeDataInto(part, *merged);
-  }
-  return merged;
+  return MergedObjectOfRow(row, columns, count, id, schema);
 }
 
-const char* ConfirmedUserColumn(const StoreRow& row) {
-  auto success = row.find(kSuccessColumn);
-  return success != row.end() && success->second == "1" ? kUserValueColumn : nullptr;
+ObjectPtr RowToMergedObject(const RowView& row, std::initializer_list<const char*> columns,
+                            const SetvaultObjectId& id, const SchemaPtr& schema) {
+  return MergedObjectOfRow(row, columns.begin(), columns.size(), id, schema);
 }
 
-const char* PendingUserColumn(const StoreRow& row) {
-  return row.find(kDesiredValueColumn) != row.end() ? kDesiredValueColumn : kUserValueColumn;
+ObjectPtr RowToMergedObject(const RowView& row, const char* const* columns, size_t count,
+                            const SetvaultObjectId& id, const SchemaPtr& schema) {
+  return MergedObjectOfRow(row, columns, count, id, schema);
 }
+
+const char* ConfirmedUserColumn(const StoreRow& row) { return ConfirmedUserColumnOf(row); }
+const char* ConfirmedUserColumn(const RowView& row) { return ConfirmedUserColumnOf(row); }
+
+const char* PendingUserColumn(const StoreRow& row) { return PendingUserColumnOf(row); }
+const char* PendingUserColumn(const RowView& row) { return PendingUserColumnOf(row); }
 
 const char* CurrentUserColumn(const StoreRow& row, int upgradeCtx) {
   return upgradeCtx == 0 ? ConfirmedUserColumn(row) : PendingUserColumn(row);
@@ -164,11 +238,8 @@ ObjectPtr RowToPendingUserObject(const StoreRow& row, const SetvaultObjectId& id
   return RowToObject(row, PendingUserColumn(row), id, schema);
 }
 
-bool UserViewsDiffer(const StoreRow& row) {
-  if (row.find(kDesiredValueColumn) != row.end()) return true;
-  auto success = row.find(kSuccessColumn);
-  return success != row.end() && success->second != "1";
-}
+bool UserViewsDiffer(const StoreRow& row) { return UserViewsDifferIn(row); }
+bool UserViewsDiffer(const RowView& row) { return UserViewsDifferIn(row); }
 
 ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
                                  const SchemaPtr& schema) {

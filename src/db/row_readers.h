@@ -4,6 +4,7 @@
 #define SETVAULT_SRC_DB_ROW_READERS_H_
 
 #include <cstddef>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -34,6 +35,33 @@ extern const char kCreationTimeColumn[];
 extern const char kModifiedTimeColumn[];
 extern const char kRevisionColumn[];
 
+// One result row as the statement delivers it, read in place: the column
+// names and texts (null for SQL NULL) of a row callback, valid only while the
+// callback runs. The readers below take a StoreRow or a RowView alike.
+class RowView {
+ public:
+  RowView(int count, const char* const* texts, const char* const* names)
+      : count_(count), texts_(texts), names_(names) {}
+
+  // The text of `column`; null when the row has no such column or it is NULL.
+  const char* Find(const char* column) const;
+  // The row as a StoreRow that outlives the callback (as RowIntoMapCallback fills one).
+  StoreRow Copy() const;
+
+ private:
+  int count_;
+  const char* const* texts_;
+  const char* const* names_;
+};
+
+// Runs `statement` bound with the id's key, group, component and instance id
+// and calls `visit` with each row (at most one for a statement by the whole
+// key), in place. Throws SetvaultException 2000 "Get failed: <id>" when the
+// statement fails, and what `visit` throws.
+void VisitStoreRow(const SetvaultObjectId& id, const ConnectionPtr& conn,
+                   const KeyStatement4& statement,
+                   const std::function<void(const RowView&)>& visit);
+
 // Runs `statement` bound with the id's key, group, component and instance id
 // into one row; an empty row when nothing matches. Throws SetvaultException
 // 2000 "Get failed: <id>" when the statement fails.
@@ -62,6 +90,7 @@ ObjectPtr RowToPendingUserObject(const StoreRow& row, const SetvaultObjectId& id
 // True when the confirmed and the pending user value of the row differ (a
 // desired value is stored, or the user value is not confirmed).
 bool UserViewsDiffer(const StoreRow& row);
+bool UserViewsDiffer(const RowView& row);
 // During an upgrade the desired value (or the user value when none is
 // stored); otherwise the confirmed user value.
 ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id,
@@ -76,7 +105,9 @@ ObjectPtr RowToCurrentUserObject(const StoreRow& row, const SetvaultObjectId& id
 // (DesiredValue when stored, otherwise UserValue), and the current view
 // (pending during an upgrade, confirmed otherwise).
 const char* ConfirmedUserColumn(const StoreRow& row);
+const char* ConfirmedUserColumn(const RowView& row);
 const char* PendingUserColumn(const StoreRow& row);
+const char* PendingUserColumn(const RowView& row);
 const char* CurrentUserColumn(const StoreRow& row, int upgradeCtx);
 // The current view; reads the upgrade context only when the views differ.
 const char* CurrentUserColumn(const StoreRow& row);
@@ -89,6 +120,11 @@ ObjectPtr RowToMergedObject(const StoreRow& row, std::initializer_list<const cha
                             const SetvaultObjectId& id, const SchemaPtr& schema);
 // The same over the `count` columns at `columns`.
 ObjectPtr RowToMergedObject(const StoreRow& row, const char* const* columns, size_t count,
+                            const SetvaultObjectId& id, const SchemaPtr& schema);
+// The same, read in place.
+ObjectPtr RowToMergedObject(const RowView& row, std::initializer_list<const char*> columns,
+                            const SetvaultObjectId& id, const SchemaPtr& schema);
+ObjectPtr RowToMergedObject(const RowView& row, const char* const* columns, size_t count,
                             const SetvaultObjectId& id, const SchemaPtr& schema);
 
 // The object of a row that shows no value (its values are all NULL, or only

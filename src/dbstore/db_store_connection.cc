@@ -143,9 +143,13 @@ std::string LastOpenFailure() { return t_open_failure; }
 
 namespace {
 
-// False when the path no longer names the file `conn` opened.
+// False when the path no longer names the file `conn` opened. A connection inside its open
+// transaction stays current until the transaction ends: its file was checked when the
+// transaction began, and the thread's reads beside the transaction's writes (host flags)
+// must see the transaction's own snapshot.
 bool StillCurrent(const StoreConnection& conn) {
   if (conn.db() == nullptr) return true;
+  if (conn.depth > 0 && !sqlite3_get_autocommit(conn.db())) return true;
   struct stat info;
   return stat(conn.path().c_str(), &info) == 0 && conn.IsFile(info);
 }

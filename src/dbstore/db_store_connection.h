@@ -24,6 +24,8 @@ namespace internal {
 struct CachedText {
   std::string sql;
   std::vector<sqlite3_stmt*> idle;
+  // Whether the text names the key-value table (MentionsKeyValueTable), once asked.
+  int8_t mentions_key_values = -1;
 };
 
 // Idle prepared statements of one connection, keyed by SQL text. Statements handed out
@@ -71,11 +73,31 @@ class StatementCache {
   std::unordered_map<std::string_view, std::unique_ptr<CachedText>> entries_;
 };
 
-// Cached key-value texts, valid while the database is unchanged.
+// Cached key-value texts, valid while the database is unchanged. The connection's own
+// writes count only when they may have reached the key-value table: the stamp's change
+// count is the connection's total less `other_table_changes`.
 struct KeyValueCache {
   StoreStamp stamp;
   std::unordered_map<std::string, std::string> values;  // absent key: empty text
+  // Rows this connection changed through statements that cannot have changed the key-value
+  // table (NoteChanges).
+  int64_t other_table_changes = 0;
 };
+
+// Counts the rows that `stmt`, a statement of `conn` just stepped to its end without a row
+// callback, changed as rows of other tables than the key-value table: those of a statement
+// whose text does not name that table and whose changes were all its own (none made by a
+// trigger, which could write anywhere). `total_before` is the connection's total change
+// count before the statement ran.
+void NoteChanges(StoreConnection& conn, const StmtPtr& stmt, int64_t total_before);
+
+// RefreshStoreStamp with `*uncounted_changes` (when not null) taken off the connection's
+// total change count: rows changed that cannot have changed what the stamp guards.
+int RefreshStamp(const std::shared_ptr<StoreConnection>& conn, StoreStamp* stamp,
+                 const int64_t* uncounted_changes);
+
+// True when `sql` names the key-value table (in any letter case).
+bool MentionsKeyValueTable(std::string_view sql);
 
 }  // namespace internal
 
@@ -193,8 +215,8 @@ uint64_t ForkGeneration();
 
 // True when `conn` may be used by this process. A connection inherited over fork() is
 // retired here first when the fork happened outside every store operation (the next use
-// opens a handle of this process); when it happened inside one, this process must not use the store at all: the refusal is logged
-// and recorded as the thread's failure, and false is returned.
+// opens a handle of this process); when it happened inside one, this process must not use the store
+// at all: the refusal is logged and recorded as the thread's failure, and false is returned.
 bool UsableHere(const std::shared_ptr<StoreConnection>& conn);
 
 // False, after logging and recording the refusal, when this process was forked inside a

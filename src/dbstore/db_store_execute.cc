@@ -56,6 +56,7 @@ int ExecuteStmt(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stm
   internal::OperationGate gate;
   sqlite3_stmt* raw = stmt.get();
   if (conn) conn->UseBusyTimeout(busy_timeout_ms);
+  const int64_t total_before = sqlite3_total_changes64(sqlite3_db_handle(raw));
   int rc = sqlite3_step(raw);
   if (rc == SQLITE_ROW && callback != nullptr) {
     int count = sqlite3_column_count(raw);
@@ -74,6 +75,9 @@ int ExecuteStmt(const std::shared_ptr<StoreConnection>& conn, const StmtPtr& stm
   }
   if (rc != SQLITE_DONE) return Fail(raw, rc, "Statement");
   sqlite3_reset(raw);
+  if (conn && callback == nullptr && conn->db() == sqlite3_db_handle(raw)) {
+    internal::NoteChanges(*conn, stmt, total_before);
+  }
   return 0;
 }
 

@@ -4,6 +4,7 @@
 // while the connection's store stamp is unchanged (see RefreshStoreStamp).
 #include <sys/stat.h>
 
+#include <cctype>
 #include <cerrno>
 
 #include "dbstore/db_store_connection.h"
@@ -14,14 +15,45 @@ namespace internal {
 const char kReadKeyValueSql[] = "SELECT Value FROM KeyValue WHERE Key = ?1";
 const char kWriteKeyValueSql[] = "INSERT OR REPLACE INTO KeyValue (Key, Value) VALUES (?1, ?2)";
 
+bool MentionsKeyValueTable(std::string_view sql) {
+  static constexpr std::string_view kTable = "keyvalue";
+  for (size_t at = 0; at + kTable.size() <= sql.size(); ++at) {
+    size_t matched = 0;
+    while (matched < kTable.size() &&
+           std::tolower(static_cast<unsigned char>(sql[at + matched])) == kTable[matched]) {
+      ++matched;
+    }
+    if (matched == kTable.size()) return true;
+  }
+  return false;
+}
+
+void NoteChanges(StoreConnection& conn, const StmtPtr& stmt, int64_t total_before) {
+  sqlite3* db = conn.db();
+  const int64_t changed = sqlite3_total_changes64(db) - total_before;
+  // The statement's own count leaves out rows its triggers changed.
+  if (changed <= 0 || changed != sqlite3_changes64(db)) return;
+  CachedText* text = stmt.get_deleter().text;
+  bool mentions;
+  if (text != nullptr) {
+    if (text->mentions_key_values < 0) text->mentions_key_values = MentionsKeyValueTable(text->sql);
+    mentions = text->mentions_key_values != 0;
+  } else {
+    mentions = MentionsKeyValueTable(sqlite3_sql(stmt.get()));
+  }
+  if (!mentions) conn.key_values().other_table_changes += changed;
+}
+
 }  // namespace internal
 
 namespace {
 
-// Empties the cache when the database may have changed since it was filled.
+// Empties the cache when the database may have changed since it was filled: another
+// connection's commit, a rollback, or a write of this connection that may have reached the
+// key-value table.
 int RefreshCache(const std::shared_ptr<StoreConnection>& conn) {
   internal::KeyValueCache& cache = conn->key_values();
-  const int changed = RefreshStoreStamp(conn, &cache.stamp);
+  const int changed = internal::RefreshStamp(conn, &cache.stamp, &cache.other_table_changes);
   if (changed < 0) return 1;
   if (changed > 0) cache.values.clear();
   return 0;

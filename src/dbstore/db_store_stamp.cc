@@ -4,7 +4,8 @@
 // connections), the rows changed by this connection and the rollbacks it saw are all
 // unchanged. Inside a transaction the connection reads one snapshot: once checked there,
 // only its own writes can change what it reads (a rollback ends the transaction), so the
-// pragma is skipped until the transaction ends.
+// pragma is skipped until the transaction ends. The key-value cache leaves out of the count
+// the rows its connection changed in other tables (db_store_key_value.cc).
 #include "dbstore/db_store_connection.h"
 
 namespace DBStore {
@@ -27,15 +28,22 @@ int ReadDataVersion(const std::shared_ptr<StoreConnection>& conn, int64_t* versi
 }  // namespace
 
 int RefreshStoreStamp(const std::shared_ptr<StoreConnection>& conn, StoreStamp* stamp) {
-  internal::OperationGate gate;
-  if (!internal::UsableHere(conn) ||
-      (conn->db() == nullptr && !internal::ReadyConnection(conn, false))) {
+  return internal::RefreshStamp(conn, stamp, nullptr);
+}
+
+namespace internal {
+
+int RefreshStamp(const std::shared_ptr<StoreConnection>& conn, StoreStamp* stamp,
+                 const int64_t* uncounted_changes) {
+  OperationGate gate;
+  if (!UsableHere(conn) || (conn->db() == nullptr && !ReadyConnection(conn, false))) {
     stamp->valid = false;
     return -1;
   }
   const uint64_t transaction =
       conn->depth > 0 && !sqlite3_get_autocommit(conn->db()) ? conn->transaction_serial : 0;
-  const int64_t total_changes = sqlite3_total_changes64(conn->db());
+  const int64_t total_changes =
+      sqlite3_total_changes64(conn->db()) - (uncounted_changes != nullptr ? *uncounted_changes : 0);
   if (transaction != 0 && stamp->valid && stamp->transaction == transaction) {
     // Checked in this transaction already: the data version cannot have moved since.
     const bool unchanged =
@@ -60,4 +68,5 @@ int RefreshStoreStamp(const std::shared_ptr<StoreConnection>& conn, StoreStamp* 
   return unchanged ? 0 : 1;
 }
 
+}  // namespace internal
 }  // namespace DBStore

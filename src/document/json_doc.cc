@@ -220,7 +220,7 @@ size_t ChunkSizeForText(size_t length) {
 
 }  // namespace
 
-bool ParseJsonText(const std::string& text, JsonDocument& document, std::string* fault) {
+bool ParseJsonText(std::string_view text, JsonDocument& document, std::string* fault) {
   // The parser stops at a NUL byte; JSON text never holds one raw.
   const size_t nul = text.find('\0');
   if (nul != std::string::npos) return ParseFault(fault, nul, "NUL byte in the text.");
@@ -237,10 +237,10 @@ bool ParseJsonText(const std::string& text, JsonDocument& document, std::string*
   // Full precision: the fast number parse may be off by a unit in the last
   // place, so that a stored number would change at every write and read.
   if (limits.ascii) {
-    document.Parse<rapidjson::kParseFullPrecisionFlag>(text.c_str(), text.size());
+    document.Parse<rapidjson::kParseFullPrecisionFlag>(text.data(), text.size());
   } else {
     document.Parse<rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag>(
-        text.c_str(), text.size());
+        text.data(), text.size());
   }
   if (!document.HasParseError()) {
     // The parser takes a lone low surrogate escape ("\udd11") as a character
@@ -268,6 +268,10 @@ std::shared_ptr<JsonDoc> CopyDocument(const JsonDoc& source) {
 std::shared_ptr<JsonDoc> CreateDocument() { return CreateDocumentWithChunks(kJsonChunkSize); }
 
 std::shared_ptr<JsonDoc> CreateDocumentFromString(const std::string& text) {
+  return ParseDocument(text);
+}
+
+std::shared_ptr<JsonDoc> ParseDocument(std::string_view text) {
   std::shared_ptr<JsonDoc> doc = CreateDocumentWithChunks(ChunkSizeForText(text.size()));
   std::string fault;
   if (!ParseJsonText(text, doc->GetDocument(), &fault)) {

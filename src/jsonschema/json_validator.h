@@ -60,11 +60,13 @@
 //
 // A compiled form of each (schema, option set) is cached and shared by all
 // threads; a schema that changes at the same address is detected by a deep
-// comparison and recompiled.
+// comparison and recompiled. A caller whose schemas never change (the schema
+// store's) names each one by a stamp instead, and the comparison is skipped.
 #ifndef SETVAULT_SRC_JSONSCHEMA_JSON_VALIDATOR_H_
 #define SETVAULT_SRC_JSONSCHEMA_JSON_VALIDATOR_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <unordered_set>
 
@@ -84,6 +86,14 @@ namespace JsonValidator {
 void Validate(const KorvoSetvault::JsonValue& schema, const KorvoSetvault::JsonValue& instance,
               KorvoSetvault::JsonDocument& result, const std::unordered_set<int>& options,
               const std::string& name);
+
+// The same, with the compiled form of `schema` cached under `stamp`: a number
+// that the caller gives to this schema content only, for the life of the
+// process (KorvoSchemaStore::SchemaObject::Stamp()), never 0. The cached form
+// is used without comparing the schema with the one it was compiled from.
+void ValidateStamped(const KorvoSetvault::JsonValue& schema, uint64_t stamp,
+                     const KorvoSetvault::JsonValue& instance, KorvoSetvault::JsonDocument& result,
+                     const std::unordered_set<int>& options);
 
 // Test hooks: the number of compilations since the process started (or since
 // the last ResetCacheForTesting), and emptying the cache.

@@ -13,7 +13,6 @@ namespace internal {
 
 using KorvoSetvault::JsonValue;
 
-
 CompiledSchema::CompiledSchema(const JsonValue& schema, OptionMask mask) : mask_(mask) {
   if (!schema.IsObject()) ThrowInvalidSchema("the schema is not a JSON object");
   if (NestingDepth(schema, kMaxSchemaDepth) > kMaxSchemaDepth) {
@@ -66,6 +65,26 @@ std::shared_ptr<const CompiledSchema> CompiledSchemaCache::Get(const JsonValue& 
   auto cached = Find(key);
   // The schema at an address (or under a name) may have been reloaded.
   if (cached && cached->Matches(schema)) return cached;
+  return Compile(schema, mask, key);
+}
+
+std::shared_ptr<const CompiledSchema> CompiledSchemaCache::GetStamped(const JsonValue& schema,
+                                                                      uint64_t stamp,
+                                                                      OptionMask mask) {
+  // "%" keys never meet the "@" and "=" keys of Get.
+  char key[48];
+  const int length =
+      std::snprintf(key, sizeof(key), "%%%llx#%lx", static_cast<unsigned long long>(stamp),
+                    static_cast<unsigned long>(mask));
+  std::string text(key, static_cast<size_t>(length));
+  auto cached = Find(text);
+  if (cached) return cached;
+  return Compile(schema, mask, text);
+}
+
+std::shared_ptr<const CompiledSchema> CompiledSchemaCache::Compile(const JsonValue& schema,
+                                                                   OptionMask mask,
+                                                                   const std::string& key) {
   auto compiled = std::make_shared<const CompiledSchema>(schema, mask);
   compiles_.fetch_add(1);
   Store(key, compiled);

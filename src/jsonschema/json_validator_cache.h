@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -53,8 +54,8 @@ class CompiledSchema {
   mutable std::vector<std::unique_ptr<valijson::Validator>> pool_;
 };
 
-// Compiled schemas by (name or schema address, option set), least recently
-// used first out beyond a fixed number of entries. Thread-safe.
+// Compiled schemas by (stamp, name or schema address, option set), least
+// recently used first out beyond a fixed number of entries. Thread-safe.
 class CompiledSchemaCache {
  public:
   static constexpr size_t kMaxEntries = 512;
@@ -66,6 +67,11 @@ class CompiledSchemaCache {
   // again and replaced. Throws as CompiledSchema does.
   std::shared_ptr<const CompiledSchema> Get(const KorvoSetvault::JsonValue& schema, OptionMask mask,
                                             const std::string& name);
+  // The compiled form of `schema` under `mask`, cached under `stamp`: a number
+  // that names one schema content for the life of the process (never 0). A
+  // cached entry is used as it is, without comparing the schema.
+  std::shared_ptr<const CompiledSchema> GetStamped(const KorvoSetvault::JsonValue& schema,
+                                                   uint64_t stamp, OptionMask mask);
 
   size_t CompileCount() const { return compiles_.load(); }
   size_t Size() const;
@@ -78,6 +84,8 @@ class CompiledSchemaCache {
   };
 
   std::shared_ptr<const CompiledSchema> Find(const std::string& key);
+  std::shared_ptr<const CompiledSchema> Compile(const KorvoSetvault::JsonValue& schema,
+                                                OptionMask mask, const std::string& key);
   void Store(const std::string& key, std::shared_ptr<const CompiledSchema> compiled);
 
   mutable std::mutex mutex_;

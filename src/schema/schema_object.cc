@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <atomic>
 
 #include "schema/schema_definition.h"
 #include "schema/schema_store.h"
@@ -19,12 +20,17 @@ std::shared_ptr<const SchemaDefinition> MakeBlankDefinition() {
   return definition;
 }
 
+uint64_t NextStamp() {
+  static std::atomic<uint64_t> last{0};
+  return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
 }  // namespace
 
 SchemaObject::SchemaObject(std::shared_ptr<const SchemaDefinition> definition)
-    : definition_(std::move(definition)) {}
+    : definition_(std::move(definition)), stamp_(NextStamp()) {}
 
-SchemaObject::SchemaObject() : definition_(MakeBlankDefinition()) {}
+SchemaObject::SchemaObject() : definition_(MakeBlankDefinition()), stamp_(NextStamp()) {}
 
 SchemaObject::~SchemaObject() = default;
 

@@ -14,6 +14,7 @@
 #ifndef SETVAULT_SRC_SCHEMA_SCHEMA_STORE_H_
 #define SETVAULT_SRC_SCHEMA_SCHEMA_STORE_H_
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -34,7 +35,8 @@ class SchemaObject {
   explicit SchemaObject(std::shared_ptr<const SchemaDefinition> definition);
   virtual ~SchemaObject();
 
-  // The type's JSON schema (the definition's "schema"); owned by this object.
+  // The type's JSON schema (the definition's "schema"); owned by this object,
+  // and the same content for its whole life (stand-ins too: Stamp() names it).
   virtual const KorvoSetvault::JsonValue& GetSchemaJson() const;
   // True when the type is tagged "@rebootRequiredSetvault".
   virtual bool IsRebootRequiredConfig() const;
@@ -69,6 +71,9 @@ class SchemaObject {
   const std::string& GetComponent() const;
   const std::string& GetGroup() const;
   const std::string& GetKey() const;
+  // A number given to this object alone in the process (never 0, never reused):
+  // the compiled validator of its schema is cached under it.
+  uint64_t Stamp() const { return stamp_; }
 
  protected:
   // For stand-ins in tests that override every query they use.
@@ -76,6 +81,7 @@ class SchemaObject {
 
  private:
   std::shared_ptr<const SchemaDefinition> definition_;
+  uint64_t stamp_;
 };
 
 // Every schema object of one reading of the schema database. Immutable.

@@ -26,6 +26,11 @@ void RunValidator(const JsonValue& schema, const JsonValue& data, const OptionSe
                   JsonDocument& result) {
   JsonValidator::Validate(schema, data, result, options, "");
 }
+// The same for a type's schema: its compiled form is found by the schema object's stamp.
+void RunValidator(const SchemaObject& schema, const JsonValue& data, const OptionSet& options,
+                  JsonDocument& result) {
+  JsonValidator::ValidateStamped(schema.GetSchemaJson(), schema.Stamp(), data, result, options);
+}
 
 // Cleans (when asked), validates with `options` and throws `code` with every
 // finding.
@@ -79,7 +84,7 @@ bool ValidateObjectData(const std::shared_ptr<SchemaObject>& schema,
     // Values built through the API (not parsed from text) may hold any bytes.
     if (auto pointer = FindInvalidUtf8(data)) errors.push_back({*pointer, kNotUtf8Finding});
     JsonDocument result;
-    RunValidator(schema->GetSchemaJson(), data, options, result);
+    RunValidator(*schema, data, options, result);
     CollectValidationResults(result, errors, quiet);
   } else {
     AddErrorInfo("/", SV_ERR_JSON_TYPE, errors, "Expected JSON of type object.");
@@ -151,7 +156,7 @@ bool validateObject(const std::shared_ptr<SetvaultObject>& object, ACTION action
     return true;
   }
   JsonDocument result;
-  RunValidator(schema->GetSchemaJson(), object->GetImpl()->Root(), UserDataOptions, result);
+  RunValidator(*schema, object->GetImpl()->Root(), UserDataOptions, result);
   if (!result.GetArray().Empty()) {
     CollectValidationResults(result, errors, false);
     SVLogger::Log(0, "validate completed with errors");
