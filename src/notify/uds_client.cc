@@ -32,11 +32,13 @@ UdsClient::~UdsClient() { Disconnect(); }
 
 void UdsClient::Connect() {
   if (descriptor_ >= 0) return;
+  // Checked before the socket exists, so that a refused endpoint leaves the
+  // client unconnected with no descriptor held.
+  if (endpoint_.size() > kMaxEndpointLength) throw std::runtime_error("Endpoint address too long.");
   descriptor_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (descriptor_ < 0) throw std::runtime_error("Failed to create socket: " + Reason());
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (endpoint_.size() > kMaxEndpointLength) throw std::runtime_error("Endpoint address too long.");
   std::memcpy(address.sun_path, endpoint_.data(), endpoint_.size());
   SetSendTimeout(descriptor_);
   const socklen_t length = static_cast<socklen_t>(sizeof(address.sun_family) + endpoint_.size());
