@@ -68,7 +68,7 @@ fi
       "$tmp/$program.csv"
   done
   echo
-  echo "## Instructions and system calls per call"
+  echo "## Instruction and system call counts"
   echo
   echo "Counted by \`bench/instruction_counts.sh\`: each operation and its floor on a store of"
   echo "1,000 instances and the host object, callgrind's inclusive instruction count of the calls"
