@@ -9,12 +9,15 @@
 //   instruction_counts OPERATION CALLS [library|floor]
 //                                             CALLS calls on each side (or on one side)
 // bench/instruction_counts.sh runs each operation under callgrind and strace.
+#include <sqlite3.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "floor_data.h"
@@ -204,7 +207,9 @@ int main(int argc, char** argv) {
   op->setup(bench);
   if (side != "floor") Run(op->library, calls, CountedLibraryCalls);
   if (side != "library") Run(op->floor, calls, CountedFloorCalls);
+  sqlite3* hand_db = bench.hand->db;  // the floor's statements go before their connection
   bench.hand.reset();
+  sqlite3_close_v2(hand_db);
   bench.store.reset();
   std::filesystem::remove_all(dir);
   return 0;
