@@ -1,12 +1,14 @@
 #include "floor_sql.h"
 
+#include <errno.h>  // program_invocation_short_name (GNU)
+
 #include <cstdio>
 #include <cstdlib>
 
 namespace floor_bench {
 
 void Die(const std::string& what) {
-  std::fprintf(stderr, "floor_table: %s\n", what.c_str());
+  std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, what.c_str());
   std::exit(1);
 }
 

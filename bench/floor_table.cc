@@ -28,10 +28,9 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
-#include "dbstore/db_store.h"
+#include "floor_data.h"
 #include "floor_sql.h"
 #include "floor_timing.h"
 #include "hand_floor.h"
@@ -43,50 +42,24 @@
 
 namespace {
 
-using floor_bench::BindText;
-using floor_bench::BindType;
 using floor_bench::Comparison;
 using floor_bench::Decoded;
 using floor_bench::Die;
 using floor_bench::Exec;
 using floor_bench::Hand;
+using floor_bench::kHost;
 using floor_bench::kSwitchType;
-using floor_bench::PrepareOnce;
+using floor_bench::MakeObject;
+using floor_bench::MakeStore;
+using floor_bench::Name;
+using floor_bench::OpenHandConnection;
 using floor_bench::Result;
+using floor_bench::SwitchId;
+using floor_bench::SwitchJson;
+using floor_bench::UpdateJson;
 using KorvoSetvault::SetvaultObject;
 using KorvoSetvault::SetvaultObjectId;
 using ObjectList = std::vector<std::shared_ptr<SetvaultObject>>;
-
-// --- Data ------------------------------------------------------------------------------
-
-// A host object of about 500 bytes over four value columns.
-constexpr char kHostVital[] =
-    R"({"systemUuid":"4c4c4544-0042-3510-8052-b4c04f4e3232","installDate":"2026-01-15T08:30:00Z"})";
-constexpr char kHostCached[] =
-    R"({"cpuModel":"Example CPU 7763 64-Core Processor","memoryBytes":549755813888,)"
-    R"("bmc":{"address":"10.20.30.40","firmware":"2.18.1"}})";
-constexpr char kHostAuto[] =
-    R"({"timezone":"Europe/Berlin","ntp":{"enabled":true,"servers":["0.pool.example.org",)"
-    R"("1.pool.example.org"]}})";
-constexpr char kHostUser[] =
-    R"({"hostname":"host-017.rack-04.dc1.example.org","powerPolicy":"performance",)"
-    R"("ntp":{"servers":["ntp1.example.org","ntp2.example.org"]},)"
-    R"("syslog":{"remoteHost":"logs.example.org","level":"info","rotation":{"sizeKiB":4096,"keep":8}}})";
-
-std::string Name(int i) { return "vs" + std::to_string(i); }
-
-std::string SwitchJson(const std::string& name, int mtu) {
-  return R"({"name":")" + name + R"(","mtu":)" + std::to_string(mtu) +
-         R"(,"uplinks":["nic0","nic1"],"teaming":{"policy":"failover","notifySwitches":true},)"
-         R"("portgroups":[{"name":"mgmt","vlanId":10,"activePorts":3},{"name":"vm","vlanId":20}]})";
-}
-std::string UpdateJson(const std::string& name, int mtu) {
-  return R"({"name":")" + name + R"(","mtu":)" + std::to_string(mtu) +
-         R"(,"teaming":{"notifySwitches":false}})";
-}
-constexpr char kStoredVital[] = R"({"uplinks":["nic0"]})";
-
-const SetvaultObjectId kHost("host", "system", "korvo");
 
 // --- Files -----------------------------------------------------------------------------
 
@@ -108,46 +81,6 @@ Files& TheFiles() {
   return files;
 }
 
-void Insert(sqlite3* db, const SetvaultObjectId& id, const std::string& user, const char* vital,
-            const char* cached, const char* autoconf) {
-  static const char kSql[] =
-      "INSERT INTO Config (Name, ConfigGroup, Component, Identifier, Version, UserValue, "
-      "VitalValue, CachedValue, AutoConfValue) VALUES (?1, ?2, ?3, ?4, '1.0', ?5, ?6, ?7, ?8)";
-  static std::unordered_map<sqlite3*, sqlite3_stmt*> statements;  // one per store, kept
-  sqlite3_stmt*& stmt = statements[db];
-  if (stmt == nullptr) stmt = PrepareOnce(db, kSql);
-  BindType(stmt, 1, id);
-  BindText(stmt, 4, id.instanceId);
-  BindText(stmt, 5, user);
-  const char* rest[] = {vital, cached, autoconf};
-  for (int i = 0; i < 3; ++i) {
-    if (rest[i]) {
-      sqlite3_bind_text(stmt, 6 + i, rest[i], -1, SQLITE_STATIC);
-    } else {
-      sqlite3_bind_null(stmt, 6 + i);
-    }
-  }
-  if (sqlite3_step(stmt) != SQLITE_DONE) Die("insert");
-  sqlite3_reset(stmt);
-}
-
-// A store with the host object and `switches` vswitch instances, with the library's tables
-// (made by opening it through the library once).
-void MakeStore(const std::string& path, int switches) {
-  KorvoSetvault::SetStorePath(path);
-  auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
-  // A store file is made by its first write; the rows below are written by hand.
-  if (!conn || DBStore::CheckStore(conn, true) != 0) Die("cannot open " + path);
-  sqlite3* db = DBStore::GetSqliteHandle(*conn);
-  Exec(db, "BEGIN");
-  Insert(db, kHost, kHostUser, kHostVital, kHostCached, kHostAuto);
-  for (int i = 0; i < switches; ++i) {
-    Insert(db, SetvaultObjectId("vswitch", "net", "korvo", Name(i)), SwitchJson(Name(i), 1500),
-           kStoredVital, nullptr, nullptr);
-  }
-  Exec(db, "COMMIT");
-}
-
 // One store file with its library handle and its hand-run connection (same settings).
 struct Side {
   std::string path;
@@ -160,11 +93,7 @@ Side OpenSide(const std::string& name, int switches) {
   side.path = TheFiles().Store(name);
   MakeStore(side.path, switches);
   side.store = KorvoSetvault::Setvault::GetStore("");
-  if (sqlite3_open_v2(side.path.c_str(), &side.hand, SQLITE_OPEN_READWRITE, nullptr) != SQLITE_OK) {
-    Die("open " + side.path);
-  }
-  Exec(side.hand, "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL");
-  sqlite3_busy_timeout(side.hand, DBStore::kBusyTimeoutMs);
+  side.hand = OpenHandConnection(side.path);
   return side;
 }
 
@@ -293,12 +222,6 @@ int main(int argc, char** argv) {
     texts.push_back(SwitchJson(Name(n), 1400 + n));
     updates.push_back(UpdateJson(Name(n), 2000 + n));
   }
-  auto make_object = [](const SetvaultObjectId& id, const std::string& text) {
-    auto object = std::make_shared<SetvaultObject>(id);
-    object->SetData(text.c_str());
-    return object;
-  };
-  auto switch_id = [](int n) { return SetvaultObjectId("vswitch", "net", "korvo", Name(n)); };
 
   for (Side* side : {&main_side}) {
     Hand hand(side->hand);
@@ -313,7 +236,7 @@ int main(int argc, char** argv) {
          500,
          {begin_library,
           [&, side](int i) {
-            side->store->Set(make_object(switch_id(i % kIds), texts[i % kIds]), external);
+            side->store->Set(MakeObject(SwitchId(i % kIds), texts[i % kIds]), external);
           },
           commit_library},
          {begin_hand, [&](int i) { hand.Set(Name(i % kIds), texts[i % kIds]); }, commit_hand},
@@ -322,7 +245,7 @@ int main(int argc, char** argv) {
          500,
          {begin_library,
           [&, side](int i) {
-            side->store->Update(make_object(switch_id(i % kIds), updates[i % kIds]), external);
+            side->store->Update(MakeObject(SwitchId(i % kIds), updates[i % kIds]), external);
           },
           commit_library},
          {begin_hand, [&](int i) { hand.Update(Name(i % kIds), updates[i % kIds]); }, commit_hand},
@@ -331,7 +254,7 @@ int main(int argc, char** argv) {
          40,
          {[side] { Use(*side); },
           [&, side](int i) {
-            side->store->Set(make_object(switch_id(i % kIds), texts[i % kIds]), external);
+            side->store->Set(MakeObject(SwitchId(i % kIds), texts[i % kIds]), external);
           }},
          {nullptr,
           [&](int i) {
@@ -349,7 +272,7 @@ int main(int argc, char** argv) {
             ObjectList objects;
             objects.reserve(kInstances);
             for (int n = 0; n < kInstances; ++n) {
-              objects.push_back(make_object(switch_id(n), instance_texts[n]));
+              objects.push_back(MakeObject(SwitchId(n), instance_texts[n]));
             }
             side->store->SetInstances(std::move(objects), external);
           }},
@@ -378,7 +301,7 @@ int main(int argc, char** argv) {
           [&, side](int) {
             ObjectList objects;
             for (int n = 0; n < 100; ++n)
-              objects.push_back(make_object(switch_id(n), texts[n % kIds]));
+              objects.push_back(MakeObject(SwitchId(n), texts[n % kIds]));
             side->store->SetInstances(std::move(objects), external);
           }},
          {nullptr,
@@ -395,9 +318,9 @@ int main(int argc, char** argv) {
             KorvoSetvault::SetObjectCacheEnabled(false);
             Use(*side);
           },
-          [&, side](int i) { side->store->Get(switch_id(i % kIds)); },
+          [&, side](int i) { side->store->Get(SwitchId(i % kIds)); },
           [] { KorvoSetvault::SetObjectCacheEnabled(true); }},
-         {nullptr, [&](int i) { hand.Get(switch_id(i % kIds)); }},
+         {nullptr, [&](int i) { hand.Get(SwitchId(i % kIds)); }},
          "flat"});
     add({"Set in the caller's transaction" + at,
          300,
@@ -406,7 +329,7 @@ int main(int argc, char** argv) {
             side->store->BeginTransaction();
           },
           [&, side](int i) {
-            side->store->Set(make_object(switch_id(i % kIds), texts[i % kIds]), external);
+            side->store->Set(MakeObject(SwitchId(i % kIds), texts[i % kIds]), external);
           },
           [side] { side->store->CommitTransaction(); }},
          {[&] { Exec(hand.db, "BEGIN IMMEDIATE"); },
@@ -420,7 +343,7 @@ int main(int argc, char** argv) {
             side->store->BeginTransaction();
           },
           [&, side](int i) {
-            side->store->Update(make_object(switch_id(i % kIds), updates[i % kIds]), external);
+            side->store->Update(MakeObject(SwitchId(i % kIds), updates[i % kIds]), external);
           },
           [side] { side->store->CommitTransaction(); }},
          {[&] { Exec(hand.db, "BEGIN IMMEDIATE"); },

@@ -1,7 +1,9 @@
 #!/bin/sh
 # Builds and runs the benchmark suite on two cores and writes docs/benchmarks.md: the
-# library beside its hand-written floors (floor_table: medians of interleaved repetitions)
-# and the medians of the Google Benchmark programs. Takes a few minutes.
+# library beside its hand-written floors (floor_table: medians of interleaved repetitions),
+# the medians of the Google Benchmark programs and the instructions and system calls per
+# call of the same operations (bench/instruction_counts.sh, when valgrind is installed).
+# Takes a few minutes.
 #
 # Usage: bench/run.sh [BUILD_DIR (default build)] [REPETITIONS (default 9, at least 7)]
 set -eu
@@ -29,6 +31,13 @@ for program in $programs; do
     --benchmark_min_time=0.2 \
     --benchmark_format=csv 2>/dev/null | grep '_median"' > "$tmp/$program.csv" || true
 done
+
+# Instruction counts, after the timed runs so that callgrind does not share their cores.
+if command -v valgrind >/dev/null; then
+  "$source_dir/bench/instruction_counts.sh" "$build_dir" > "$tmp/counts.md"
+else
+  echo "(valgrind is not installed)" > "$tmp/counts.md"
+fi
 
 {
   echo "# Benchmarks"
@@ -58,6 +67,15 @@ done
     awk -F, '{ gsub(/"/, "", $1); sub(/_median$/, "", $1); printf "| %s | %.2f | %s |\n", $1, $3, $5 }' \
       "$tmp/$program.csv"
   done
+  echo
+  echo "## Instruction and system call counts"
+  echo
+  echo "Counted by \`bench/instruction_counts.sh\`: each operation and its floor on a store of"
+  echo "1,000 instances and the host object, callgrind's inclusive instruction count of the calls"
+  echo "(200 per side, whole lists twice) and strace's system calls of 2N calls less those of N."
+  echo "Unlike the times above, these counts do not depend on the machine's load."
+  echo
+  cat "$tmp/counts.md"
   if [ -f "$source_dir/docs/benchmark-notes.md" ]; then
     echo
     cat "$source_dir/docs/benchmark-notes.md"

@@ -13,7 +13,7 @@ packages=(
   build-essential cmake ninja-build pkg-config clang
   rapidjson-dev libsqlite3-dev sqlite3 uuid-dev libcli11-dev libre2-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  help2man gcovr
+  help2man gcovr valgrind strace
 )
 
 missing=()
