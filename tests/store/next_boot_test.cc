@@ -278,6 +278,9 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
        },
        1062, ""},
       {[&] { next_boot_->SetInstances({nullptr}); }, 1061, ""},
+      // Each staged instance is validated.
+      {[&] { next_boot_->SetInstances({Object(Device("0000:09:00.0"), R"({"enabled":"yes"})")}); },
+       1089, ""},
       {[&] { next_boot_->Get(kDevices); }, 2000, "Non-Singleton object should contain instanceId"},
       {[&] { next_boot_->Reset(SetvaultObjectId("gone", "x", "y")); }, 1037, ""},
   };
@@ -292,6 +295,7 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
   next_boot_->Set(nullptr);
   EXPECT_TRUE(next_boot_->GetInstances(nullptr).empty());
   next_boot_->DeleteInstances(nullptr);
+  SetPartialBootStatus(nullptr);
   EXPECT_EQ(trace.statements(), std::vector<std::string>{});
 }
 

@@ -14,8 +14,6 @@
 namespace setvault_test {
 namespace {
 
-const SetvaultObjectId kHost("host", "system", "korvo");
-
 // Runs `child` in a forked process and waits for it; true when it exited with 0.
 template <typename Child>
 bool InChildProcess(Child child) {

@@ -71,55 +71,6 @@ class StoreReadsTest : public setvault_test::ConfigStoreTest {
   std::shared_ptr<Setvault> store_;
 };
 
-TEST_F(StoreReadsTest, GetReturnsTheMergedRowWithItsMetadata) {
-  ConfigRow row;
-  row.version = "1.2";
-  row.vital = R"({"systemUuid":"u","hostname":"v"})";
-  row.cached = R"({"memoryBytes":1024,"hostname":"c"})";
-  row.autoconf = R"({"timezone":"CET","hostname":"a"})";
-  row.revision = 12;
-  row.creation = "2026-03-04 05:06:07";
-  row.modified = "2026-04-05 06:07:08";
-  Insert(kHost, R"({"hostname":"u"})", row);
-  auto host = store_->Get(kHost);
-  ASSERT_NE(host, nullptr);
-  EXPECT_EQ(host->GetData(),
-            R"({"systemUuid":"u","memoryBytes":1024,"timezone":"CET","hostname":"u"})");
-  EXPECT_EQ(host->GetVersion() + host->GetCreationTime() + host->GetModifiedTime(),
-            "1.22026-03-04 05:06:072026-04-05 06:07:08");
-  EXPECT_EQ(host->GetRevision(), 12);
-  // The object carries its type's defaults and schema.
-  std::string power;
-  EXPECT_EQ(host->GetValue("powerPolicy", &power), 2);
-  EXPECT_EQ(power, "balanced");
-}
-
-TEST_F(StoreReadsTest, ReadsShowThePendingUserValueOnlyDuringAnUpgrade) {
-  // The type asks for the pending value during boot; that concerns Update's
-  // merge, not the reads.
-  const SetvaultObjectId options("options", "hvcore", "korvo");
-  ConfigRow row;
-  row.desired = R"({"logLevel":"debug"})";
-  row.success = 1;
-  Insert(options, R"({"logLevel":"info"})", row);
-  SetFlag("IS_BOOT", "true");
-  EXPECT_EQ(store_->Get(options)->GetData(), R"({"logLevel":"info"})");
-  SetFlag("UPGRADE_CTX", "1");
-  EXPECT_EQ(store_->Get(options)->GetData(), R"({"logLevel":"debug"})");
-}
-
-TEST_F(StoreReadsTest, NothingStoredIsAnEmptyResultNotAnError) {
-  EXPECT_EQ(store_->Get(kHost), nullptr);
-  EXPECT_EQ(store_->Get(kVs0), nullptr);
-  EXPECT_THAT(store_->GetInstances(std::make_shared<FilterSpecObject>(kVswitchType)), IsEmpty());
-  EXPECT_THAT(store_->GetInstanceIds(kVswitchType), IsEmpty());
-  EXPECT_EQ(store_->GetRevision(kHost), -1);
-  EXPECT_THAT(store_->GetInstancesRevision(kVswitchType), IsEmpty());
-  EXPECT_EQ(store_->GetDefaultConfig(kHost), nullptr);
-  EXPECT_THAT(store_->GetDefaultConfigInstances(std::make_shared<FilterSpecObject>(kVswitchType)),
-              IsEmpty());
-}
-
 TEST_F(StoreReadsTest, InstancesAndRevisionsInRowOrderNarrowedByTheFilter) {
   InsertVswitch("vs0", 9000, 3);
   InsertVswitch("vs1", 1500, 8);
@@ -154,25 +105,6 @@ TEST_F(StoreReadsTest, InstancesAndRevisionsInRowOrderNarrowedByTheFilter) {
   ASSERT_THAT(Names(listed), ElementsAre("vs0", "vs1", "vs2", "vs3"));
   EXPECT_EQ(listed[3]->GetData(), R"({"name":"vs3"})");
   EXPECT_EQ(listed[3]->GetRevision(), 7);
-}
-
-TEST_F(StoreReadsTest, DefaultConfigAndDefaultInstances) {
-  for (const char* name : {"", "vs0", "vs1"}) {
-    setvault_test::ValueRow row;
-    row.group = *name ? "net" : "system";
-    row.name = *name ? "vswitch" : "host";
-    row.identifier = name;
-    row.value = *name ? std::string(R"({"name":")") + name + "\"}" : R"({"hostname":"f"})";
-    if (!*name) row.vital = R"({"systemUuid":"x"})";
-    InsertDefault(row);
-  }
-  EXPECT_EQ(store_->GetDefaultConfig(kHost)->GetData(), R"({"systemUuid":"x","hostname":"f"})");
-  auto filter = std::make_shared<FilterSpecObject>(kVswitchType);
-  EXPECT_THAT(Names(store_->GetDefaultConfigInstances(filter)), ElementsAre("vs0", "vs1"));
-  filter->SetValue("name", "vs1");
-  EXPECT_THAT(Names(store_->GetDefaultConfigInstances(filter)), ElementsAre("vs1"));
-  EXPECT_EQ(store_->Get(kHost),
-            nullptr);  // the current configuration is another table
 }
 
 TEST_F(StoreReadsTest, ReadsLogOneTraceLineAboveTheThreshold) {

@@ -9,7 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "db/key_value.h"
 #include "store/store_fixture.h"
 #include "support/log_capture.h"
 
@@ -30,56 +29,11 @@ class StoreWritesTest : public WriteStoreTest {
                                id.instanceId + "'"),
               SQLITE_OK);
   }
-  void SetDesired(const SetvaultObjectId& id, const std::string& value) {
-    ASSERT_EQ(RunSql(Db(), "UPDATE Config SET DesiredValue = '" + value + "' WHERE Name = '" +
-                               id.key + "' AND Identifier = '" + id.instanceId + "'"),
-              SQLITE_OK);
-  }
   std::string StoredData(const SetvaultObjectId& id) {
     auto stored = store_->Get(id);
     return stored ? stored->GetData() : "<none>";
   }
 };
-
-// Reads follow each replacement (the cached copy of the object is replaced with it).
-TEST_F(StoreWritesTest, SetStoresTheObjectAndEachReplacementRaisesRevisionByOne) {
-  EXPECT_EQ(store_->GetRevision(kHost), -1);
-  for (int revision = 1; revision <= 3; ++revision) {
-    const std::string data = R"({"hostname":"host)" + std::to_string(revision) + R"("})";
-    store_->Set(Object(kHost, data), kExternal);
-    EXPECT_EQ(StoredData(kHost), data);
-    EXPECT_EQ(StoredData(kHost), data);
-    EXPECT_EQ(store_->GetRevision(kHost), revision);
-    if (revision == 1) AgeRow(kHost);
-  }
-  EXPECT_EQ(Column(kHost, "Version"), "");
-  EXPECT_EQ(RowCount(kHost), 1);
-  EXPECT_EQ(store_->Get(kHost)->GetCreationTime(), kOldTime);
-}
-
-// Members go to the column of their origin (sub-object instances keep their id in each
-// part); a whole-object write keeps stored vital and cached members it has no part for.
-TEST_F(StoreWritesTest, SetSplitsMembersIntoTheColumnOfTheirOrigin) {
-  store_->Set(Object(kHost, R"({"hostname":"h","systemUuid":"u-1","cpuModel":"x86",)"
-                            R"("bmc":{"address":"10.0.0.9"},"ntp":{"enabled":true}})"),
-              kExternal);
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"h","ntp":{"enabled":true}})");
-  EXPECT_EQ(Column(kHost, "VitalValue"), R"({"systemUuid":"u-1"})");
-  EXPECT_EQ(Column(kHost, "CachedValue"), R"({"cpuModel":"x86","bmc":{"address":"10.0.0.9"}})");
-  EXPECT_EQ(Column(kHost, "AutoConfValue"), "<null>");
-  store_->Set(Object(kHost, R"({"hostname":"b"})"), kExternal);
-  EXPECT_EQ(StoredData(kHost),
-            R"({"systemUuid":"u-1","cpuModel":"x86","bmc":{"address":"10.0.0.9"},)"
-            R"("hostname":"b"})");
-
-  store_->Set(Object(Vswitch("vs0"), R"({"name":"vs0","portgroups":[{"name":"pg1","vlanId":5,)"
-                                     R"("activePorts":3},{"name":"pg2"}]})"),
-              kExternal);
-  EXPECT_EQ(Column(Vswitch("vs0"), "UserValue"),
-            R"({"name":"vs0","portgroups":[{"name":"pg1","vlanId":5},{"name":"pg2"}]})");
-  EXPECT_EQ(Column(Vswitch("vs0"), "CachedValue"),
-            R"({"portgroups":[{"name":"pg1","activePorts":3}]})");
-}
 
 TEST_F(StoreWritesTest, AutoConfigurationAndUserWritesNeverEraseEachOther) {
   store_->Set(Object(kHost, R"({"hostname":"by-user"})"), kExternal);
@@ -94,26 +48,6 @@ TEST_F(StoreWritesTest, AutoConfigurationAndUserWritesNeverEraseEachOther) {
   EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"user-4"})");
   EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"hostname":"auto-3"})");
   EXPECT_EQ(store_->GetRevision(kHost), 4);
-}
-
-TEST_F(StoreWritesTest, VitalAndCachedWritersKeepTheOtherColumnsAndPendingDesiredValue) {
-  store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal);
-  store_->Set(Object(kHost, R"({"hostname":"auto"})"), kAutoConfig);
-  AgeRow(kHost);
-  SetDesired(kHost, R"({"hostname":"next"})");
-  store_->SetVitalData(Object(kHost, R"({"systemUuid":"u-9"})"));
-  store_->SetCachedData(Object(kHost, R"({"memoryBytes":1024})"));
-  EXPECT_EQ(Column(kHost, "CachedValue"), R"({"memoryBytes":1024})");
-  EXPECT_EQ(Column(kHost, "VitalValue"), R"({"systemUuid":"u-9"})");
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"h"})");
-  EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"hostname":"auto"})");
-  EXPECT_EQ(Column(kHost, "DesiredValue"), R"({"hostname":"next"})");
-  EXPECT_EQ(Column(kHost, "CreationTime"), kOldTime);
-  EXPECT_EQ(store_->GetRevision(kHost), 4);
-  // A user write drops the pending next-boot value.
-  store_->SetUserData(Object(kHost, R"({"hostname":"h2"})"), kExternal);
-  EXPECT_EQ(Column(kHost, "DesiredValue"), "<null>");
-  EXPECT_EQ(Column(kHost, "VitalValue"), R"({"systemUuid":"u-9"})");
 }
 
 TEST_F(StoreWritesTest, AnEmptyPartIsStoredAsNull) {
@@ -175,78 +109,8 @@ TEST_F(StoreWritesTest, RefusedWritesWriteNothing) {
   EXPECT_EQ(RowCount(Vswitch("")), 1);
 }
 
-TEST_F(StoreWritesTest, DuringBootExternalWritesOfUserConfigurationAreRefused) {
-  KorvoSetvault::SetKeyValue("IS_BOOT", "true");
-  auto host = [] { return Object(kHost, R"({"hostname":"h"})"); };
-  const std::function<void()> external_writes[] = {
-      [&] { store_->Set(host(), kExternal); },
-      [&] { store_->SetUserData(host(), kExternal); },
-      [&] { store_->Update(host(), kExternal); },
-      [&] { store_->SetInstances({Switch("a", 1500)}, kExternal); },
-  };
-  for (const auto& write : external_writes) {
-    EXPECT_EQ(ExpectThrow<KorvoSetvault::ValidationException>(write, 2000),
-              "API cannot be invoked with EXTERNAL context during boot");
-  }
-  EXPECT_EQ(QueryText(Db(), "SELECT COUNT(*) FROM Config"), "0");
-  EXPECT_NE(sqlite3_get_autocommit(Db()), 0);
-
-  // The host's own configuration, system-managed instances, vital data and the
-  // instance lists of one column (which have no boot guard) are not refused.
-  store_->Set(host(), kAutoConfig);
-  store_->Set(Object(Datastore("bootbank"), R"({"label":"bootbank"})"), kExternal);
-  store_->SetVitalData(Object(kHost, R"({"systemUuid":"u"})"));
-  store_->SetUserDataInstances({Object(Datastore("d"), R"({"label":"d"})")}, kExternal);
-  EXPECT_EQ(Column(kHost, "AutoConfValue"), R"({"hostname":"h"})");
-  EXPECT_EQ(Column(Datastore("d"), "UserValue"), R"({"label":"d"})");
-  // While an upgrade is in progress, external writes go through.
-  KorvoSetvault::SetKeyValue("UPGRADE_CTX", "1");
-  store_->Set(host(), kExternal);
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"h"})");
-}
-
-// An update merges members and sub-object instances by id into the column of its origin,
-// in place: no new revision, same creation time, the pending desired value dropped.
+// An update merges members into the column of its origin.
 TEST_F(StoreWritesTest, UpdateMergesIntoTheColumnOfItsOrigin) {
-  const SetvaultObjectId id = Vswitch("vs0");
-  store_->Set(Object(id, R"({"name":"vs0","mtu":1500,"uplinks":["a","b"],)"
-                         R"("teaming":{"policy":"failover"},)"
-                         R"("portgroups":[{"name":"pg1","vlanId":10},{"name":"pg2","vlanId":20,)"
-                         R"("activePorts":4}]})"),
-              kExternal);
-  AgeRow(id);
-  SetDesired(id, R"({"name":"vs0"})");
-  store_->Update(Object(id, R"({"name":"vs0","mtu":9000,"teaming":{"notifySwitches":true},)"
-                            R"("portgroups":[{"name":"pg2","vlanId":30},{"name":"pg3"}]})"),
-                 kExternal);
-  auto stored = store_->Get(id);
-  ASSERT_TRUE(stored);
-  int mtu = 0;
-  std::vector<std::string> uplinks;
-  EXPECT_EQ(stored->GetValue("mtu", &mtu) + stored->GetValue("uplinks", &uplinks), 2);
-  EXPECT_EQ(mtu, 9000);
-  EXPECT_EQ(uplinks, (std::vector<std::string>{"a", "b"}));
-  auto teaming = stored->GetSubObject(KorvoSetvault::SubObjectId("teaming"));
-  ASSERT_TRUE(teaming);
-  std::string policy;
-  bool notify = false;
-  EXPECT_EQ(teaming->GetValue("policy", &policy) + teaming->GetValue("notifySwitches", &notify), 2);
-  EXPECT_EQ(policy, "failover");
-  EXPECT_TRUE(notify);
-  // Sub-object instances by id: pg1 kept, pg2 changed (its cached member kept), pg3 added.
-  for (const auto& [name, vlan] :
-       std::vector<std::pair<std::string, int>>{{"pg1", 10}, {"pg2", 30}, {"pg3", -1}}) {
-    auto portgroup = stored->GetSubObject(KorvoSetvault::SubObjectId("portgroups", name));
-    ASSERT_TRUE(portgroup) << name;
-    int value = -1;
-    portgroup->GetValue("vlanId", &value);
-    EXPECT_EQ(value, vlan) << name;
-  }
-  EXPECT_EQ(Column(id, "CachedValue"), R"({"portgroups":[{"name":"pg2","activePorts":4}]})");
-  EXPECT_EQ(Column(id, "DesiredValue"), "<null>");
-  EXPECT_EQ(store_->GetRevision(id), 1);
-  EXPECT_EQ(Column(id, "CreationTime"), kOldTime);
-
   store_->Set(Object(kHost, R"({"hostname":"user","timezone":"UTC"})"), kExternal);
   store_->Update(Object(kHost, R"({"hostname":"auto"})"), kAutoConfig);
   store_->Update(Object(kHost, R"({"powerPolicy":"performance"})"), kAutoConfig);
@@ -335,20 +199,6 @@ TEST_F(StoreWritesTest, InstanceWritersKeepRevisionsAndTheColumnsOfOtherOrigins)
   store_->SetCachedData(cached);
   EXPECT_EQ(Column(Datastore("d2"), "CachedValue"), R"({"label":"d2","capacityBytes":250})");
   EXPECT_EQ(Column(Datastore("d2"), "UserValue"), R"({"label":"d2","device":"sd2"})");
-}
-
-TEST_F(StoreWritesTest, WritesInsideACallersTransactionRollBackWithIt) {
-  store_->Set(Object(kHost, R"({"hostname":"before"})"), kExternal);
-  {
-    KorvoSetvault::SetvaultTransaction transaction(store_);
-    store_->Set(Object(kHost, R"({"hostname":"inside"})"), kExternal);
-    store_->SetInstances({Switch("a", 1500)}, kExternal);
-    store_->Update(Object(kHost, R"({"timezone":"UTC"})"), kExternal);
-    EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"inside","timezone":"UTC"})");
-  }  // not committed
-  EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"before"})");
-  EXPECT_EQ(store_->GetRevision(kHost), 1);
-  EXPECT_EQ(RowCount(Vswitch("")), 0);
 }
 
 // After each write every top-level member names the last origin holding it in the read's

@@ -171,42 +171,6 @@ TEST_F(TransactionTest, ExceptionLeavingANestedGuardDoomsTheOuterOneAndReachesTh
 
 // --- The transaction calls ------------------------------------------------
 
-TEST_F(TransactionTest, TransactionCallsNestThroughTheDatabaseLayer) {
-  auto store = Setvault::GetStore("");
-  ASSERT_EQ(store->BeginTransaction(), 0);
-  ASSERT_EQ(store->BeginTransaction(), 0);
-  WriteRow("a");
-  EXPECT_EQ(store->CommitTransaction(), 0);  // inner level: only counts
-  EXPECT_EQ(SeenByOther("a"), "0");
-  EXPECT_EQ(store->CommitTransaction(), 0);
-  EXPECT_EQ(SeenByOther("a"), "1");
-  // Another store of the same thread shares the connection and its transaction.
-  auto second = Setvault::GetStore("");
-  ASSERT_EQ(store->BeginTransaction(), 0);
-  WriteRow("b");
-  EXPECT_EQ(second->CancelTransaction(), 0);
-  EXPECT_EQ(Seen("b"), "0");
-}
-
-TEST_F(TransactionTest, CommitWithoutTransactionThrows) {
-  ExpectError([&] { store_->CommitTransaction(); }, 2000, "Commit transaction failed.");
-  // Cancel without transaction reports the layer's code and does not throw.
-  EXPECT_EQ(store_->CancelTransaction(), 2);
-}
-
-TEST_F(TransactionTest, BeginReturnsTheLayersCodeWithoutThrowing) {
-  // A second connection holds the write lock: begin waits out the busy
-  // time-out and reports failure.
-  ASSERT_EQ(
-      sqlite3_exec(DBStore::GetSqliteHandle(*other_), "BEGIN IMMEDIATE", nullptr, nullptr, nullptr),
-      SQLITE_OK);
-  EXPECT_NE(store_->BeginTransaction(), 0);
-  EXPECT_FALSE(InTransaction());
-  sqlite3_exec(DBStore::GetSqliteHandle(*other_), "ROLLBACK", nullptr, nullptr, nullptr);
-  EXPECT_EQ(store_->BeginTransaction(), 0);
-  EXPECT_EQ(store_->CancelTransaction(), 0);
-}
-
 using TransactionDeathTest = TransactionTest;
 
 TEST_F(TransactionDeathTest, CancellingANestedLevelEndsTheProcess) {
