@@ -15,20 +15,6 @@ namespace {
 
 using KorvoSetvault::SetvaultObjectId;
 
-// A host object of about 500 bytes over four value columns.
-constexpr char kHostVital[] =
-    R"({"systemUuid":"4c4c4544-0042-3510-8052-b4c04f4e3232","installDate":"2026-01-15T08:30:00Z"})";
-constexpr char kHostCached[] =
-    R"({"cpuModel":"Example CPU 7763 64-Core Processor","memoryBytes":549755813888,)"
-    R"("bmc":{"address":"10.20.30.40","firmware":"2.18.1"}})";
-constexpr char kHostAuto[] =
-    R"({"timezone":"Europe/Berlin","ntp":{"enabled":true,"servers":["0.pool.example.org",)"
-    R"("1.pool.example.org"]}})";
-constexpr char kHostUser[] =
-    R"({"hostname":"host-017.rack-04.dc1.example.org","powerPolicy":"performance",)"
-    R"("ntp":{"servers":["ntp1.example.org","ntp2.example.org"]},)"
-    R"("syslog":{"remoteHost":"logs.example.org","level":"info","rotation":{"sizeKiB":4096,"keep":8}}})";
-
 constexpr char kStoredVital[] = R"({"uplinks":["nic0"]})";
 
 void Insert(sqlite3* db, const SetvaultObjectId& id, const std::string& user, const char* vital,
@@ -55,6 +41,19 @@ void Insert(sqlite3* db, const SetvaultObjectId& id, const std::string& user, co
 }
 
 }  // namespace
+
+const char kHostVital[] =
+    R"({"systemUuid":"4c4c4544-0042-3510-8052-b4c04f4e3232","installDate":"2026-01-15T08:30:00Z"})";
+const char kHostCached[] =
+    R"({"cpuModel":"Example CPU 7763 64-Core Processor","memoryBytes":549755813888,)"
+    R"("bmc":{"address":"10.20.30.40","firmware":"2.18.1"}})";
+const char kHostAuto[] =
+    R"({"timezone":"Europe/Berlin","ntp":{"enabled":true,"servers":["0.pool.example.org",)"
+    R"("1.pool.example.org"]}})";
+const char kHostUser[] =
+    R"({"hostname":"host-017.rack-04.dc1.example.org","powerPolicy":"performance",)"
+    R"("ntp":{"servers":["ntp1.example.org","ntp2.example.org"]},)"
+    R"("syslog":{"remoteHost":"logs.example.org","level":"info","rotation":{"sizeKiB":4096,"keep":8}}})";
 
 const SetvaultObjectId kHost("host", "system", "korvo");
 

@@ -13,7 +13,11 @@
 
 namespace floor_bench {
 
-// The host object, stored over all four value columns.
+// The host object's value columns (about 500 bytes in all), and its id.
+extern const char kHostVital[];
+extern const char kHostCached[];
+extern const char kHostAuto[];
+extern const char kHostUser[];
 extern const KorvoSetvault::SetvaultObjectId kHost;
 
 // The name of the vswitch instance `i` ("vs<i>") and its id.

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "db/statements.h"
+#include "floor_data.h"
 #include "dbstore/db_store.h"
 #include "setvault/host_setup.h"
 #include "setvault/json_doc.h"
@@ -29,28 +30,19 @@
 
 namespace {
 
+using floor_bench::kHostAuto;
+using floor_bench::kHostCached;
+using floor_bench::kHostUser;
+using floor_bench::kHostVital;
+using floor_bench::Name;
+
 using KorvoSetvault::JsonDocument;
 using KorvoSetvault::JsonValue;
 
 constexpr int kInstances = 10000;
 
-// A host object of about 500 bytes spread over the four value columns.
-constexpr char kHostVital[] =
-    R"({"systemUuid":"4c4c4544-0042-3510-8052-b4c04f4e3232","installDate":"2026-01-15T08:30:00Z"})";
-constexpr char kHostCached[] =
-    R"({"cpuModel":"Example CPU 7763 64-Core Processor","memoryBytes":549755813888,)"
-    R"("bmc":{"address":"10.20.30.40","firmware":"2.18.1"}})";
-constexpr char kHostAuto[] =
-    R"({"timezone":"Europe/Berlin","ntp":{"enabled":true,"servers":["0.pool.example.org",)"
-    R"("1.pool.example.org"]}})";
-constexpr char kHostUser[] =
-    R"({"hostname":"host-017.rack-04.dc1.example.org","powerPolicy":"performance",)"
-    R"("ntp":{"servers":["ntp1.example.org","ntp2.example.org"]},)"
-    R"("syslog":{"remoteHost":"logs.example.org","level":"info","rotation":{"sizeKiB":4096,"keep":8}}})";
-
-std::string InstanceName(int i) { return "vs" + std::to_string(i); }
 std::string InstanceUser(int i) {
-  return R"({"name":")" + InstanceName(i) +
+  return R"({"name":")" + Name(i) +
          R"(","mtu":9000,"uplinks":["nic0","nic1"],"teaming":{"policy":"failover"}})";
 }
 constexpr char kInstanceVital[] = R"({"uplinks":["nic0"]})";
@@ -81,7 +73,7 @@ struct BenchStore {
     Exec(db, "BEGIN");
     Insert(db, "host", "system", "", kHostUser, kHostVital, kHostCached, kHostAuto);
     for (int i = 0; i < kInstances; ++i) {
-      Insert(db, "vswitch", "net", InstanceName(i), InstanceUser(i), kInstanceVital, nullptr,
+      Insert(db, "vswitch", "net", Name(i), InstanceUser(i), kInstanceVital, nullptr,
              nullptr);
     }
     Exec(db, "COMMIT");

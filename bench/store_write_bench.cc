@@ -21,6 +21,7 @@
 #include "db/object_split.h"
 #include "dbstore/db_store.h"
 #include "document/setvault_document.h"
+#include "floor_data.h"
 #include "jsonschema/json_validator.h"
 #include "schema/schema_store.h"
 #include "setvault/host_setup.h"
@@ -32,6 +33,9 @@
 
 namespace {
 
+using floor_bench::Name;
+using floor_bench::SwitchJson;
+using floor_bench::UpdateJson;
 using KorvoSetvault::JsonDocument;
 using KorvoSetvault::JsonValue;
 
@@ -62,19 +66,6 @@ constexpr char kUpdateUserSql[] =
 
 double Min(const std::vector<double>& values) {
   return *std::min_element(values.begin(), values.end());
-}
-
-std::string Name(int i) { return "vs" + std::to_string(i); }
-
-std::string SwitchJson(const std::string& name, int mtu) {
-  return R"({"name":")" + name + R"(","mtu":)" + std::to_string(mtu) +
-         R"(,"uplinks":["nic0","nic1"],"teaming":{"policy":"failover","notifySwitches":true},)"
-         R"("portgroups":[{"name":"mgmt","vlanId":10,"activePorts":3},{"name":"vm","vlanId":20}]})";
-}
-
-std::string UpdateJson(const std::string& name, int mtu) {
-  return R"({"name":")" + name + R"(","mtu":)" + std::to_string(mtu) +
-         R"(,"teaming":{"notifySwitches":false}})";
 }
 
 // A store file and a schema database with the example definitions, plus a hand-run

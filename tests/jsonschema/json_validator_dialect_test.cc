@@ -185,8 +185,11 @@ TEST(JsonValidatorDialect, StoreWritesFollowTheDialect) {
     auto write = [&] {
       store->Set(object, KorvoSetvault::USERDATA_CONTEXT{KorvoSetvault::kExternalContext});
     };
-    if (accepted) EXPECT_NO_THROW(write());
-    if (!accepted) EXPECT_THROW(write(), KorvoSetvault::ValidationException);
+    if (accepted) {
+      EXPECT_NO_THROW(write());
+    } else {
+      EXPECT_THROW(write(), KorvoSetvault::ValidationException);
+    }
   });
   store.reset();
   KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath);
