@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "db/statements.h"
-#include "floor_data.h"
 #include "dbstore/db_store.h"
+#include "floor_data.h"
 #include "setvault/host_setup.h"
 #include "setvault/json_doc.h"
 #include "setvault/logger.h"
@@ -63,8 +63,7 @@ struct BenchStore {
     KorvoSetvault::SVLogger::SetCallbackSink([](int, const std::string&) {});
     KorvoSetvault::SetSchemaStorePath(dir + "/schema.db");
     KorvoSetvault::SetStorePath(dir + "/store.db");  // loading writes the shipped defaults
-    const auto examples =
-        std::filesystem::path(SETVAULT_SOURCE_DIR) / "examples" / "schemas";
+    const auto examples = std::filesystem::path(SETVAULT_SOURCE_DIR) / "examples" / "schemas";
     if (KorvoSetvault::LoadSchemaDefinitions(examples.string()) == 0) std::abort();
     auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
     DBStore::CheckStore(conn, true);  // the store file exists before raw SQL runs
@@ -73,8 +72,7 @@ struct BenchStore {
     Exec(db, "BEGIN");
     Insert(db, "host", "system", "", kHostUser, kHostVital, kHostCached, kHostAuto);
     for (int i = 0; i < kInstances; ++i) {
-      Insert(db, "vswitch", "net", Name(i), InstanceUser(i), kInstanceVital, nullptr,
-             nullptr);
+      Insert(db, "vswitch", "net", Name(i), InstanceUser(i), kInstanceVital, nullptr, nullptr);
     }
     Exec(db, "COMMIT");
     store = KorvoSetvault::Setvault::GetStore("");

@@ -79,8 +79,7 @@ struct Bench {
     KorvoSetvault::SVLogger::SetCallbackSink([](int, const std::string&) {});
     KorvoSetvault::SetStorePath(dir + "/store.db");
     KorvoSetvault::SetSchemaStorePath(dir + "/schema.db");
-    const auto examples =
-        std::filesystem::path(SETVAULT_SOURCE_DIR) / "examples" / "schemas";
+    const auto examples = std::filesystem::path(SETVAULT_SOURCE_DIR) / "examples" / "schemas";
     KorvoSetvault::LoadSchemaDefinitions(examples.string());
     store = KorvoSetvault::Setvault::GetStore("");
     schema =
