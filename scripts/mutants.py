@@ -7,7 +7,11 @@ arguments), draws a fixed sample from them with a seed, and for each mutant in
 turn: writes it into the source file, rebuilds incrementally in a dedicated
 build directory, runs the test binaries of the touched subsystem
 (src/<dir>/ -> tests/<dir>/*_test.cc; the whole ctest when there are none),
-and puts the file back. A mutant is "killed" when a test fails or times out,
+and puts the file back. With --map (a per-test coverage map written by
+scripts/coverage_map.py) a mutant is judged instead by every test of the whole
+suite that reaches its line, which gives the whole suite's verdict without
+running the tests that cannot notice the change; the tests that failed are
+recorded in BUILD_DIR/mutants.json. A mutant is "killed" when a test fails or times out,
 "survived" when every test passes, and "stillborn" when it does not compile.
 
 The same seed over the same sources gives the same mutants. The source file is
@@ -16,6 +20,7 @@ next run restores before it starts.
 """
 
 import argparse
+import concurrent.futures
 import glob
 import json
 import os
@@ -230,8 +235,86 @@ def run(cmd, timeout, log):
         return "timeout"
 
 
+def reaching_tests(mutant, coverage_map):
+    """Test binary to the gtest names, of every gtest test that reaches the mutant's line."""
+    spot = "%s:%d" % (mutant.path, mutant.line)
+    by_binary = {}
+    for name, test in coverage_map.items():
+        binary = os.path.basename(test["command"][0])
+        if spot in test["lines"] and binary.startswith("setvault_"):
+            by_binary.setdefault(binary, []).append(gtest_name(test["command"], name))
+    return by_binary
+
+
+def gtest_name(command, name):
+    for arg in command:
+        if arg.startswith("--gtest_filter="):
+            return arg[len("--gtest_filter="):]
+    return name
+
+
+def failed_tests(report_path):
+    """Names of the failed tests in a gtest JSON report (empty when none or unreadable)."""
+    try:
+        with open(report_path) as f:
+            report = json.load(f)
+    except (OSError, ValueError):
+        return []
+    return ["%s.%s" % (suite["name"], case["name"]) for suite in report.get("testsuites", [])
+            for case in suite.get("testsuite", []) if case.get("failures")]
+
+
+def run_binary(binary, names, killers, args, log):
+    """Runs the named tests of one binary, adding the failed ones to `killers`;
+    skipped once `killers` holds three."""
+    if len(killers) >= 3:
+        return
+    report = os.path.join(args.build_dir, "mutant-report-%s.json" % binary)
+    if os.path.exists(report):
+        os.remove(report)
+    code = run([os.path.join(args.build_dir, "tests", binary), "--gtest_brief=1",
+                "--gtest_filter=" + ":".join(names), "--gtest_output=json:" + report],
+               args.timeout, log)
+    if code == "timeout":
+        found = ["%s (timed out)" % binary]
+    elif code != 0:
+        found = failed_tests(report) or [binary]
+    else:
+        found = []
+    killers.extend(found)  # list.extend is atomic under the interpreter lock
+
+
+def reach_verdict(mutant, args, log):
+    """Builds one mutant and runs every test that reaches its line: (outcome, detail, killers)."""
+    by_binary = reaching_tests(mutant, args.coverage_map)
+    targets = sorted(by_binary) or ["setvault_objects"]
+    if run(["ninja", "-C", args.build_dir, "-j", str(args.jobs)] + targets, None, log) != 0:
+        return "stillborn", "does not compile", []
+    if not by_binary:
+        return "survived", "no test reaches the line", []
+    # Binaries run two at a time and stop once three of them have failed: a
+    # mutant that many tests notice needs no more, and the record still shows
+    # which mutants rest on a single test.
+    killers = []
+    with concurrent.futures.ThreadPoolExecutor(args.jobs) as pool:
+        list(pool.map(lambda item: run_binary(item[0], item[1], killers, args, log),
+                      sorted(by_binary.items())))
+    tests = sum(len(n) for n in by_binary.values())
+    if killers:
+        return "killed", "%s fails, %d tests reach the line" % (killers[0], tests), killers
+    return "survived", "%d reaching tests" % tests, []
+
+
 def verdict(mutant, args, log):
-    """Builds and tests one mutant: killed, survived or stillborn."""
+    """Builds and tests one mutant: (killed, survived or stillborn; detail; killers)."""
+    if args.coverage_map is not None:
+        return reach_verdict(mutant, args, log)
+    outcome, detail = folder_verdict(mutant, args, log)
+    return outcome, detail, [detail] if outcome == "killed" else []
+
+
+def folder_verdict(mutant, args, log):
+    """Builds and tests one mutant with its own folder's tests."""
     targets = test_targets(mutant.path)
     build = ["ninja", "-C", args.build_dir, "-j", str(args.jobs)] + (targets or ["all"])
     if run(build, None, log) != 0:
@@ -263,6 +346,10 @@ def configure(args, log):
 
 def baseline(sample, args, log):
     """The unmutated sources must pass the tests each mutant will be judged by."""
+    if args.coverage_map is not None:
+        if run(["ninja", "-C", args.build_dir, "-j", str(args.jobs)], None, log) != 0:
+            sys.exit("the unmutated sources do not build (log: %s)" % log.name)
+        return
     needed = sorted({t for m in sample for t in test_targets(m.path)})
     if run(["ninja", "-C", args.build_dir, "-j", str(args.jobs)] + needed, None, log) != 0:
         sys.exit("the unmutated sources do not build (log: %s)" % log.name)
@@ -283,8 +370,14 @@ def main():
     parser.add_argument("--build-dir", default=os.path.join(ROOT, "build-mutants"))
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 2)
     parser.add_argument("--timeout", type=int, default=300, help="seconds per test binary")
+    parser.add_argument("--map", help="per-test coverage map (scripts/coverage_map.py): judge "
+                        "each mutant by every test that reaches its line")
     args = parser.parse_args()
     args.build_dir = os.path.abspath(args.build_dir)
+    args.coverage_map = None
+    if args.map:
+        with open(args.map) as f:
+            args.coverage_map = json.load(f)
 
     sample, per_kind, total = draw_sample(args.seed, args.count)
     print("%d candidates (%s); sample of %d, seed %d" % (
@@ -309,6 +402,7 @@ def main():
         signal.signal(sig, stop)
 
     results = {"killed": [], "survived": [], "stillborn": []}
+    record = {}
     with open(os.path.join(args.build_dir, "mutants.log"), "w") as log:
         configure(args, log)
         baseline(sample, args, log)
@@ -317,10 +411,11 @@ def main():
                 started = time.time()
                 restorer.mutate(mutant)
                 try:
-                    outcome, detail = verdict(mutant, args, log)
+                    outcome, detail, killers = verdict(mutant, args, log)
                 finally:
                     restorer.restore()
                 results[outcome].append(mutant)
+                record[mutant.describe()] = {"outcome": outcome, "killers": killers}
                 print("[%d/%d] %-9s %s (%s, %.0f s)" % (i, len(sample), outcome,
                                                         mutant.describe(), detail,
                                                         time.time() - started), flush=True)
@@ -329,6 +424,8 @@ def main():
         finally:
             restorer.restore()
 
+    with open(os.path.join(args.build_dir, "mutants.json"), "w") as f:
+        json.dump(record, f, indent=1)
     ran = sum(len(v) for v in results.values())
     viable = len(results["killed"]) + len(results["survived"])
     print("\n%d of %d mutants run: killed %d, survived %d, stillborn %d" % (
