@@ -38,6 +38,8 @@ def list_tests(build_dir, exclude, binaries):
                            check=True, capture_output=True, text=True).stdout
     tests = []
     for test in json.loads(shown)["tests"]:
+        if not test.get("command"):
+            continue  # a test whose binary is not built
         if exclude and re.search(exclude, test["name"]):
             continue
         if binaries and not re.search(binaries, binary_of(test)):

@@ -284,6 +284,17 @@ def run_binary(binary, names, killers, args, log):
     killers.extend(found)  # list.extend is atomic under the interpreter lock
 
 
+def earlier_killers(mutant, by_binary, earlier_record):
+    """The reaching tests an earlier run recorded as this mutant's killers, by binary."""
+    named = set((earlier_record or {}).get(mutant.describe(), {}).get("killers", []))
+    found = {}
+    for binary, names in by_binary.items():
+        again = [n for n in names if n in named]
+        if again:
+            found[binary] = again
+    return found
+
+
 def reach_verdict(mutant, args, log):
     """Builds one mutant and runs every test that reaches its line: (outcome, detail, killers)."""
     by_binary = reaching_tests(mutant, args.coverage_map)
@@ -292,6 +303,15 @@ def reach_verdict(mutant, args, log):
         return "stillborn", "does not compile", []
     if not by_binary:
         return "survived", "no test reaches the line", []
+    # The tests that killed this mutant in an earlier run (--earlier) go first:
+    # when one still fails, the verdict needs no other test.
+    earlier = earlier_killers(mutant, by_binary, args.earlier_record)
+    if earlier:
+        killers = []
+        for binary, names in sorted(earlier.items()):
+            run_binary(binary, names, killers, args, log)
+        if killers:
+            return "killed", "%s fails again" % killers[0], killers
     # Binaries run two at a time and stop once three of them have failed: a
     # mutant that many tests notice needs no more, and the record still shows
     # which mutants rest on a single test.
@@ -372,8 +392,14 @@ def main():
     parser.add_argument("--timeout", type=int, default=300, help="seconds per test binary")
     parser.add_argument("--map", help="per-test coverage map (scripts/coverage_map.py): judge "
                         "each mutant by every test that reaches its line")
+    parser.add_argument("--earlier", help="mutants.json of an earlier --map run: each "
+                        "mutant's earlier killers run first")
     args = parser.parse_args()
     args.build_dir = os.path.abspath(args.build_dir)
+    args.earlier_record = None
+    if args.earlier:
+        with open(args.earlier) as f:
+            args.earlier_record = json.load(f)
     args.coverage_map = None
     if args.map:
         with open(args.map) as f:
