@@ -16,18 +16,8 @@ namespace {
 
 using KorvoSetvault::FilterSpecObject;
 
-const char kOldTime[] = "2001-02-03 04:05:06";
-
 class StoreWritesTest : public WriteStoreTest {
  protected:
-  // Marks the row of `id` as created long ago, so that a write which resets the creation
-  // time cannot go unnoticed within the same second.
-  void AgeRow(const SetvaultObjectId& id) {
-    ASSERT_EQ(RunSql(Db(), "UPDATE Config SET CreationTime = '" + std::string(kOldTime) +
-                               "' WHERE Name = '" + id.key + "' AND Identifier = '" +
-                               id.instanceId + "'"),
-              SQLITE_OK);
-  }
   std::string StoredData(const SetvaultObjectId& id) {
     auto stored = store_->Get(id);
     return stored ? stored->GetData() : "<none>";
@@ -136,11 +126,13 @@ TEST_F(StoreWritesTest, DeletesRemoveExactlyTheNamedOrMatchingInstances) {
 
 TEST_F(StoreWritesTest, InstanceWritersKeepRevisionsAndTheColumnsOfOtherOrigins) {
   store_->SetInstances({Switch("a", 1500), Switch("b", 1600)}, kExternal);
-  AgeRow(Vswitch("a"));
+  // Created long ago, so that a write which resets the creation time cannot go unnoticed.
+  const std::string old_time = "2001-02-03 04:05:06";
+  ASSERT_EQ(RunSql(Db(), "UPDATE Config SET CreationTime = '" + old_time + "'"), SQLITE_OK);
   store_->SetInstances({Switch("a", 1700), Switch("c", 1500)}, kExternal);
   EXPECT_EQ(store_->GetInstancesRevision(Vswitch("")),
             (std::vector<std::pair<std::string, int>>{{"a", 2}, {"b", 1}, {"c", 1}}));
-  EXPECT_EQ(Column(Vswitch("a"), "CreationTime"), kOldTime);
+  EXPECT_EQ(Column(Vswitch("a"), "CreationTime"), old_time);
   EXPECT_EQ(StoredData(Vswitch("a")), R"({"name":"a","mtu":1700})");
 
   // Datastores d1 and d2 whose `member` is `prefix` followed by the datastore's number.
@@ -195,7 +187,9 @@ TEST_F(StoreWritesTest, GetMemberOriginsNamesTheOriginOfEachMember) {
       {[&] { store_->Update(Object(kHost, R"({"powerPolicy":"performance"})"), kAutoConfig); },
        {{"powerPolicy", "auto"}}},
       {[&] { store_->Update(Object(kHost, R"({"timezone":"UTC"})"), kExternal); }, {}},
-      {[&] { store_->SetUserData(Object(kHost, R"({"ntp":{}})"), USERDATA_CONTEXT{7}); },
+      {[&] {
+         store_->SetUserData(Object(kHost, R"({"ntp":{"enabled":false}})"), USERDATA_CONTEXT{7});
+       },
        {{"powerPolicy", "default"}}},
   };
   Origins expected;
@@ -205,7 +199,8 @@ TEST_F(StoreWritesTest, GetMemberOriginsNamesTheOriginOfEachMember) {
     EXPECT_EQ(KorvoSetvault::GetMemberOrigins(kHost), expected) << "step " << i;
   }
   EXPECT_EQ(StoredData(kHost),
-            R"({"systemUuid":"u1","cpuModel":"c1","ntp":{},"hostname":"h1","timezone":"UTC"})");
+            R"({"systemUuid":"u1","cpuModel":"c1","ntp":{"enabled":false},"hostname":"h1",)"
+            R"("timezone":"UTC"})");
 }
 
 }  // namespace

@@ -50,8 +50,8 @@ TEST(SetvaultCliTest, EveryCommandOnOneStore) {
       {"setvault get korvo system host --origin", 0,
        R"("data":{"systemUuid":"u1","hostname":"h1"},)"
        R"("origin":{"systemUuid":"vital","hostname":"user"}})"},
-      {R"(setvault set korvo system host --auto '{"timezone": "CET"}' >/dev/null
-          setvault get korvo system host --effective --origin)",
+      {R"(setvault set korvo system host --auto '{"timezone": "CET"}' >/dev/null; )"
+       "setvault get korvo system host --effective --origin",
        0,
        R"("powerPolicy":"balanced"},"origin":{"systemUuid":"vital","timezone":"auto",)"
        R"("hostname":"user","powerPolicy":"default"}})"},
