@@ -8,20 +8,18 @@
 #include "store/store_fixture.h"
 #include "support/expect_error.h"
 
-namespace setvault_test {
+namespace KorvoSetvault {
 namespace {
 
-using KorvoSetvault::CreateObject;
-using KorvoSetvault::FilterSpecObject;
-using KorvoSetvault::GetBootInfo;
-using KorvoSetvault::GetKernelOptions;
-using KorvoSetvault::NextBootStore;
-using KorvoSetvault::SetBootStatus;
-using KorvoSetvault::SetKeyValue;
-using KorvoSetvault::SetPartialBootStatus;
-using KorvoSetvault::SetvaultException;
-using KorvoSetvault::UpdateKernelOptions;
-using KorvoSetvault::ValidationException;
+using setvault_test::ExpectError;
+using setvault_test::ExpectThrow;
+using setvault_test::kExternal;
+using setvault_test::kHost;
+using setvault_test::QueryText;
+using setvault_test::RunSql;
+using setvault_test::StatementTrace;
+using setvault_test::Vswitch;
+using setvault_test::WriteStoreTest;
 
 SetvaultObjectId Device(const std::string& address) {
   return SetvaultObjectId("pciPassthrough", "hvcore", "korvo", address);
@@ -37,10 +35,9 @@ std::shared_ptr<SetvaultObject> DeviceObject(const std::string& address, bool en
 }
 // An object of a type the schema store does not know.
 std::shared_ptr<SetvaultObject> SchemaLess(const SetvaultObjectId& id) {
-  KorvoSetvault::SetvaultObjectImpl::Parts parts;
+  SetvaultObjectImpl::Parts parts;
   parts.id = id;
-  return std::make_shared<SetvaultObject>(
-      std::make_shared<KorvoSetvault::SetvaultObjectImpl>(std::move(parts)));
+  return std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(std::move(parts)));
 }
 std::shared_ptr<FilterSpecObject> DeviceFilter(const char* json) {
   auto filter = std::make_shared<FilterSpecObject>(kDevices);
@@ -111,7 +108,7 @@ TEST_F(NextBootTest, BootCycleOfAHost) {
   // of it is applied.
   SetPartialBootStatus(CreateObject(kOptions, R"({"hugePages":512})"));
   EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512})");
-  EXPECT_EQ(Data(KorvoSetvault::GetDesiredUserConfig(kOptions, KorvoSetvault::kDesiredUserOnly)),
+  EXPECT_EQ(Data(GetDesiredUserConfig(kOptions, kDesiredUserOnly)),
             R"({"hugePages":512,"logLevel":"debug"})");
   SetPartialBootStatus(CreateObject(kOptions, R"({"logLevel":"debug"})"));
   EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512,"logLevel":"debug"})");
@@ -141,7 +138,7 @@ TEST_F(NextBootTest, PartialConfirmationOfAnUnconfirmedValueAndItsRefusals) {
   store_->Set(Object(kHost, R"({"hostname":"h1","timezone":"UTC"})"), kExternal);
   SetKeyValue("UPGRADE_CTX", "0");
   ASSERT_EQ(Column(kHost, "Success"), "0");
-  EXPECT_EQ(Data(KorvoSetvault::GetDesiredUserConfig(kHost, KorvoSetvault::kDesiredWithAllParts)),
+  EXPECT_EQ(Data(GetDesiredUserConfig(kHost, kDesiredWithAllParts)),
             R"({"hostname":"h1","timezone":"UTC"})");
 
   const std::string before = Everything();
@@ -189,8 +186,7 @@ TEST_F(NextBootTest, RemediatedHostRefusesEveryChangeAndAChangeMarksTheBootMode)
     SetKeyValue("BOOT_MODE", "0");
     write.call(*next_boot_);
     // A set or delete marks the change; clearing the staged actions does not.
-    EXPECT_EQ(KorvoSetvault::GetKeyValue("BOOT_MODE"),
-              write.name == std::string("Reset") ? "0" : "4")
+    EXPECT_EQ(GetKeyValue("BOOT_MODE"), write.name == std::string("Reset") ? "0" : "4")
         << write.name;
   }
 }
@@ -318,15 +314,15 @@ TEST_F(NextBootTest, HostFunctionsReportBadInputClearly) {
     ExpectThrow<SetvaultException>([] { GetBootInfo(); }, 1082);
   }
 
-  EXPECT_EQ(KorvoSetvault::GetSchemaVersion(kDevices), "1.2");
-  EXPECT_EQ(KorvoSetvault::GetSchemaVersion(kGone), "");
+  EXPECT_EQ(GetSchemaVersion(kDevices), "1.2");
+  EXPECT_EQ(GetSchemaVersion(kGone), "");
   auto created = CreateObject(Device("0000:07:00.0"), R"({"enabled":true})", 7ul);
   EXPECT_EQ(created->GetRevision(), 7);
   EXPECT_EQ(created->GetData(), R"({"enabled":true})");
   EXPECT_EQ(CreateObject(kScheduler, "{}")->GetRevision(), -1);
-  ExpectThrow<KorvoSetvault::InvalidArgumentException>([] { CreateObject(kScheduler, "{"); }, 1080);
+  ExpectThrow<InvalidArgumentException>([] { CreateObject(kScheduler, "{"); }, 1080);
   ExpectThrow<SetvaultException>([] { CreateObject(kGone, "{}"); }, 1037);
 }
 
 }  // namespace
-}  // namespace setvault_test
+}  // namespace KorvoSetvault
