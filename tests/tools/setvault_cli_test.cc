@@ -120,9 +120,8 @@ TEST(SetvaultCliTest, EveryCommandOnOneStore) {
       {"setvault boot-status korvo hvcore options && setvault get korvo hvcore options", 0,
        R"("data":{"logLevel":"debug"})"},
       {"setvault kernel-options get", 0, R"("logLevel":"debug")"},
-      {R"(setvault kernel-options update '{"hugePages": 4}' > /dev/null &&
-          setvault boot-status korvo hvcore options --partial '{"hugePages": 4}' &&
-          setvault get korvo hvcore options)",
+      {R"(setvault kernel-options update '{"hugePages": 4}' > /dev/null && setvault boot-status )"
+       R"(korvo hvcore options --partial '{"hugePages": 4}' && setvault get korvo hvcore options)",
        0, R"("hugePages":4)"},
       {R"(setvault boot-status korvo hvcore options --partial '{"hugePages": 8}')", 1,
        "desired config is empty"},
