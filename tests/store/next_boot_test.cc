@@ -155,13 +155,8 @@ TEST_F(NextBootTest, PartialConfirmationOfAnUnconfirmedValueAndItsRefusals) {
   EXPECT_EQ(Column(kHost, "DesiredValue"), R"({"hostname":"h1","timezone":"UTC"})");
 }
 
-// Every next-boot write of the table, with the message it fails with.
-struct NextBootWrite {
-  const char* name;
-  std::function<void(NextBootStore&)> call;
-};
-
-std::vector<NextBootWrite> AllWrites() {
+// Every next-boot write, by name.
+std::vector<std::pair<std::string, std::function<void(NextBootStore&)>>> AllWrites() {
   return {
       {"Set",
        [](NextBootStore& nb) { nb.Set(CreateObject(kScheduler, R"({"numaBalancing":true})")); }},
@@ -177,17 +172,16 @@ TEST_F(NextBootTest, RemediatedHostRefusesEveryChangeAndAChangeMarksTheBootMode)
   next_boot_->SetInstances({DeviceObject("0000:01:00.0", true)});
   SetKeyValue("BOOT_MODE", "1");
   const std::string before = Everything();
-  for (const auto& write : AllWrites()) {
-    ExpectError([&] { write.call(*next_boot_); }, 2000,
+  for (const auto& [name, call] : AllWrites()) {
+    ExpectError([&, &call = call] { call(*next_boot_); }, 2000,
                 "Korvo host is being remediated by QCM, cannot set next-boot configuration.");
-    EXPECT_EQ(Everything(), before) << write.name;
+    EXPECT_EQ(Everything(), before) << name;
   }
-  for (const auto& write : AllWrites()) {
+  for (const auto& [name, call] : AllWrites()) {
     SetKeyValue("BOOT_MODE", "0");
-    write.call(*next_boot_);
+    call(*next_boot_);
     // A set or delete marks the change; clearing the staged actions does not.
-    EXPECT_EQ(GetKeyValue("BOOT_MODE"), write.name == std::string("Reset") ? "0" : "4")
-        << write.name;
+    EXPECT_EQ(GetKeyValue("BOOT_MODE"), name == "Reset" ? "0" : "4") << name;
   }
 }
 
@@ -200,10 +194,11 @@ TEST_F(NextBootTest, FailedWriteLeavesTheStoreAsItWas) {
   // The boot-mode mark is the last statement of a set or delete: failing it must undo the
   // staged rows written before it.
   Fault("INSERT ON KeyValue");
-  for (const auto& write : AllWrites()) {
-    if (write.name == std::string("Reset")) continue;
-    ExpectError([&] { write.call(*next_boot_); }, 2000, "Failed to write BootMode to database.");
-    EXPECT_EQ(Everything(), before) << write.name;
+  for (const auto& [name, call] : AllWrites()) {
+    if (name == "Reset") continue;
+    ExpectError([&, &call = call] { call(*next_boot_); }, 2000,
+                "Failed to write BootMode to database.");
+    EXPECT_EQ(Everything(), before) << name;
   }
   DropFault();
   Fault("DELETE ON DesiredUserConfig WHEN OLD.Identifier = '0000:01:00.0'");
