@@ -1,51 +1,43 @@
 // Next-boot staging and boot confirmation through the public API on a real store file: the
 // boot cycle of a host, the refusal while the host is remediated, the guards that run before
 // any statement, and writes that leave nothing behind when a statement fails.
-#include <gtest/gtest.h>
-#include <sqlite3.h>
-
 #include <functional>
-#include <set>
-#include <string>
-#include <vector>
 
 #include "model/setvault_object_impl.h"
 #include "setvault/setvault.h"
 #include "store/store_fixture.h"
 #include "support/expect_error.h"
 
-namespace setvault_test {
+namespace KorvoSetvault {
 namespace {
 
-using KorvoSetvault::CreateObject;
-using KorvoSetvault::FilterSpecObject;
-using KorvoSetvault::GetBootInfo;
-using KorvoSetvault::GetKernelOptions;
-using KorvoSetvault::NextBootStore;
-using KorvoSetvault::SetBootStatus;
-using KorvoSetvault::SetKeyValue;
-using KorvoSetvault::SetPartialBootStatus;
-using KorvoSetvault::SetvaultException;
-using KorvoSetvault::UpdateKernelOptions;
-using KorvoSetvault::ValidationException;
-
-const SetvaultObjectId kScheduler("cpuScheduler", "hvcore", "korvo");
-const SetvaultObjectId kOptions("options", "hvcore", "korvo");
-const SetvaultObjectId kDevices("pciPassthrough", "hvcore", "korvo");
+using setvault_test::ExpectError;
+using setvault_test::ExpectThrow;
+using setvault_test::kExternal;
+using setvault_test::kHost;
+using setvault_test::QueryText;
+using setvault_test::RunSql;
+using setvault_test::StatementTrace;
+using setvault_test::Vswitch;
+using setvault_test::WriteStoreTest;
 
 SetvaultObjectId Device(const std::string& address) {
   return SetvaultObjectId("pciPassthrough", "hvcore", "korvo", address);
 }
+const SetvaultObjectId kScheduler("cpuScheduler", "hvcore", "korvo");
+const SetvaultObjectId kOptions("options", "hvcore", "korvo");
+const SetvaultObjectId kDevices = Device("");
+const SetvaultObjectId kGone("gone", "x", "y");  // a type no schema describes
+
 std::shared_ptr<SetvaultObject> DeviceObject(const std::string& address, bool enabled) {
   return CreateObject(Device(address), R"({"address":")" + address + R"(","enabled":)" +
                                            (enabled ? "true" : "false") + "}");
 }
 // An object of a type the schema store does not know.
 std::shared_ptr<SetvaultObject> SchemaLess(const SetvaultObjectId& id) {
-  KorvoSetvault::SetvaultObjectImpl::Parts parts;
+  SetvaultObjectImpl::Parts parts;
   parts.id = id;
-  return std::make_shared<SetvaultObject>(
-      std::make_shared<KorvoSetvault::SetvaultObjectImpl>(std::move(parts)));
+  return std::make_shared<SetvaultObject>(std::make_shared<SetvaultObjectImpl>(std::move(parts)));
 }
 std::shared_ptr<FilterSpecObject> DeviceFilter(const char* json) {
   auto filter = std::make_shared<FilterSpecObject>(kDevices);
@@ -91,7 +83,6 @@ TEST_F(NextBootTest, BootCycleOfAHost) {
   staged_b->SetValue("deviceId", "10de:1eb8");
   next_boot_->SetInstances(
       {DeviceObject("0000:01:00.0", true), staged_b, DeviceObject("0000:03:00.0", true)});
-  EXPECT_EQ(KorvoSetvault::GetKeyValue("BOOT_MODE"), "4");
   // A filter matches the value each instance has at the next boot: 01 is staged enabled.
   next_boot_->DeleteInstances(DeviceFilter(R"({"enabled":false})"));
   next_boot_->Delete(kScheduler);
@@ -117,7 +108,7 @@ TEST_F(NextBootTest, BootCycleOfAHost) {
   // of it is applied.
   SetPartialBootStatus(CreateObject(kOptions, R"({"hugePages":512})"));
   EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512})");
-  EXPECT_EQ(Data(KorvoSetvault::GetDesiredUserConfig(kOptions, KorvoSetvault::kDesiredUserOnly)),
+  EXPECT_EQ(Data(GetDesiredUserConfig(kOptions, kDesiredUserOnly)),
             R"({"hugePages":512,"logLevel":"debug"})");
   SetPartialBootStatus(CreateObject(kOptions, R"({"logLevel":"debug"})"));
   EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512,"logLevel":"debug"})");
@@ -132,19 +123,13 @@ TEST_F(NextBootTest, BootCycleOfAHost) {
   EXPECT_EQ(Column(kOptions, "DesiredValue"), "<null>");
   EXPECT_EQ(store_->GetRevision(kOptions), revision);
 
-  // The host flags as the host's start-up code writes them.
+  // The boot type as the host's start-up code writes it.
   SetKeyValue("BOOT_INFO", R"({"type":3,"reason":"upgrade"})");
   EXPECT_EQ(GetBootInfo(), 3);
-  EXPECT_FALSE(KorvoSetvault::IsNexdNotificationEnabled());
-  SetKeyValue("NOTIFY_NEXD", "true");
-  EXPECT_TRUE(KorvoSetvault::IsNexdNotificationEnabled());
   // While remediated, the kernel options read shows what is staged for the next boot.
   next_boot_->Set(CreateObject(kOptions, R"({"logLevel":"error"})"));
   SetKeyValue("BOOT_MODE", "1");
   EXPECT_EQ(Data(GetKernelOptions(kOptions)), R"({"logLevel":"error"})");
-  SetKeyValue("IS_BOOT", "true");
-  EXPECT_TRUE(KorvoSetvault::IsBoot());
-  EXPECT_THROW(store_->GetNextBootStore(), ValidationException);
 }
 
 TEST_F(NextBootTest, PartialConfirmationOfAnUnconfirmedValueAndItsRefusals) {
@@ -153,20 +138,15 @@ TEST_F(NextBootTest, PartialConfirmationOfAnUnconfirmedValueAndItsRefusals) {
   store_->Set(Object(kHost, R"({"hostname":"h1","timezone":"UTC"})"), kExternal);
   SetKeyValue("UPGRADE_CTX", "0");
   ASSERT_EQ(Column(kHost, "Success"), "0");
-  EXPECT_EQ(Data(KorvoSetvault::GetDesiredUserConfig(kHost, KorvoSetvault::kDesiredWithAllParts)),
+  EXPECT_EQ(Data(GetDesiredUserConfig(kHost, kDesiredWithAllParts)),
             R"({"hostname":"h1","timezone":"UTC"})");
 
   const std::string before = Everything();
   ExpectError([&] { SetPartialBootStatus(Object(kHost, R"({"hostname":"h2"})")); }, 2000,
               "partial config being restored is not part of desired config");
-  ExpectError(
-      [&] {
-        SetPartialBootStatus(
-            Object(SetvaultObjectId("cpuScheduler", "hvcore", "korvo"), R"({"reservedCores":1})"));
-      },
-      2000, "desired config is empty");
-  ExpectThrow<SetvaultException>(
-      [&] { SetPartialBootStatus(SchemaLess(SetvaultObjectId("gone", "x", "y"))); }, 1037);
+  ExpectError([&] { SetPartialBootStatus(Object(kScheduler, R"({"reservedCores":1})")); }, 2000,
+              "desired config is empty");
+  ExpectThrow<SetvaultException>([&] { SetPartialBootStatus(SchemaLess(kGone)); }, 1037);
   EXPECT_EQ(Everything(), before);
 
   SetPartialBootStatus(Object(kHost, R"({"hostname":"h1"})"));
@@ -175,13 +155,8 @@ TEST_F(NextBootTest, PartialConfirmationOfAnUnconfirmedValueAndItsRefusals) {
   EXPECT_EQ(Column(kHost, "DesiredValue"), R"({"hostname":"h1","timezone":"UTC"})");
 }
 
-// Every next-boot write of the table, with the message it fails with.
-struct NextBootWrite {
-  const char* name;
-  std::function<void(NextBootStore&)> call;
-};
-
-std::vector<NextBootWrite> AllWrites() {
+// Every next-boot write, by name.
+std::vector<std::pair<std::string, std::function<void(NextBootStore&)>>> AllWrites() {
   return {
       {"Set",
        [](NextBootStore& nb) { nb.Set(CreateObject(kScheduler, R"({"numaBalancing":true})")); }},
@@ -197,18 +172,16 @@ TEST_F(NextBootTest, RemediatedHostRefusesEveryChangeAndAChangeMarksTheBootMode)
   next_boot_->SetInstances({DeviceObject("0000:01:00.0", true)});
   SetKeyValue("BOOT_MODE", "1");
   const std::string before = Everything();
-  for (const auto& write : AllWrites()) {
-    ExpectError([&] { write.call(*next_boot_); }, 2000,
+  for (const auto& [name, call] : AllWrites()) {
+    ExpectError([&, &call = call] { call(*next_boot_); }, 2000,
                 "Korvo host is being remediated by QCM, cannot set next-boot configuration.");
-    EXPECT_EQ(Everything(), before) << write.name;
+    EXPECT_EQ(Everything(), before) << name;
   }
-  for (const auto& write : AllWrites()) {
+  for (const auto& [name, call] : AllWrites()) {
     SetKeyValue("BOOT_MODE", "0");
-    write.call(*next_boot_);
+    call(*next_boot_);
     // A set or delete marks the change; clearing the staged actions does not.
-    EXPECT_EQ(KorvoSetvault::GetKeyValue("BOOT_MODE"),
-              write.name == std::string("Reset") ? "0" : "4")
-        << write.name;
+    EXPECT_EQ(GetKeyValue("BOOT_MODE"), name == "Reset" ? "0" : "4") << name;
   }
 }
 
@@ -221,10 +194,11 @@ TEST_F(NextBootTest, FailedWriteLeavesTheStoreAsItWas) {
   // The boot-mode mark is the last statement of a set or delete: failing it must undo the
   // staged rows written before it.
   Fault("INSERT ON KeyValue");
-  for (const auto& write : AllWrites()) {
-    if (write.name == std::string("Reset")) continue;
-    ExpectError([&] { write.call(*next_boot_); }, 2000, "Failed to write BootMode to database.");
-    EXPECT_EQ(Everything(), before) << write.name;
+  for (const auto& [name, call] : AllWrites()) {
+    if (name == "Reset") continue;
+    ExpectError([&, &call = call] { call(*next_boot_); }, 2000,
+                "Failed to write BootMode to database.");
+    EXPECT_EQ(Everything(), before) << name;
   }
   DropFault();
   Fault("DELETE ON DesiredUserConfig WHEN OLD.Identifier = '0000:01:00.0'");
@@ -254,20 +228,18 @@ TEST_F(NextBootTest, FailedWriteLeavesTheStoreAsItWas) {
 TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
   const std::string untagged =
       "API should only be invoked for configurations tagged @rebootRequiredSetvault.";
-  auto vswitches = std::make_shared<FilterSpecObject>(SetvaultObjectId("vswitch", "net", "korvo"));
-  auto vs0 = Object(SetvaultObjectId("vswitch", "net", "korvo", "vs0"), R"({"name":"vs0"})");
+  auto vswitches = std::make_shared<FilterSpecObject>(Vswitch(""));
   auto other_type = CreateObject(kScheduler, R"({"reservedCores":1})");
-  struct Refusal {
+  const struct {
     std::function<void()> call;
     int code;
-    std::string message;
-  };
-  const std::vector<Refusal> refusals = {
+    std::string message;  // "": not checked
+  } refusals[] = {
       {[&] { next_boot_->Get(kHost); }, 2000, untagged},
       {[&] { next_boot_->Set(Object(kHost, R"({"hostname":"h"})")); }, 2000, untagged},
       {[&] { next_boot_->Delete(kHost); }, 2000, untagged},
       {[&] { next_boot_->Reset(kHost); }, 2000, untagged},
-      {[&] { next_boot_->SetInstances({vs0}); }, 2000, untagged},
+      {[&] { next_boot_->SetInstances({Switch("vs0", 1500)}); }, 2000, untagged},
       {[&] { next_boot_->GetInstances(vswitches); }, 2000, untagged},
       {[&] { next_boot_->DeleteInstances(vswitches); }, 2000, untagged},
       {[&] { next_boot_->Set(CreateObject(kScheduler, "{}")); }, 2000,
@@ -282,14 +254,12 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
       {[&] { next_boot_->SetInstances({Object(Device("0000:09:00.0"), R"({"enabled":"yes"})")}); },
        1089, ""},
       {[&] { next_boot_->Get(kDevices); }, 2000, "Non-Singleton object should contain instanceId"},
-      {[&] { next_boot_->Reset(SetvaultObjectId("gone", "x", "y")); }, 1037, ""},
+      {[&] { next_boot_->Reset(kGone); }, 1037, ""},
   };
   StatementTrace trace(Db());
-  for (size_t i = 0; i < refusals.size(); ++i) {
-    const std::string message = ExpectThrow<SetvaultException>(refusals[i].call, refusals[i].code);
-    if (!refusals[i].message.empty()) {
-      EXPECT_EQ(message, refusals[i].message) << i;
-    }
+  for (const auto& refusal : refusals) {
+    const std::string message = ExpectThrow<SetvaultException>(refusal.call, refusal.code);
+    EXPECT_TRUE(refusal.message.empty() || message == refusal.message) << message;
   }
   // Empty pointers are not refusals: nothing happens.
   next_boot_->Set(nullptr);
@@ -317,13 +287,11 @@ TEST_F(NextBootTest, HostFunctionsReportBadInputClearly) {
   }
   UpdateKernelOptions(CreateObject(kOptions, "{}"));  // nothing to stage: no write at all
   EXPECT_EQ(Column(kOptions, "DesiredValue"), R"({"hugePages":-5})");
+  const std::string options_only = "API should only be invoked for Kernel options configuration.";
+  ExpectError<ValidationException>([] { UpdateKernelOptions(CreateObject(kScheduler, "{}")); },
+                                   2000, options_only);
   for (const auto& id : {kScheduler, SetvaultObjectId("Options", "hvcore", "korvo")}) {
-    ExpectError<ValidationException>(
-        [&] { UpdateKernelOptions(CreateObject(kScheduler, "{}")); }, 2000,
-        "API should only be invoked for Kernel options configuration.");
-    ExpectError<ValidationException>(
-        [&] { GetKernelOptions(id); }, 2000,
-        "API should only be invoked for Kernel options configuration.");
+    ExpectError<ValidationException>([&] { GetKernelOptions(id); }, 2000, options_only);
   }
 
   SetKeyValue("IS_BOOT", "true");
@@ -341,16 +309,15 @@ TEST_F(NextBootTest, HostFunctionsReportBadInputClearly) {
     ExpectThrow<SetvaultException>([] { GetBootInfo(); }, 1082);
   }
 
-  EXPECT_EQ(KorvoSetvault::GetSchemaVersion(kDevices), "1.2");
-  EXPECT_EQ(KorvoSetvault::GetSchemaVersion(SetvaultObjectId("gone", "x", "y")), "");
+  EXPECT_EQ(GetSchemaVersion(kDevices), "1.2");
+  EXPECT_EQ(GetSchemaVersion(kGone), "");
   auto created = CreateObject(Device("0000:07:00.0"), R"({"enabled":true})", 7ul);
   EXPECT_EQ(created->GetRevision(), 7);
   EXPECT_EQ(created->GetData(), R"({"enabled":true})");
   EXPECT_EQ(CreateObject(kScheduler, "{}")->GetRevision(), -1);
-  ExpectThrow<KorvoSetvault::InvalidArgumentException>([] { CreateObject(kScheduler, "{"); }, 1080);
-  ExpectThrow<SetvaultException>([] { CreateObject(SetvaultObjectId("gone", "x", "y"), "{}"); },
-                                 1037);
+  ExpectThrow<InvalidArgumentException>([] { CreateObject(kScheduler, "{"); }, 1080);
+  ExpectThrow<SetvaultException>([] { CreateObject(kGone, "{}"); }, 1037);
 }
 
 }  // namespace
-}  // namespace setvault_test
+}  // namespace KorvoSetvault

@@ -76,32 +76,23 @@ class WriteStoreTest : public ::testing::Test {
 
   // `column` of the Config row of `id`, as QueryText reports it ("<null>", "<none>").
   std::string Column(const SetvaultObjectId& id, const std::string& column) {
-    sqlite3_stmt* stmt = nullptr;
-    const std::string sql = "SELECT " + column +
-                            " FROM Config WHERE Name = ?1 AND ConfigGroup = ?2 AND "
-                            "Component = ?3 AND Identifier = ?4";
-    if (sqlite3_prepare_v2(Db(), sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) return "<error>";
-    const std::string* values[] = {&id.key, &id.group, &id.component, &id.instanceId};
-    for (int i = 0; i < 4; ++i) {
-      sqlite3_bind_text(stmt, i + 1, values[i]->data(), static_cast<int>(values[i]->size()),
-                        SQLITE_TRANSIENT);
-    }
-    std::string result = "<none>";
-    if (sqlite3_step(stmt) == SQLITE_ROW) {
-      const unsigned char* text = sqlite3_column_text(stmt, 0);
-      result = text == nullptr ? "<null>"
-                               : std::string(reinterpret_cast<const char*>(text),
-                                             static_cast<size_t>(sqlite3_column_bytes(stmt, 0)));
-    }
-    sqlite3_finalize(stmt);
-    return result;
+    return QueryText(Db(), "SELECT " + column + " FROM Config WHERE " + OfType(id) +
+                               " AND Identifier = " + Literal(id.instanceId));
   }
-
   // Number of Config rows of the type `id` names.
   int RowCount(const SetvaultObjectId& id) {
-    return std::stoi(QueryText(Db(), "SELECT COUNT(*) FROM Config WHERE Name = '" + id.key +
-                                         "' AND ConfigGroup = '" + id.group +
-                                         "' AND Component = '" + id.component + "'"));
+    return std::stoi(QueryText(Db(), "SELECT COUNT(*) FROM Config WHERE " + OfType(id)));
+  }
+  // `text` as an SQL string literal.
+  static std::string Literal(std::string text) {
+    for (size_t at = 0; (at = text.find('\'', at)) != std::string::npos; at += 2) {
+      text.insert(at, 1, '\'');
+    }
+    return "'" + text + "'";
+  }
+  static std::string OfType(const SetvaultObjectId& id) {
+    return "Name = " + Literal(id.key) + " AND ConfigGroup = " + Literal(id.group) +
+           " AND Component = " + Literal(id.component);
   }
 
   // Makes the database refuse `event` ("INSERT ON Config WHEN ...") until DropFault().

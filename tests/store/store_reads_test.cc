@@ -4,25 +4,25 @@
 // that run no SQL.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
+#include <fstream>
 #include <functional>
 
 #include "model/setvault_object_impl.h"
 #include "setvault/exceptions.h"
+#include "setvault/host_functions.h"
 #include "setvault/setvault_store.h"
 #include "store/setvault_impl.h"
 #include "store/store_fixture.h"
-#include "support/config_store.h"
 #include "support/expect_error.h"
 #include "support/log_capture.h"
 
 namespace KorvoSetvault {
 namespace {
 
-using setvault_test::ConfigRow;
 using setvault_test::ExpectError;
 using setvault_test::LogCapture;
+using setvault_test::RunSql;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
@@ -37,38 +37,17 @@ std::vector<std::string> Names(const std::vector<std::shared_ptr<SetvaultObject>
   return names;
 }
 
-class StoreReadsTest : public setvault_test::ConfigStoreTest {
+class StoreReadsTest : public setvault_test::WriteStoreTest {
  protected:
-  void SetUp() override {
-    ConfigStoreTest::SetUp();
-    store_ = Setvault::GetStore("");
-    ASSERT_NE(store_, nullptr);
+  // Writes a Config row of vswitch `name` by hand; `success` 0 leaves its user value unconfirmed.
+  void InsertVswitch(const std::string& name, int mtu, int revision, int success = 1) {
+    ASSERT_EQ(RunSql(Db(),
+                     "INSERT INTO Config (Component, ConfigGroup, Name, Identifier, "
+                     "UserValue, Revision, Success) VALUES ('korvo', 'net', 'vswitch', '" +
+                         name + "', '{\"name\":\"" + name + "\",\"mtu\":" + std::to_string(mtu) +
+                         "}', " + std::to_string(revision) + ", " + std::to_string(success) + ")"),
+              SQLITE_OK);
   }
-  void TearDown() override {
-    store_.reset();
-    ConfigStoreTest::TearDown();
-  }
-  // A Config row of `id` holding `user`, with the optional fields of `row`.
-  void Insert(const SetvaultObjectId& id, const std::string& user, ConfigRow row = {}) {
-    row.group = id.group;
-    row.name = id.key;
-    row.identifier = id.instanceId;
-    row.user = user;
-    InsertConfig(row);
-  }
-  void InsertVswitch(const std::string& name, int mtu, int revision) {
-    ConfigRow row;
-    row.revision = revision;
-    Insert(SetvaultObjectId("vswitch", "net", "korvo", name),
-           R"({"name":")" + name + R"(","mtu":)" + std::to_string(mtu) + "}", row);
-  }
-  std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const char* data) {
-    auto object = std::make_shared<SetvaultObject>(id);
-    object->SetData(data);
-    return object;
-  }
-
-  std::shared_ptr<Setvault> store_;
 };
 
 TEST_F(StoreReadsTest, InstancesAndRevisionsInRowOrderNarrowedByTheFilter) {
@@ -89,37 +68,20 @@ TEST_F(StoreReadsTest, InstancesAndRevisionsInRowOrderNarrowedByTheFilter) {
   EXPECT_THAT(store_->GetInstancesRevision(kVswitchType),
               ElementsAre(Pair("vs0", 3), Pair("vs1", 8), Pair("vs2", 2)));
   EXPECT_THAT(store_->GetInstancesRevision(kVs0), ElementsAre(Pair("vs0", 3)));
-  Insert(kHost, "{}");
-  EXPECT_EQ(store_->GetRevision(kHost),
-            1);  // the column default of a first insert
+  ASSERT_EQ(RunSql(Db(),
+                   "INSERT INTO Config (Component, ConfigGroup, Name) "
+                   "VALUES ('korvo', 'system', 'host')"),
+            SQLITE_OK);
+  EXPECT_EQ(store_->GetRevision(kHost), 1);  // the column default of a first insert
 
   // A row that shows no value (only an unconfirmed user value) is still an
   // instance: both reads list it, the object holding its id and row metadata.
-  ConfigRow pending;
-  pending.success = 0;
-  pending.revision = 7;
-  Insert(SetvaultObjectId("vswitch", "net", "korvo", "vs3"), R"({"name":"vs3","mtu":1600})",
-         pending);
+  InsertVswitch("vs3", 1600, 7, 0);
   EXPECT_THAT(store_->GetInstanceIds(kVswitchType), ElementsAre("vs0", "vs1", "vs2", "vs3"));
   auto listed = store_->GetInstances(std::make_shared<FilterSpecObject>(kVswitchType));
   ASSERT_THAT(Names(listed), ElementsAre("vs0", "vs1", "vs2", "vs3"));
   EXPECT_EQ(listed[3]->GetData(), R"({"name":"vs3"})");
   EXPECT_EQ(listed[3]->GetRevision(), 7);
-}
-
-TEST_F(StoreReadsTest, ReadsLogOneTraceLineAboveTheThreshold) {
-  LogCapture log;
-  store_->Get(kHost);
-  store_->GetInstances(std::make_shared<FilterSpecObject>(kVswitchType));
-  store_->GetRevision(kVs0);
-  store_->Validate(Object(kHost, R"({"hostname":"h"})"));
-  EXPECT_TRUE(log.Contains(4, "Get : comp korvo grp system key host, context: 1"));
-  EXPECT_TRUE(log.Contains(4, "GetInstances : comp korvo grp net key vswitch, context: 1"));
-  EXPECT_TRUE(log.Contains(4, "GetRevision : comp korvo grp net key vswitch id vs0, context: 1"));
-  EXPECT_TRUE(log.Contains(3, "Validate : comp korvo grp system key host, context: 1"));
-  LogCapture quiet(2);
-  store_->Get(kHost);
-  EXPECT_EQ(quiet.CountStartingWith(4, "Get :"), 0);
 }
 
 TEST_F(StoreReadsTest, RefusedReadsRunNoStatement) {
@@ -139,6 +101,8 @@ TEST_F(StoreReadsTest, RefusedReadsRunNoStatement) {
       {[&] { store_->Get(unknown); }, 1037, no_schema},
       {[&] { store_->Get(host_with_id); }, 2000, singleton},
       {[&] { store_->Get(kVswitchType); }, 2000, needs_id},
+      {[&] { GetMemberOrigins(unknown); }, 1037, no_schema},
+      {[&] { GetMemberOrigins(kVswitchType); }, 2000, needs_id},
       {[&] { store_->GetDefaultConfig(unknown); }, 1037, no_schema},
       {[&] { store_->GetDefaultConfig(host_with_id); }, 2000, singleton},
       {[&] { store_->GetInstances(unknown_filter); }, 1037, no_schema},
@@ -166,13 +130,14 @@ TEST_F(StoreReadsTest, RefusedReadsRunNoStatement) {
         1, std::string("[1041] ") + call + ": No object was given (empty object pointer)"));
   }
   EXPECT_EQ(log.CountStartingWith(3, "Validate :"), 0);
-  // The counter does see the statements of an accepted read.
-  store_->GetRevision(kHost);
+  // An accepted read runs statements and logs one trace line.
+  store_->GetRevision(kVs0);
   EXPECT_THAT(trace.statements(), ::testing::Not(IsEmpty()));
+  EXPECT_TRUE(log.Contains(4, "GetRevision : comp korvo grp net key vswitch id vs0, context: 1"));
 }
 
 TEST_F(StoreReadsTest, FailedRevisionAndInstanceIdQueriesThrow) {
-  Sql("DROP TABLE Config");
+  ASSERT_EQ(RunSql(Db(), "DROP TABLE Config"), SQLITE_OK);
   ExpectError([&] { store_->GetRevision(kHost); }, 2000, "GetRevision command failed");
   ExpectError([&] { store_->GetInstancesRevision(kVswitchType); }, 2000,
               "GetRevision command failed");
@@ -231,12 +196,12 @@ TEST_F(StoreReadsTest, StoreHandles) {
 
   // The next-boot store is refused during boot and upgrade.
   EXPECT_NE(store_->GetNextBootStore(), nullptr);
-  for (const char* key : {"IS_BOOT", "UPGRADE_CTX"}) {
-    SetFlag(key, key == std::string("IS_BOOT") ? "true" : "3");
+  for (const auto& [key, value] : {std::pair("IS_BOOT", "true"), std::pair("UPGRADE_CTX", "3")}) {
+    SetKeyValue(key, value);
     ExpectError<ValidationException>([&] { store_->GetNextBootStore(); }, 2000,
                                      "NextBootStore is not supported during the upgrade or boot "
                                      "phase");
-    Sql("DELETE FROM KeyValue");
+    SetKeyValue(key, "0");
   }
 
   dir_.WriteFile("plain", "x");
@@ -245,6 +210,10 @@ TEST_F(StoreReadsTest, StoreHandles) {
   ExpectError([] { GetDBStore(DBStore::kConfigStore, true); }, 2000,
               "Failed to connect to database");
   ExpectError([] { Setvault::GetStore(""); }, 2000, "Failed to connect to database");
+  SetStorePath(dir_.File("missing.db"));  // reads never create a store file
+  EXPECT_THAT(setvault_test::ExpectThrow<SetvaultException>([] { GetMemberOrigins(kHost); }, 2000),
+              ::testing::HasSubstr("Failed to connect to database"));
+  EXPECT_FALSE(std::ifstream(dir_.File("missing.db")).good());
 }
 
 }  // namespace

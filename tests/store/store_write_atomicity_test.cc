@@ -48,20 +48,16 @@ TEST_F(StoreWriteAtomicityTest, FailingStatementLeavesTheStoreAsItWas) {
   StoreRows();
   auto mtu1500 = std::make_shared<FilterSpecObject>(Vswitch(""));
   mtu1500->SetValue("mtu", 1500);
+  const Objects b_c = {Switch("b", 9000), Switch("c", 1500)};
+  const Objects a_b = {Switch("a", 9000), Switch("b", 9000)};
   const struct {
     const char* event;
     std::function<void()> call;
     std::string message;
   } cases[] = {
-      {"INSERT ON Config WHEN NEW.Identifier = 'c'",
-       [&] {
-         store_->SetInstances({Switch("b", 9000), Switch("c", 1500)}, kExternal);
-       },
+      {"INSERT ON Config WHEN NEW.Identifier = 'c'", [&] { store_->SetInstances(b_c, kExternal); },
        "WriteComplete failed"},
-      {"INSERT ON Config WHEN NEW.Identifier = 'b'",
-       [&] {
-         store_->SetInstances({Switch("a", 9000), Switch("b", 9000)}, kExternal);
-       },
+      {"INSERT ON Config WHEN NEW.Identifier = 'b'", [&] { store_->SetInstances(a_b, kExternal); },
        "WriteComplete failed"},
       {"INSERT ON Config WHEN NEW.Identifier = 'b'",
        [&] { store_->SetCachedDataInstances(Datastores(R"(,"capacityBytes":1)")); },
@@ -88,13 +84,6 @@ TEST_F(StoreWriteAtomicityTest, FailingStatementLeavesTheStoreAsItWas) {
     EXPECT_NE(sqlite3_get_autocommit(Db()), 0);
     DropFault();
   }
-  // Set on its own commits: another connection sees the row.
-  store_->Set(Switch("c", 1500), kExternal);
-  auto other = DBStore::OpenStoreConnection(KorvoSetvault::GetStorePath(), false);
-  ASSERT_TRUE(other);
-  EXPECT_EQ(QueryText(DBStore::GetSqliteHandle(*other),
-                      "SELECT UserValue FROM Config WHERE Identifier = 'c'"),
-            R"({"name":"c","mtu":1500})");
 }
 
 // One rule for every write inside a caller's transaction: a failure undoes the
@@ -104,6 +93,7 @@ TEST_F(StoreWriteAtomicityTest, FailedWriteInsideCallersTransactionUndoesOnlyIts
   StoreRows();
   // Each operation touches a row the fault refuses ("b", or the host); the
   // instance operations write "a" first.
+  const Objects a_b = {Switch("a", 9000), Switch("b", 9000)};
   const std::function<void()> operations[] = {
       [&] { store_->Set(Switch("b", 9000), kExternal); },
       [&] { store_->SetUserData(Switch("b", 9000), kExternal); },
@@ -112,12 +102,8 @@ TEST_F(StoreWriteAtomicityTest, FailedWriteInsideCallersTransactionUndoesOnlyIts
       [&] { store_->Update(Switch("b", 9000), kExternal); },
       [&] { store_->Delete(Vswitch("b")); },
       [&] { store_->DeleteInstances(std::make_shared<FilterSpecObject>(Vswitch(""))); },
-      [&] {
-        store_->SetInstances({Switch("a", 9000), Switch("b", 9000)}, kExternal);
-      },
-      [&] {
-        store_->SetUserDataInstances({Switch("a", 9000), Switch("b", 9000)}, kExternal);
-      },
+      [&] { store_->SetInstances(a_b, kExternal); },
+      [&] { store_->SetUserDataInstances(a_b, kExternal); },
       [&] { store_->SetCachedDataInstances(Datastores(R"(,"capacityBytes":1)")); },
       [&] { store_->SetVitalDataInstances(Datastores("")); },
   };
