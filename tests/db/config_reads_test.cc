@@ -180,8 +180,6 @@ TEST_F(ConfigReadsTest, StoreContentsSelectConfirmedOrDesiredValues) {
   StoreRows user = GetUserConfigContents(conn_);
   EXPECT_THAT(Column(user, "Identifier"), ElementsAre("vs0", "vs2"));
   EXPECT_THAT(Column(user, "Value"), ElementsAre(R"({"name":"vs0"})", R"({"name":"vs2"})"));
-  EXPECT_THAT(Column(user, "AutoConfValue"), ElementsAre(R"({"mtu":1500})", "<null>"));
-  EXPECT_THAT(Column(user, "Revision"), ElementsAre("4", "1"));
   StoreRows desired = GetDesiredUserConfigContents(conn_);
   EXPECT_THAT(Column(desired, "Value"),
               ElementsAre(R"({"name":"vs1"})", R"({"name":"vs2","mtu":9000})"));

@@ -2,6 +2,8 @@
 // messages.
 #include "db/key_value.h"
 
+#include <unistd.h>
+
 #include "db/host_flags.h"
 #include "db/upgrade_ctx.h"
 #include "dbstore/db_store_fixture.h"
@@ -29,7 +31,11 @@ class KeyValueTest : public setvault_test::StoreTest {
 };
 
 TEST_F(KeyValueTest, GetReturnsWhatSetStoredAndFailuresNameTheKey) {
+  // A store never written holds no key, and reading does not create it.
+  SetStorePath(dir_.File("new/store.db"));
   EXPECT_EQ(GetKeyValue("BOOT_INFO"), "");
+  EXPECT_NE(access(dir_.File("new").c_str(), F_OK), 0);
+  SetStorePath(store_path_);
   SetKeyValue("BOOT_INFO", "{\"type\":2}");
   EXPECT_EQ(GetKeyValue("BOOT_INFO"), "{\"type\":2}");
   RefuseWrites();

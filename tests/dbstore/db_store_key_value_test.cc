@@ -36,12 +36,16 @@ TEST_F(KeyValueStoreTest, CachedValuesFollowOtherCommitsAndRollbacks) {
   EXPECT_EQ(Read("absent"), "");
 }
 
-// Failing statements answer 1 as well (tests/db reaches them through the accessors).
-TEST_F(KeyValueStoreTest, CallsWithoutAConnectionAnswerOne) {
+// A read without a connection or whose statement fails answers 1 and the empty text.
+TEST_F(KeyValueStoreTest, FailedReadsAndWritesAnswerOne) {
   std::string value = "old";
   EXPECT_EQ(DBStore::ReadKeyValue("k", &value, nullptr), 1);
   EXPECT_EQ(value, "");
   EXPECT_EQ(DBStore::WriteKeyValue("k", "v", nullptr), 1);
+  ASSERT_EQ(RunSql(Db(conn_), "DROP TABLE KeyValue"), SQLITE_OK);
+  value = "old";
+  EXPECT_EQ(DBStore::ReadKeyValue("k", &value, conn_), 1);
+  EXPECT_EQ(value, "");
 }
 
 TEST_F(KeyValueStoreTest, SchemaStoreAttachesAsSsAndNests) {

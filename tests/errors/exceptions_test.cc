@@ -45,7 +45,7 @@ TEST(Exceptions, TextCodeFindingsAndLog) {
   ValidationException validation(1087, "bad", errors);
   EXPECT_EQ(validation.toString(),
             "Error Code: 1087\nMessage: bad\nDetails: \n/mtu: too large\n/name: missing\n");
-  EXPECT_EQ(InvalidTypeException(1089, "plain").toString(), "Error Code: 1089\nMessage: plain\n");
+  EXPECT_EQ(ValidationException(1089, "plain").toString(), "Error Code: 1089\nMessage: plain\n");
   const std::string long_text(5000, 'z');  // formatted whole, however long
   ExpectError(
       [&] { ThrowException<SetvaultException>(SV_ERR_SCHEMA_NOT_FOUND, long_text.c_str()); }, 1037,
