@@ -18,7 +18,6 @@ using setvault_test::kHost;
 using setvault_test::RunSql;
 using setvault_test::Vswitch;
 
-constexpr auto kUser = kUpdateUser;
 constexpr char kDesired[] = "UPDATE Config SET DesiredValue = '{\"d\":1}'";
 
 const SetvaultObjectId kDns("dns", "net", "korvo");
@@ -30,9 +29,6 @@ class ConfigWritesTest : public setvault_test::WriteStoreTest {
   }
   void Sql(const std::string& sql) { ASSERT_EQ(RunSql(Db(), sql), SQLITE_OK) << sql; }
   void Upgrading(int context) { SetKeyValue("UPGRADE_CTX", std::to_string(context)); }
-  std::string Failure(const std::function<void()>& call) {
-    return ExpectThrow<SetvaultException>(call, 2000);
-  }
 };
 
 TEST_F(ConfigWritesTest, UserWritesAreUnconfirmedOnlyDuringAnUpgrade) {
@@ -81,10 +77,10 @@ TEST_F(ConfigWritesTest, ByContextWritersChooseTheirColumnsByKind) {
     const char* desired;   // null: not checked (a set of another kind replaces the row)
   } cases[] = {{set, kUpdateAutoConfig, R"({"u":1} {"hostname":"new"} 06)", nullptr},
                {set, kUpdateNonUser, R"({"hostname":"new"} {"a":1} 06)", nullptr},
-               {set, kUser, R"({"hostname":"new"} {"a":1} 16)", "-"},
+               {set, kUpdateUser, R"({"hostname":"new"} {"a":1} 16)", "-"},
                {update, kUpdateAutoConfig, R"({"u":1} {"hostname":"new"} 05)", R"({"d":1})"},
                {update, kUpdateNonUser, R"({"hostname":"new"} {"a":1} 05)", R"({"d":1})"},
-               {update, kUser, R"({"hostname":"new"} {"a":1} 05)", "-"}};
+               {update, kUpdateUser, R"({"hostname":"new"} {"a":1} 05)", "-"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.expected);
     Sql("DELETE FROM Config");
@@ -100,7 +96,7 @@ TEST_F(ConfigWritesTest, ByContextWritersChooseTheirColumnsByKind) {
     if (c.desired) EXPECT_EQ(Column(kHost, "ifnull(DesiredValue, '-')"), c.desired);
   }
   // Nothing stored: an update changes nothing, and that is not a failure.
-  update(Switch("none", 1500), LookUpSchema(Vswitch("none")), kUser, Conn());
+  update(Switch("none", 1500), LookUpSchema(Vswitch("none")), kUpdateUser, Conn());
   EXPECT_EQ(RowCount(Vswitch("")), 0);
 }
 
@@ -118,15 +114,16 @@ TEST_F(ConfigWritesTest, FailedStatementsThrowTheirMessage) {
       "Database call to update configuration by context failed for: " + kHost.toString();
   const std::pair<std::function<void()>, std::string> cases[] = {
       {[&] { WriteUserConfigInstances(objects, conn, true); }, "Write user data failed"},
-      {[&] { SetByContextInternal(objects[0], schema, kUser, conn); }, by_context},
+      {[&] { SetByContextInternal(objects[0], schema, kUpdateUser, conn); }, by_context},
       {[&] { DeleteInstancesInternal(kHost, conn); },
        "Delete instances failed: " + kHost.toString()},
       {[&] { DeleteUserConfigInstances(kHost, conn); },
        "Failed to Delete in SetConfigInstancesInternal"}};
-  for (const auto& [call, message] : cases) EXPECT_EQ(Failure(call), message);
+  for (const auto& [call, message] : cases)
+    EXPECT_EQ(ExpectThrow<SetvaultException>(call, 2000), message);
   EXPECT_EQ(Column(kHost, "UserValue"), R"({"hostname":"h"})");
   Sql("DROP TABLE Config");
-  EXPECT_EQ(Failure([&] { ReadRevisionMap(kHost, conn); }),
+  EXPECT_EQ(ExpectThrow<SetvaultException>([&] { ReadRevisionMap(kHost, conn); }, 2000),
             "Failed to read revision from setvault.");
 }
 
