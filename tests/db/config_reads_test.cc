@@ -134,11 +134,9 @@ TEST_F(ConfigReadsTest, InstancesShowAnUnconfirmedUserValueOnlyDuringAnUpgrade) 
 // The user view of defaults has no vital or cached part; an id naming one instance reads that
 // one only.
 TEST_F(ConfigReadsTest, DefaultUserInstancesAreTheValueColumnOnly) {
-  for (const char* name : {"vs0", "vs1"}) {
-    InsertDefault({"korvo", "net", "vswitch", name, "2.0",
-                   R"({"name":")" + std::string(name) + "\"}", std::nullopt,
-                   R"({"uplinks":["nic9"]})"});
-  }
+  Sql(R"(INSERT INTO DefaultConfig (Component, ConfigGroup, Name, Identifier, Value, CachedValue))"
+      R"( VALUES ('korvo', 'net', 'vswitch', 'vs0', '{"name":"vs0"}', '{"uplinks":["nic9"]}'),)"
+      R"( ('korvo', 'net', 'vswitch', 'vs1', '{"name":"vs1"}', '{"uplinks":["nic9"]}'))");
   auto schema = Schema(kVswitchType);
   EXPECT_THAT(Listed(GetDefaultUserConfigInstancesInternal(kVswitchType, conn_, schema), true),
               ElementsAre(R"({"name":"vs0"})", R"({"name":"vs1"})"));
@@ -207,11 +205,9 @@ TEST_F(ConfigReadsTest, FailedStatementsNameTheRead) {
   auto schema = Schema(kVswitchType);
   ExpectError([&] { GetInternal(Vs("vs0"), conn_, schema); }, 2000, get_failed);
   ExpectError([&] { GetDefaultConfigInternal(Vs("vs0"), conn_, schema); }, 2000, get_failed);
-  ExpectError(
-      [&] {
-        GetConfigInstancesInternal(std::make_shared<FilterSpecObject>(kVswitchType), conn_, schema);
-      },
-      2000, "Read Instances failed for: comp korvo grp net key vswitch");
+  auto all = std::make_shared<FilterSpecObject>(kVswitchType);
+  ExpectError([&] { GetConfigInstancesInternal(all, conn_, schema); }, 2000,
+              "Read Instances failed for: comp korvo grp net key vswitch");
   ExpectError([&] { GetUserConfigContents(conn_); }, 2000, "Get store rows failed.");
   ExpectError([&] { GetDefaultUserConfigMapList(Vs("vs0"), conn_); }, 2000,
               "Get store rows failed.");

@@ -40,17 +40,12 @@ class StoreTest : public ::testing::Test {
   void SetUp() override {
     store_path_ = dir_.File("store/current.db");
     KorvoSetvault::SetStorePath(store_path_);
-    conn_ = Conn();
+    conn_ = DBStore::GetConnection(DBStore::kConfigStore, true);
+    ASSERT_TRUE(conn_ != nullptr);
+    ASSERT_EQ(DBStore::CheckStore(conn_, true), 0);  // creates the store file
   }
   void TearDown() override { KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath); }
 
-  // The thread's connection to this test's store; fails the test when there is none.
-  std::shared_ptr<DBStore::StoreConnection> Conn() {
-    auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
-    EXPECT_TRUE(conn != nullptr);
-    EXPECT_EQ(DBStore::CheckStore(conn, true), 0);  // created by its first write
-    return conn;
-  }
   sqlite3* Db(const std::shared_ptr<DBStore::StoreConnection>& conn) {
     return DBStore::GetSqliteHandle(*conn);
   }
