@@ -209,8 +209,6 @@ TEST_F(ConfigReadsTest, FailedStatementsNameTheRead) {
   ExpectError([&] { GetConfigInstancesInternal(all, conn_, schema); }, 2000,
               "Read Instances failed for: comp korvo grp net key vswitch");
   ExpectError([&] { GetUserConfigContents(conn_); }, 2000, "Get store rows failed.");
-  ExpectError([&] { GetDefaultUserConfigMapList(Vs("vs0"), conn_); }, 2000,
-              "Get store rows failed.");
   ExpectError([&] { GetSmartnicConfiguration(conn_); }, 2000, "Get store rows failed.");
   // The failed shared read still detached the schema database.
   EXPECT_EQ(Query("SELECT COUNT(*) FROM pragma_database_list WHERE name = 'ss'"), "0");
