@@ -6,7 +6,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "model/setvault_object_impl.h"
 #include "setvault/exceptions.h"
 #include "store/setvault_impl.h"
 #include "support/config_store.h"

