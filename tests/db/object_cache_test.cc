@@ -8,7 +8,6 @@
 #include <string>
 #include <thread>
 
-#include "model/setvault_object_impl.h"
 #include "setvault/host_setup.h"
 #include "store/store_fixture.h"
 
@@ -17,12 +16,11 @@ namespace {
 
 const SetvaultObjectId kId("vswitch", "net", "korvo", "vs0");
 
-KorvoSetvault::JsonValue& MtuOf(const std::shared_ptr<SetvaultObject>& object) {
-  return (*object->GetImpl()->GetDocument()->GetJsonValuePtr())["mtu"];
-}
-
+// The mtu `object` holds; -1 for none.
 int Mtu(const std::shared_ptr<SetvaultObject>& object) {
-  return object ? MtuOf(object).GetInt() : -1;
+  int mtu = -1;
+  if (object) object->GetValue("mtu", &mtu);
+  return mtu;
 }
 
 // Runs `body` in a forked child; its exit status (1 when it threw or answered false).
@@ -64,7 +62,8 @@ TEST_F(ObjectCacheTest, NextGetSeesEveryChange) {
          store_->CancelTransaction();
        },
        1500},
-      {"caller changed the object it got", [this] { MtuOf(store_->Get(kId)).SetInt(2000); }, 1500},
+      {"caller changed the object it got", [this] { store_->Get(kId)->SetValue("mtu", 2000); },
+       1500},
       {"fork: a child reads the current row and its write reaches the parent",
        [] {
          EXPECT_EQ(InChild([] {
