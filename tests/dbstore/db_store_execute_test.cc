@@ -13,7 +13,6 @@ class ExecuteTest : public StoreTest {
                                 DBStore::internal::Prepare(conn_, sql + "', 'g', 'c')", 3000),
                                 nullptr, nullptr, 3000);
   }
-  std::string Count() { return QueryText(Db(conn_), "SELECT COUNT(*) FROM Config"); }
 };
 
 int AbortOnSecondRow(void* context, int, char**, char**) {
@@ -43,9 +42,9 @@ TEST_F(ExecuteTest, RefusedCommitAnswersOneAndKeepsNothing) {
   EXPECT_EQ(DBStore::CommitTransaction(conn_), 1);
   sqlite3_commit_hook(Db(conn_), nullptr, nullptr);
   EXPECT_FALSE(DBStore::InTransaction(conn_));
-  EXPECT_EQ(Count(), "0");
+  EXPECT_EQ(QueryText(Db(conn_), "SELECT COUNT(*) FROM Config"), "0");
   EXPECT_EQ(Insert("b"), 0);
-  EXPECT_EQ(Count(), "1");
+  EXPECT_EQ(QueryText(Db(conn_), "SELECT COUNT(*) FROM Config"), "1");
 }
 
 }  // namespace
