@@ -19,19 +19,13 @@ namespace setvault_test {
 // when there is no row, "<error: ...>" when it fails.
 inline std::string QueryText(sqlite3* db, const std::string& sql) {
   sqlite3_stmt* stmt = nullptr;
-  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
-    return std::string("<error: ") + sqlite3_errmsg(db) + ">";
-  }
-  std::string result;
-  int rc = sqlite3_step(stmt);
-  if (rc == SQLITE_ROW) {
-    const unsigned char* text = sqlite3_column_text(stmt, 0);
-    result = text != nullptr ? reinterpret_cast<const char*>(text) : "<null>";
-  } else if (rc == SQLITE_DONE) {
-    result = "<none>";
-  } else {
-    result = std::string("<error: ") + sqlite3_errmsg(db) + ">";
-  }
+  int rc = sqlite3_prepare_v2(db, sql.c_str(), -1, &stmt, nullptr);
+  if (rc == SQLITE_OK) rc = sqlite3_step(stmt);
+  const unsigned char* text = rc == SQLITE_ROW ? sqlite3_column_text(stmt, 0) : nullptr;
+  std::string result = text != nullptr     ? reinterpret_cast<const char*>(text)
+                       : rc == SQLITE_ROW  ? "<null>"
+                       : rc == SQLITE_DONE ? "<none>"
+                                           : std::string("<error: ") + sqlite3_errmsg(db) + ">";
   sqlite3_finalize(stmt);
   return result;
 }
@@ -46,16 +40,12 @@ class StoreTest : public ::testing::Test {
   void SetUp() override {
     store_path_ = dir_.File("store/current.db");
     KorvoSetvault::SetStorePath(store_path_);
+    conn_ = DBStore::GetConnection(DBStore::kConfigStore, true);
+    ASSERT_TRUE(conn_ != nullptr);
+    ASSERT_EQ(DBStore::CheckStore(conn_, true), 0);  // creates the store file
   }
   void TearDown() override { KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath); }
 
-  // The thread's connection to this test's store; fails the test when there is none.
-  std::shared_ptr<DBStore::StoreConnection> Conn() {
-    auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
-    EXPECT_TRUE(conn != nullptr);
-    EXPECT_EQ(DBStore::CheckStore(conn, true), 0);  // created by its first write
-    return conn;
-  }
   sqlite3* Db(const std::shared_ptr<DBStore::StoreConnection>& conn) {
     return DBStore::GetSqliteHandle(*conn);
   }
@@ -69,6 +59,7 @@ class StoreTest : public ::testing::Test {
 
   TempDir dir_;
   std::string store_path_;
+  std::shared_ptr<DBStore::StoreConnection> conn_;  // the thread's connection, store created
 };
 
 }  // namespace setvault_test
