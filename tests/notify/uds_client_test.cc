@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include "model/thrown.h"
 #include "notify/socket_listener.h"
 #include "notify/uds_client.h"
 #include "support/temp_dir.h"
@@ -12,15 +13,10 @@ namespace {
 
 using KorvoSetvault::UdsClient;
 
-// The message of the std::runtime_error `call` throws.
+// The message of the std::runtime_error `call` throws, or "" when none.
 template <typename Call>
 std::string Error(Call call) {
-  try {
-    call();
-  } catch (const std::runtime_error& e) {
-    return e.what();
-  }
-  return "no exception";
+  return KorvoSetvault::MessageOf<std::runtime_error>(call);
 }
 
 // The lowest free descriptor number.
