@@ -256,14 +256,12 @@ TEST_F(ConfigDocumentTest, ShippedDefaultInstances) {
   EXPECT_THAT(Ids(FilterDefaultConfigInstances({changed, own})), ElementsAre("vSwitch0", "vs1"));
 
   using Call = Objects (*)(Objects);
+  const std::pair<Objects, int> refused[] = {
+      {{}, 1061}, {{nullptr}, 1061}, {{own, Object(kDatastore, R"({"label":"d1"})")}, 1062}};
   for (Call call : {&AddDefaultConfigInstances, &FilterDefaultConfigInstances}) {
-    ExpectThrow<KorvoSetvault::InvalidArgumentException>([&] { call({}); }, 1061);
-    ExpectThrow<KorvoSetvault::InvalidArgumentException>([&] { call({nullptr}); }, 1061);
-    ExpectThrow<KorvoSetvault::InvalidArgumentException>(
-        [&] {
-          call({own, Object(kDatastore, R"({"label":"d1"})")});
-        },
-        1062);
+    for (const auto& c : refused) {
+      ExpectThrow<KorvoSetvault::InvalidArgumentException>([&] { call(c.first); }, c.second);
+    }
     EXPECT_EQ(ExpectThrow<KorvoSetvault::ValidationException>(
                   [&] { call({Object(kHost, R"({"hostname":"h"})")}); }, 2000),
               "API called for singleton object, non-singleton expected");

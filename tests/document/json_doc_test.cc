@@ -60,8 +60,8 @@ TEST(DocumentFromString, StrictJsonWithOneRootAndBoundedValues) {
       {std::string(500, '[') + std::string(500, ']'), 0},
       {"[\"x\"," + std::string(600, '[') + std::string(601, ']'), 1080},
   };
-  for (const auto& [text, code] : cases) {
-    EXPECT_EQ(CodeOf([&] { CreateDocumentFromString(text); }), code) << text;
+  for (const auto& c : cases) {
+    EXPECT_EQ(CodeOf([&] { CreateDocumentFromString(c.first); }), c.second) << c.first;
   }
   // Nesting this deep would exhaust the stack of a recursive parser or writer.
   setvault_test::ExpectError<InvalidArgumentException>(
@@ -105,7 +105,7 @@ TEST(DocumentFromFile, ReadsFilesAndRefusesTheRest) {
   };
   for (const auto& [path, fault] : cases) {
     setvault_test::ExpectError<InvalidArgumentException>(
-        [&] { CreateDocumentFromFile(path); }, 1081,
+        [&, path = path] { CreateDocumentFromFile(path); }, 1081,
         "Cannot read a JSON document from file " + path + ": " + fault);
   }
 }

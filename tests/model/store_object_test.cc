@@ -118,7 +118,7 @@ TEST_F(StoreObjectTest, SettersReplaceInPlaceButNotANullMember) {
   EXPECT_EQ(object_.GetValue("n", &i), 0);
   object_.SetValue("list", std::vector<int>{});
   object_.SetValueEmptyList("fresh");
-  EXPECT_EQ(object_.GetData(), R"(X)");
+  EXPECT_EQ(object_.GetData(), R"({"a":"now text","n":null,"n":5,"x":1,"list":[],"fresh":[]})");
   object_.Remove("n");
   EXPECT_EQ(object_.GetValue("n", &i), 1);
   EXPECT_EQ(i, 5);
