@@ -13,11 +13,8 @@ namespace {
 
 using KorvoSetvault::UdsClient;
 
-// The message of the std::runtime_error `call` throws, or "" when none.
-template <typename Call>
-std::string Error(Call call) {
-  return KorvoSetvault::MessageOf<std::runtime_error>(call);
-}
+// The message of the std::runtime_error a call throws, or "" when none.
+constexpr auto Error = &KorvoSetvault::MessageOf<std::runtime_error>;
 
 // The lowest free descriptor number.
 int LowestFree() {
