@@ -124,6 +124,7 @@ TEST(JsonAssertions, BecomeExceptionsWithTheHeaderLocation) {
   JsonValue& alias = root;
   EXPECT_THROW(root = alias, SetvaultException);
   EXPECT_THROW(root.CopyFrom(root, doc->GetAllocator()), SetvaultException);
+  EXPECT_THROW(root["missing"], SetvaultException);
   EXPECT_EQ(root["a"].Size(), 2u);
 }
 

@@ -18,6 +18,7 @@ const SetvaultObjectId kHost("host", "system", "korvo");
 TEST(DriftObjectTest, InstancesByInstanceId) {
   LogCapture log(0);
   EXPECT_EQ(CodeOf([] { CreateDriftObject(kHost, "{not json", "SET"); }), 1080);
+  EXPECT_EQ(CodeOf([] { CreateDriftObject(kHost, "[1, 2]", "SET")->Get(); }), 1082);
   auto drift = CreateDriftObject(kHost,
                                  R"({"ports": [{"INSTANCEID": "p0", "mtu": 9000},
                                                {"INSTANCEID": "p1", "speed": "DELETE"}],

@@ -153,6 +153,14 @@ TEST_F(SetvaultObjectTest, InstancesThroughFilters) {
   EXPECT_TRUE(log_.Contains(0, "GetSubObjectInstances called with no filter spec object"));
 }
 
+TEST_F(SetvaultObjectTest, GeneratedIdsAreHiddenFromGetData) {
+  SetvaultObject firewall(SetvaultObjectId("firewall", "net", "korvo"));
+  firewall.SetData(R"({"sv_generated_id": "top", "rules": [{"sv_generated_id": "g1", "port": 22},
+                      {"port": 443, "sv_generated_id": "g2"}], "enabled": true})");
+  EXPECT_EQ(firewall.GetData(), R"({"enabled":true,"rules":[{"port":22},{"port":443}]})");
+  EXPECT_NE(firewall.GetSerializedData().find("g2"), std::string::npos);
+}
+
 TEST_F(SetvaultObjectTest, SetValueExReplacesOnlyChangedValues) {
   auto vswitch = VSwitch("vs0");
   vswitch->SetValue("mtu", 9000);
