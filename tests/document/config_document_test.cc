@@ -36,11 +36,9 @@ std::shared_ptr<FilterSpecObject> Filter(const SetvaultObjectId& id) {
 
 // True when the two texts hold equal JSON (object members in any order).
 bool SameJson(const std::string& a, const std::string& b) {
-  KorvoSetvault::JsonDocument x, y;
-  x.Parse(a.c_str());
-  y.Parse(b.c_str());
-  return !x.HasParseError() && !y.HasParseError() &&
-         KorvoSetvault::SetvaultDocument::ValuesEqual(x, y);
+  return KorvoSetvault::SetvaultDocument::ValuesEqual(
+      *KorvoSetvault::CreateDocumentFromString(a)->GetJsonValuePtr(),
+      *KorvoSetvault::CreateDocumentFromString(b)->GetJsonValuePtr());
 }
 
 class ConfigDocumentTest : public WriteStoreTest {

@@ -136,7 +136,7 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
   ASSERT_EQ(std::system(("cp " + schemas.dir().File("schema.db") + " " + schema_copy).c_str()), 0);
   ASSERT_EQ(chmod(schema_copy.c_str(), 0644), 0);
   ASSERT_EQ(chmod(schemas.dir().path().c_str(), 0755), 0);
-  const auto made = [](auto& dir, auto& path) { MakeStore(dir, path); };
+  const auto made = WithModes(0600, 0755);
   const auto replace = [](auto& path) {
     std::system(("cp -p " + path + " " + path + ".copy && mv " + path + ".copy " + path).c_str());
   };
