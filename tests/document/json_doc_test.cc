@@ -7,7 +7,9 @@
 #include <utility>
 
 #include "document/setvault_document.h"
+#include "model/thrown.h"
 #include "setvault/exceptions.h"
+#include "support/expect_error.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 
@@ -15,15 +17,6 @@ namespace KorvoSetvault {
 namespace {
 
 using setvault_test::LogCapture;
-
-int ParseErrorCode(const std::string& text) {
-  try {
-    CreateDocumentFromString(text);
-  } catch (const InvalidArgumentException& e) {
-    return e.GetErrorCode();
-  }
-  return 0;
-}
 
 JsonNode Step(const std::string& name, const std::string& key = "", const std::string& id = "") {
   JsonNode step;
@@ -67,16 +60,13 @@ TEST(DocumentFromString, StrictJsonWithOneRootAndBoundedValues) {
       {std::string(500, '[') + std::string(500, ']'), 0},
       {"[\"x\"," + std::string(600, '[') + std::string(601, ']'), 1080},
   };
-  for (const auto& [text, code] : cases) EXPECT_EQ(ParseErrorCode(text), code) << text;
-  // Nesting this deep would exhaust the stack of a recursive parser or writer.
-  try {
-    CreateDocumentFromString(std::string(100000, '[') + std::string(100000, ']'));
-    ADD_FAILURE() << "no exception";
-  } catch (const InvalidArgumentException& e) {
-    EXPECT_STREQ(e.what(),
-                 "Invalid JSON text at offset 512: arrays and objects nested deeper than 512 "
-                 "levels.");
+  for (const auto& c : cases) {
+    EXPECT_EQ(CodeOf([&] { CreateDocumentFromString(c.first); }), c.second) << c.first;
   }
+  // Nesting this deep would exhaust the stack of a recursive parser or writer.
+  setvault_test::ExpectError<InvalidArgumentException>(
+      [] { CreateDocumentFromString(std::string(100000, '[') + std::string(100000, ']')); }, 1080,
+      "Invalid JSON text at offset 512: arrays and objects nested deeper than 512 levels.");
 }
 
 TEST(DocumentFromString, NumbersSurviveASerializeAndParseRoundTrip) {
@@ -114,33 +104,23 @@ TEST(DocumentFromFile, ReadsFilesAndRefusesTheRest) {
       {dir.WriteFile("huge.json", "[" + std::string(16 * 1024 * 1024, ' ') + "]"), too_large},
   };
   for (const auto& [path, fault] : cases) {
-    try {
-      CreateDocumentFromFile(path);
-      ADD_FAILURE() << "no exception for " << path;
-    } catch (const InvalidArgumentException& e) {
-      EXPECT_EQ(e.GetErrorCode(), 1081);
-      EXPECT_EQ(std::string(e.what()),
-                "Cannot read a JSON document from file " + path + ": " + fault);
-    }
+    setvault_test::ExpectError<InvalidArgumentException>(
+        [&, path = path] { CreateDocumentFromFile(path); }, 1081,
+        "Cannot read a JSON document from file " + path + ": " + fault);
   }
 }
 
-// RapidJSON's assertions become exceptions, even inside operations it marks noexcept
-// (self-assignment and self-copy), and leave the document usable.
+// RapidJSON's assertions become exceptions with the header's location, even inside operations it
+// marks noexcept (self-assignment and self-copy), and leave the document usable.
 TEST(JsonAssertions, BecomeExceptionsWithTheHeaderLocation) {
   LogCapture log;
   auto doc = CreateDocumentFromString(R"({"a": [1, 2]})");
   JsonValue& root = *doc->GetJsonValuePtr();
-  try {
-    root.GetArray();
-    FAIL() << "no exception";
-  } catch (const SetvaultException& e) {
-    EXPECT_EQ(e.GetErrorCode(), 1082);
-    const std::string text = e.what();
-    EXPECT_EQ(text.rfind("JSON error:\"", 0), 0u) << text;
-    EXPECT_NE(text.find("rapidjson/document.h\":"), std::string::npos) << text;
-    EXPECT_EQ(text.substr(text.size() - 11), ": IsArray()") << text;
-  }
+  const std::string text = MessageOf([&] { root.GetArray(); });
+  EXPECT_EQ(CodeOf([&] { root.GetArray(); }), 1082);
+  EXPECT_EQ(text.rfind("JSON error:\"", 0), 0u) << text;
+  EXPECT_NE(text.find("rapidjson/document.h\":"), std::string::npos) << text;
+  EXPECT_EQ(text.substr(text.size() - 11), ": IsArray()") << text;
   JsonValue& alias = root;
   EXPECT_THROW(root = alias, SetvaultException);
   EXPECT_THROW(root.CopyFrom(root, doc->GetAllocator()), SetvaultException);
@@ -162,34 +142,19 @@ TEST(JsonDocPaths, ViewsResolveMembersAndInstancesOfTheSharedDocument) {
   EXPECT_EQ((*p1->GetJsonValuePtr())["mtu"].GetInt(), 1280);
 }
 
+// Missing steps are refused and logged; a view of a removed element fails instead of touching
+// freed memory.
 TEST(JsonDocPaths, MissingStepsAreReportedAndLogged) {
   LogCapture log(0);
-  auto doc = CreateDocumentFromString(
-      R"({"net": {"ports": [{"mtu": 1500}]}, "list": [], "ports": [{"name": "p0"}]})");
-  const struct {
-    std::shared_ptr<JsonDoc> view;
-    const char* message;
-    const char* logged;
-  } cases[] = {
-      {doc->MakeView(Step("storage")), "Subobject does not exists.",
-       "Cannot find subobject storage"},
-      {doc->MakeView(Step("net"))->MakeView(Step("ports", "name", "p0")),
-       "Subobject instance does not exists.", "Cannot find subobject instance name=p0"},
-  };
-  for (const auto& c : cases) {
-    try {
-      c.view->GetJsonValuePtr();
-      ADD_FAILURE() << c.message;
-    } catch (const SetvaultException& e) {
-      EXPECT_EQ(e.GetErrorCode(), 2000);
-      EXPECT_STREQ(e.what(), c.message);
-    }
-    EXPECT_TRUE(log.Contains(0, c.logged)) << c.logged;
-  }
-  // A view of a removed element fails instead of touching freed memory.
-  auto view = doc->MakeView(Step("ports", "name", "p0"));
+  auto doc = CreateDocumentFromString(R"({"ports": [{"name": "p0"}, {"mtu": 1}]})");
+  auto p0 = doc->MakeView(Step("ports", "name", "p0"));
+  setvault_test::ExpectError([&] { doc->MakeView(Step("net"))->GetJsonValuePtr(); }, 2000,
+                             "Subobject does not exists.");
+  EXPECT_TRUE(log.Contains(0, "Cannot find subobject net"));
   (*doc->GetJsonValuePtr())["ports"].Erase((*doc->GetJsonValuePtr())["ports"].Begin());
-  EXPECT_THROW(view->GetJsonValuePtr(), SetvaultException);
+  setvault_test::ExpectError([&] { p0->GetJsonValuePtr(); }, 2000,
+                             "Subobject instance does not exists.");
+  EXPECT_TRUE(log.Contains(0, "Cannot find subobject instance name=p0"));
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 // allowlisted types and only while notification is switched on; failures are logged and never fail
 // the write.
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include <functional>
 #include <vector>
@@ -80,8 +79,6 @@ TEST_F(NotifierTest, SetSendsOneJsonRpcRequestOverHttp) {
   EXPECT_EQ(listener_.TakeAll(),
             Types{"POST /api HTTP/1.1\r\nContent-Length: " + std::to_string(body.size()) +
                   "\r\nContent-Type: application/json\r\n\r\n" + body});
-  rapidjson::Document parsed;
-  EXPECT_FALSE(parsed.Parse(body.c_str()).HasParseError());
 }
 
 TEST_F(NotifierTest, EveryWriteOperationNotifiesOnce) {
@@ -245,20 +242,15 @@ TEST_F(NotifierTest, TheAllowlistIsReadUntilItIsFoundThenKept) {
   EXPECT_EQ(log.CountStartingWith(1, "Failed to read notify list"), 3);
 }
 
-TEST_F(NotifierTest, MissingDaemonSocketLogsOneInfoLineAndTheWriteStands) {
+// A daemon that is missing, or that accepts nothing (connecting gives up after the client's
+// time-out: a hang here would be the fault), costs one info line per write, and the write stands.
+TEST_F(NotifierTest, AMissingOrStuckDaemonLogsOneInfoLineAndTheWriteStands) {
   unlink(SocketPath().c_str());
   LogCapture log(2);
   SetHost("h");
-  EXPECT_EQ(store_->GetRevision(kHost), 1);
-  EXPECT_TRUE(
-      log.Contains(2, "Error while sending notification for config object '" + kHost.toString() +
-                          "' to NexD: Failed to connect socket: No such file or directory"));
-  EXPECT_EQ(log.CountStartingWith(2, "Error while sending notification"), 1);
-}
-
-// A daemon that accepts nothing: connecting gives up after the client's time-out (a hang here would
-// be the fault) and the write stands.
-TEST_F(NotifierTest, FullListenQueueFailsTheNotificationAndTheWriteSucceeds) {
+  const std::string failed =
+      "Error while sending notification for config object '" + kHost.toString() + "' to NexD: ";
+  EXPECT_TRUE(log.Contains(2, failed + "Failed to connect socket: No such file or directory"));
   SocketListener full(SocketPath(), 0);
   std::vector<int> fillers;  // connections nobody accepts, until the queue is full
   sockaddr_un address{};
@@ -269,12 +261,9 @@ TEST_F(NotifierTest, FullListenQueueFailsTheNotificationAndTheWriteSucceeds) {
     if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) break;
     ASSERT_LT(fillers.size(), 1000u) << "listen queue never filled";
   }
-  LogCapture log(2);
-  SetHost("h");
-  EXPECT_EQ(store_->GetRevision(kHost), 1);
-  EXPECT_EQ(log.CountStartingWith(2, "Error while sending notification for config object '" +
-                                         kHost.toString() + "' to NexD: "),
-            1);
+  SetHost("i");
+  EXPECT_EQ(store_->GetRevision(kHost), 2);
+  EXPECT_EQ(log.CountStartingWith(2, failed), 2);
   for (int fd : fillers) close(fd);
 }
 

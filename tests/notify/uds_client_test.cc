@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include "model/thrown.h"
 #include "notify/socket_listener.h"
 #include "notify/uds_client.h"
 #include "support/temp_dir.h"
@@ -12,16 +13,8 @@ namespace {
 
 using KorvoSetvault::UdsClient;
 
-// The message of the std::runtime_error `call` throws.
-template <typename Call>
-std::string Error(Call call) {
-  try {
-    call();
-  } catch (const std::runtime_error& e) {
-    return e.what();
-  }
-  return "no exception";
-}
+// The message of the std::runtime_error a call throws, or "" when none.
+constexpr auto Error = &KorvoSetvault::MessageOf<std::runtime_error>;
 
 // The lowest free descriptor number.
 int LowestFree() {

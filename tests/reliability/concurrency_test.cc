@@ -257,25 +257,20 @@ TEST_F(ConcurrencyTest, ForkedChildWritesOnItsOwnConnectionOrIsRefused) {
 // A child that outlives every connection of its parent keeps writing to the live store, not to a
 // log the parent deleted when it closed last.
 TEST_F(ConcurrencyTest, ChildOutlivingTheParentsConnectionsKeepsItsWrites) {
-  int ready[2], go[2];
-  ASSERT_EQ(pipe(ready), 0);
-  ASSERT_EQ(pipe(go), 0);
+  Pipe ready, go;
   pid_t child = -1;
   OnThread([&] {
     SetMtu("seed", kBaseMtu);
     child = Spawn([&] {
-      char byte = 'r';
       SetMtu("early", kBaseMtu + 1);
-      if (write(ready[1], &byte, 1) != 1 || read(go[0], &byte, 1) != 1) return 2;
+      if (!ready.Signal() || !go.Await()) return 2;
       SetMtu("late", kBaseMtu + 2);
       return 0;
     });
-    char byte;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    ASSERT_TRUE(ready.Await());
   });  // the thread's connection, the parent's last, closes here
-  ASSERT_EQ(write(go[1], "g", 1), 1);
+  ASSERT_TRUE(go.Signal());
   EXPECT_EQ(Wait(child), 0);
-  for (int fd : {ready[0], ready[1], go[0], go[1]}) close(fd);
   OnThread([&] {
     EXPECT_EQ(Mtu("early"), kBaseMtu + 1);
     EXPECT_EQ(Mtu("late"), kBaseMtu + 2);
@@ -286,8 +281,7 @@ TEST_F(ConcurrencyTest, ChildOutlivingTheParentsConnectionsKeepsItsWrites) {
 // Another process holds the write lock past the busy time-out: the failure says so.
 TEST_F(ConcurrencyTest, BusyStoreThrowsStoreBusyExceptionWithSqlitesCode) {
   OnThread([] { SetMtu("seed", kBaseMtu); });
-  int locked[2];
-  ASSERT_EQ(pipe(locked), 0);
+  Pipe locked;
   const std::string path = schemas_.dir().File("store.db");
   const pid_t holder = Spawn([&] {
     sqlite3* db = nullptr;
@@ -295,11 +289,10 @@ TEST_F(ConcurrencyTest, BusyStoreThrowsStoreBusyExceptionWithSqlitesCode) {
         sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) != SQLITE_OK) {
       return 1;
     }
-    while (write(locked[1], "l", 1) == 1) pause();  // holds the lock until killed
+    while (locked.Signal()) pause();  // holds the lock until killed
     return 2;
   });
-  char byte;
-  ASSERT_EQ(read(locked[0], &byte, 1), 1);
+  ASSERT_TRUE(locked.Await());
   const std::function<void()> calls[] = {
       [] { SetMtu("x", kBaseMtu); },
       [] {
@@ -322,8 +315,6 @@ TEST_F(ConcurrencyTest, BusyStoreThrowsStoreBusyExceptionWithSqlitesCode) {
             "2000 Begin Transaction failed for: Set 5\n2000 Failed to start a transaction. 5\n");
   kill(holder, SIGKILL);
   EXPECT_EQ(Wait(holder), 128 + SIGKILL);
-  close(locked[0]);
-  close(locked[1]);
 }
 
 }  // namespace

@@ -74,19 +74,17 @@ TEST(CrashTest, KilledWritersLoseNothingAcknowledgedAndNothingHalfDone) {
   std::string previous = "none";
   for (int round = 1; round <= rounds; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
-    int ack[2];
-    ASSERT_EQ(pipe(ack), 0);
+    Pipe ack;
     const pid_t writer = Spawn([&] {
-      close(ack[0]);
-      return Writer(round, ack[1]);
+      ack.Close(0);
+      return Writer(round, ack.out());
     });
-    close(ack[1]);
+    ack.Close(1);
     usleep(std::uniform_int_distribution<int>(5000, 80000)(random));
     kill(writer, SIGKILL);
     EXPECT_EQ(Wait(writer), 128 + SIGKILL) << "the writer ended before it was killed";
     int last = 0, n = 0;
-    while (read(ack[0], &n, sizeof n) == sizeof n) last = n;
-    close(ack[0]);
+    while (read(ack.in(), &n, sizeof n) == sizeof n) last = n;
     acknowledged_total += last;
     if (access(store_path.c_str(), F_OK) != 0) {  // killed before its first commit
       EXPECT_EQ(last, 0);

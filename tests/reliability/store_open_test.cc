@@ -42,18 +42,16 @@ int Mode(const std::string& path) {
 
 // Runs `body` in 8 children released at the same moment; each must return 0.
 void AllTogether(const std::function<int()>& body, int round) {
-  int go[2];
-  ASSERT_EQ(pipe(go), 0);
   std::vector<pid_t> children;
-  for (int i = 0; i < 8; ++i) {
-    children.push_back(Spawn([&] {
-      close(go[1]);
-      char byte;
-      return read(go[0], &byte, 1) == 0 ? body() : 2;  // released when every writer end closes
-    }));
+  {
+    Pipe go;
+    for (int i = 0; i < 8; ++i) {
+      children.push_back(Spawn([&] {
+        go.Close(1);
+        return go.Await() ? 2 : body();  // released when every writer end closes
+      }));
+    }
   }
-  close(go[0]);
-  close(go[1]);
   for (pid_t pid : children) EXPECT_EQ(Wait(pid), 0) << "round " << round;
 }
 
@@ -66,12 +64,11 @@ TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
   }
   KorvoSetvault::SetStorePath(schemas.dir().File("shared.db"));
   ASSERT_EQ(RunInChild([] { return WriteHost(); }), "written");
-  int stop[2];
-  ASSERT_EQ(pipe(stop), 0);
+  Pipe stop;
   const pid_t writer = Spawn([&] {
-    close(stop[1]);
+    stop.Close(1);
     // Writes back to back until the parent closes the pipe.
-    for (int i = 0; poll(std::vector<pollfd>{{stop[0], POLLIN, 0}}.data(), 1, 0) == 0; ++i) {
+    for (int i = 0; poll(std::vector<pollfd>{{stop.in(), POLLIN, 0}}.data(), 1, 0) == 0; ++i) {
       auto store = Setvault::GetStore("");
       store->BeginTransaction();
       WriteHost("w" + std::to_string(i));
@@ -79,11 +76,11 @@ TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
     }
     return 0;
   });
-  close(stop[0]);
+  stop.Close(0);
   for (int round = 0; round < 20; ++round) {
     AllTogether([] { return ReadHost().find("hostname") != std::string::npos ? 0 : 1; }, round);
   }
-  close(stop[1]);
+  stop.Close(1);
   EXPECT_EQ(Wait(writer), 0);
 }
 
@@ -139,7 +136,7 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
   ASSERT_EQ(std::system(("cp " + schemas.dir().File("schema.db") + " " + schema_copy).c_str()), 0);
   ASSERT_EQ(chmod(schema_copy.c_str(), 0644), 0);
   ASSERT_EQ(chmod(schemas.dir().path().c_str(), 0755), 0);
-  const auto made = [](auto& dir, auto& path) { MakeStore(dir, path); };
+  const auto made = WithModes(0600, 0755);
   const auto replace = [](auto& path) {
     std::system(("cp -p " + path + " " + path + ".copy && mv " + path + ".copy " + path).c_str());
   };
