@@ -176,13 +176,39 @@ TEST(JsonValidatorOptions, EachOptionChangesAnOutcome) {
          {{"/extra", "member 'extra' is not described in the schema"}});
 }
 
-TEST(JsonValidatorOptions, LibraryOptionSetsOnAValidObjectFindNothing) {
-  const std::string user = R"({"name": "sw1", "mtu": 1500, "hw": {"label": "l"},
-      "uplinks": [{"port": "p1", "speed": 10}, {"port": "p2"}]})";
-  for (const auto& options : std::vector<std::unordered_set<int>>{
-           {0, 1, 3, 7, 8}, {0, 1, 7, 8}, {0, 1}, {0, 1, 3, 7}, {0, 1, 4, 8}}) {
-    EXPECT_EQ(Check(kSwitch, user, options), std::vector<Found>{});
-  }
+// Pointers escape "~" and "/" and start at "/"; messages name the value
+// (cut when long) and the limit; tags are found through references.
+TEST(JsonValidatorFindings, PointersAndMessages) {
+  const std::string type_error = "value of type string is not allowed here (expected integer)";
+  Expect(R"({"type": "object"})", "[1]", {0, 1},
+         {{"/", "value of type array is not allowed here (expected object)"}});
+  const char escaped[] = R"({"type": "object", "properties": {"a/b": {"type": "integer"},
+      "m~n": {"type": "object", "properties": {"x/~y": {"type": "integer"}}}}})";
+  Expect(escaped, R"({"a/b": "s", "m~n": {"x/~y": "s", "~/": 1}})", {0, 1},
+         {{"/m~0n/~0~1", "member '~/' is not described in the schema"},
+          {"/a~1b", type_error},
+          {"/m~0n/x~1~0y", type_error}});
+  Expect(R"({"type": "object", "properties": {"low": {"type": "number", "minimum": 0.5},
+             "fixed": {"const": "on"}, "names": {"propertyNames": {"maxLength": 1}}}})",
+         R"({"low": 0.25, "fixed": "off", "names": {"ab": 1}})", {0},
+         {{"/fixed", "value \"off\" is not the required value \"on\""},
+          {"/low", "value 0.25 is below minimum 0.5"},
+          {"/names/ab", "member name \"ab\" is not allowed by \"propertyNames\""}});
+  Expect(R"({"type": "object", "properties": {"e": {"enum": ["a"]}}})",
+         R"({"e": ")" + std::string(200, 'q') + R"("})", {0},
+         {{"/e", "value \"" + std::string(64, 'q') +
+                     "...\" is not one of the allowed values (allowed: \"a\")"}});
+  const char referenced[] = R"({"definitions": {"port": {"type": "object",
+      "properties": {"speed": {"type": "integer", "maximum": 100}, "lock": {"vital": true}}}},
+      "type": "object", "properties": {"ports": {"type": "array", "instanceIdProperty": "n",
+          "items": {"allOf": [{"$ref": "#/definitions/port"},
+                              {"properties": {"n": {"type": "string"}}}]}}}})";
+  Expect(referenced, R"({"ports": [{"n": "a", "speed": 1}]})", {0, 1, 3, 7, 8}, {});
+  Expect(referenced, R"({"ports": [{"n": "a", "speed": 101, "lock": 1, "odd": 1}]})",
+         {0, 1, 3, 7, 8},
+         {{"/ports/0/lock", "member 'lock' is not allowed in user data (it is vital data)"},
+          {"/ports/0/odd", "member 'odd' is not described in the schema"},
+          {"/ports/0/speed", "value 101 exceeds maximum 100"}});
 }
 
 }  // namespace

@@ -47,12 +47,9 @@ TEST(JsonValidatorRobustness, MalformedSchemasThrowAClearError) {
   ExpectInvalidSchema(R"({"properties": {"a": {"type": 5}}})", "");
   ExpectInvalidSchema(R"({"properties": {"a": {"maxLength": "long"}}})", "");
   ExpectInvalidSchema(R"({"properties": {"a": {"pattern": "(["}}})", "pattern");
-}
-
-TEST(JsonValidatorRobustness, OverlyDeepSchemaIsRefused) {
-  std::string schema = R"({"type": "object"})";
-  for (int i = 0; i < 200; ++i) schema = R"({"properties": {"a": )" + schema + "}}";
-  ExpectInvalidSchema(schema, "nested deeper");
+  std::string deep = R"({"type": "object"})";
+  for (int i = 0; i < 200; ++i) deep = R"({"properties": {"a": )" + deep + "}}";
+  ExpectInvalidSchema(deep, "nested deeper");
 }
 
 TEST(JsonValidatorRobustness, DeepInstanceGivesOneFindingInsteadOfACrash) {
@@ -67,15 +64,12 @@ TEST(JsonValidatorRobustness, DeepInstanceGivesOneFindingInsteadOfACrash) {
   auto schema = KorvoSetvault::CreateDocumentFromString(R"({"items": {"$ref": "#"}})");
   EXPECT_THAT(CheckValues(*schema->GetJsonValuePtr(), instance, {0, 1}),
               ElementsAre(Found{"/", "value is nested deeper than 128 levels"}));
-}
-
-TEST(JsonValidatorRobustness, DepthJustInsideTheLimitIsValidated) {
-  std::string instance = R"({"v": "x"})";
-  // 127 objects around the string: it sits exactly at the limit of 128.
-  for (int i = 0; i < 127; ++i) instance = R"({"child": )" + instance + "}";
-  const std::string schema = R"({"type": "object", "properties": {
-      "child": {"$ref": "#"}, "v": {"type": "integer"}}})";
-  auto findings = Check(schema, instance, {0, 1});
+  // 127 objects around a string: it sits exactly at the limit and is checked.
+  std::string inside = R"({"v": "x"})";
+  for (int i = 0; i < 127; ++i) inside = R"({"child": )" + inside + "}";
+  const auto findings = Check(R"({"type": "object", "properties": {
+      "child": {"$ref": "#"}, "v": {"type": "integer"}}})",
+                              inside, {0, 1});
   ASSERT_THAT(findings, SizeIs(1));
   EXPECT_EQ(findings[0].field.size(), std::string("/child").size() * 127 + 2);
 }
@@ -116,26 +110,6 @@ TEST(JsonValidatorRobustness, PatternsNeverStallOrExhaustTheStack) {
               ElementsAre(Found{"/s", "value \"" + std::string(41, 'a') +
                                           "!\" does not match the pattern \"^(a+)+$\""}));
   EXPECT_THAT(Fields(runs[2].findings), ElementsAre("/" + std::string(5000, 'a')));
-}
-
-TEST(JsonValidatorRobustness, LargeInstanceArrayIsCheckedCompletely) {
-  std::string elements;
-  for (int i = 0; i < 10000; ++i) {
-    elements += (i ? "," : "") + std::string(R"({"id": ")") + std::to_string(i % 9999) + "\"}";
-  }
-  const std::string schema = R"({"type": "object", "properties": {"list": {"type": "array",
-      "instanceIdProperty": "id", "items": {"type": "object",
-      "properties": {"id": {"type": "string"}}}}}})";
-  EXPECT_THAT(
-      Check(schema, R"({"list": [)" + elements + "]}", {0, 1, 8}),
-      ElementsAre(Found{"/list/9999/id", "duplicate instance id \"0\" (also at element 0)"}));
-}
-
-TEST(JsonValidatorRobustness, NonObjectInstancesAreValidatedAsValues) {
-  const std::string schema = R"({"type": "object", "properties": {"a": {"type": "integer"}}})";
-  EXPECT_THAT(Check(schema, "null", {0, 1, 3, 5, 8}),
-              ElementsAre(Found{"/", "value of type null is not allowed here (expected object)"}));
-  EXPECT_THAT(Check(schema, "\"text\"", {1, 3}), IsEmpty());
 }
 
 }  // namespace
