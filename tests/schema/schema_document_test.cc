@@ -34,9 +34,6 @@ class SchemaDocumentTest : public ::testing::Test {
   }
   const JsonValue& Schema() { return schema_->GetDocument(); }
   const JsonValue& Result() { return result_->GetDocument(); }
-  const JsonValue& TypeSchema(const char* group, const char* key) {
-    return SchemaStore::GetCache()->GetSchemaObject("korvo", group, key)->GetSchemaJson();
-  }
 
   static setvault_test::ExampleSchemas* schemas_;
   std::shared_ptr<JsonDoc> document_;
@@ -45,22 +42,6 @@ class SchemaDocumentTest : public ::testing::Test {
 };
 
 setvault_test::ExampleSchemas* SchemaDocumentTest::schemas_ = nullptr;
-
-TEST_F(SchemaDocumentTest, SingletonAndMultiInstanceTypesAtTheirLevels) {
-  Generate(R"({"korvo": {"system": {"host": {"hostname": "h1"}},
-                         "net": {"vswitch": [{"name": "vs0"}], "dns": {}}}})");
-  EXPECT_EQ(Serialize(Result()), "[]");
-  EXPECT_EQ(Schema()["type"], "object");
-  const JsonValue& korvo = Schema()["properties"]["korvo"];
-  EXPECT_EQ(korvo["properties"]["system"]["type"], "object");
-  EXPECT_TRUE(korvo["properties"]["system"]["properties"]["host"] == TypeSchema("system", "host"));
-  const JsonValue& net = korvo["properties"]["net"]["properties"];
-  EXPECT_EQ(net["vswitch"]["type"], "array");
-  EXPECT_EQ(net["vswitch"]["instanceIdProperty"], "name");
-  EXPECT_TRUE(net["vswitch"]["items"] == TypeSchema("net", "vswitch"));
-  EXPECT_TRUE(net["dns"] == TypeSchema("net", "dns"));
-  EXPECT_EQ(net.MemberCount(), 2u);  // only the keys that the document holds
-}
 
 TEST_F(SchemaDocumentTest, UnknownTypesAreFindingsAppendedWithTheirPointer) {
   result_->GetDocument().Parse(R"([{"field": "/", "error": "earlier"}])");
