@@ -65,13 +65,6 @@ inline std::vector<Found> Check(const std::string& schema, const std::string& in
                    KorvoSetvault::CreateDocumentFromString(instance), options);
 }
 
-// Just the fields of the findings, in order.
-inline std::vector<std::string> Fields(const std::vector<Found>& findings) {
-  std::vector<std::string> fields;
-  for (const auto& found : findings) fields.push_back(found.field);
-  return fields;
-}
-
 }  // namespace setvault_test
 
 #endif  // SETVAULT_TESTS_JSONSCHEMA_JSON_VALIDATOR_FIXTURE_H_

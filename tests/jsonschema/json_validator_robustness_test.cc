@@ -33,14 +33,12 @@ void ExpectInvalidSchema(const std::string& schema, const std::string& detail) {
 
 TEST(JsonValidatorRobustness, MalformedSchemasThrowAClearError) {
   ExpectInvalidSchema("[]", "not a JSON object");
-  ExpectInvalidSchema(R"("object")", "not a JSON object");
   ExpectInvalidSchema(R"({"properties": 5})", "\"properties\" at # is not an object");
   ExpectInvalidSchema(R"({"properties": {"a": 5}})", "#/properties/a is not an object");
   ExpectInvalidSchema(R"({"properties": {"a": {"vital": "yes"}}})",
                       "\"vital\" at #/properties/a is not a boolean");
   ExpectInvalidSchema(R"({"type": "array", "instanceIdProperty": 1, "items": {}})",
                       "\"instanceIdProperty\" at # is not a string");
-  ExpectInvalidSchema(R"({"properties": {"a": {"$ref": "#/nowhere"}}})", "unresolved");
   ExpectInvalidSchema(R"({"properties": {"a": {"$ref": "http://example.com/s.json"}}})",
                       "only local references");
   ExpectInvalidSchema(R"({"$ref": "#"})", "circular");
@@ -109,7 +107,9 @@ TEST(JsonValidatorRobustness, PatternsNeverStallOrExhaustTheStack) {
   EXPECT_THAT(runs[1].findings,
               ElementsAre(Found{"/s", "value \"" + std::string(41, 'a') +
                                           "!\" does not match the pattern \"^(a+)+$\""}));
-  EXPECT_THAT(Fields(runs[2].findings), ElementsAre("/" + std::string(5000, 'a')));
+  EXPECT_THAT(runs[2].findings,
+              ElementsAre(Found{"/" + std::string(5000, 'a'),
+                                "value of type string is not allowed here (expected integer)"}));
 }
 
 }  // namespace

@@ -21,9 +21,6 @@ std::string Serialize(const JsonValue& value) { return SetvaultDocument::Seriali
 
 class SchemaDocumentTest : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() { schemas_ = new setvault_test::ExampleSchemas(); }
-  static void TearDownTestSuite() { delete schemas_; }
-
   // Generates the schema of `text` (against `cache`) into schema_, its findings into result_.
   void Generate(
       const std::string& text,
@@ -35,13 +32,11 @@ class SchemaDocumentTest : public ::testing::Test {
   const JsonValue& Schema() { return schema_->GetDocument(); }
   const JsonValue& Result() { return result_->GetDocument(); }
 
-  static setvault_test::ExampleSchemas* schemas_;
+  setvault_test::ExampleSchemas schemas_;
   std::shared_ptr<JsonDoc> document_;
   std::shared_ptr<JsonDoc> schema_ = CreateDocument();
   std::shared_ptr<JsonDoc> result_ = CreateDocument();
 };
-
-setvault_test::ExampleSchemas* SchemaDocumentTest::schemas_ = nullptr;
 
 TEST_F(SchemaDocumentTest, UnknownTypesAreFindingsAppendedWithTheirPointer) {
   result_->GetDocument().Parse(R"([{"field": "/", "error": "earlier"}])");
