@@ -75,20 +75,22 @@ TEST(JsonValidatorRobustness, DeepInstanceGivesOneFindingInsteadOfACrash) {
 // Patterns run in linear time without recursion: a long string on a thread
 // with a small stack, and a pattern that backtracks exponentially elsewhere.
 TEST(JsonValidatorRobustness, PatternsNeverStallOrExhaustTheStack) {
+  const std::string text = std::string(41, 'a') + "!";
+  const std::string name(5000, 'a');
   struct Run {
     std::string schema;
     std::string instance;
+    std::vector<Found> expected;
     std::vector<Found> findings;
   } runs[] = {
       {R"({"properties": {"s": {"type": "string", "pattern": "^(a|b)*$"}}})",
-       R"({"s": ")" + std::string(200000, 'a') + R"("})",
-       {}},
+       R"({"s": ")" + std::string(200000, 'a') + R"("})"},
       {R"({"properties": {"s": {"type": "string", "pattern": "^(a+)+$"}}})",
-       R"({"s": ")" + std::string(41, 'a') + R"(!"})",
-       {}},
+       R"({"s": ")" + text + R"("})",
+       {{"/s", "value \"" + text + "\" does not match the pattern \"^(a+)+$\""}}},
       {R"({"patternProperties": {"^(a+)+$": {"type": "integer"}}})",
-       R"({")" + std::string(5000, 'a') + R"(": "x"})",
-       {}},
+       R"({")" + name + R"(": "x"})",
+       {{"/" + name, "value of type string is not allowed here (expected integer)"}}},
   };
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
@@ -103,13 +105,7 @@ TEST(JsonValidatorRobustness, PatternsNeverStallOrExhaustTheStack) {
   ASSERT_EQ(pthread_create(&thread, &attributes, body, &runs), 0);
   pthread_join(thread, nullptr);
   pthread_attr_destroy(&attributes);
-  EXPECT_THAT(runs[0].findings, IsEmpty());
-  EXPECT_THAT(runs[1].findings,
-              ElementsAre(Found{"/s", "value \"" + std::string(41, 'a') +
-                                          "!\" does not match the pattern \"^(a+)+$\""}));
-  EXPECT_THAT(runs[2].findings,
-              ElementsAre(Found{"/" + std::string(5000, 'a'),
-                                "value of type string is not allowed here (expected integer)"}));
+  for (const Run& run : runs) EXPECT_EQ(run.findings, run.expected) << run.schema;
 }
 
 }  // namespace

@@ -43,26 +43,21 @@ void ApplyFile(const std::shared_ptr<SchemaObject>& schema,
 }
 
 TEST(PerOperationChecksTest, EachThrowsItsCodeWithEveryFindingOfItsOptionSet) {
+  const char r[] = R"({"r":"a"})";
   const struct {
     Check check;
-    SVErrorCodes code;
+    int code;
     std::vector<std::string> paths;
     const char* valid;
   } cases[] = {
-      {ValidateCachedConfig, SV_ERR_CACHED_DATA_INVALID, {"/n", "/v", "/s", "/x", "/arr"}, "{}"},
-      {ValidateVitalConfig, SV_ERR_VITAL_DATA_INVALID, {"/n", "/c", "/s", "/x", "/arr"}, "{}"},
-      {ValidateUserConfig,
-       SV_ERR_USER_DATA_INVALID,
-       {"/v", "/c", "/s", "/x", "/n", "/r", "/arr/0/id"},
-       R"({"r":"a"})"},
-      {ValidatePartialConfig,
-       SV_ERR_PARTIAL_CONFIG_INVALID,
-       {"/v", "/c", "/s", "/x", "/n", "/r"},
-       R"({"r":"a","n":1})"},
-      {ValidateSet, SV_ERR_SET_DATA_INVALID, {"/x", "/n", "/r", "/arr/0/id"}, R"({"r":"a","v":2})"},
-      {ValidateUpdate, SV_ERR_UPDATE_DATA_INVALID, {"/x", "/n"}, R"({"n":5})"},
+      {ValidateCachedConfig, 1084, {"/n", "/v", "/s", "/x", "/arr"}, "{}"},
+      {ValidateVitalConfig, 1086, {"/n", "/c", "/s", "/x", "/arr"}, "{}"},
+      {ValidateUserConfig, 1087, {"/v", "/c", "/s", "/x", "/n", "/r", "/arr/0/id"}, r},
+      {ValidatePartialConfig, 1088, {"/v", "/c", "/s", "/x", "/n", "/r"}, r},
+      {ValidateSet, 1089, {"/x", "/n", "/r", "/arr/0/id"}, r},
+      {ValidateUpdate, 1090, {"/x", "/n"}, R"({"n":5})"},
       // Solution-user members are allowed; required members are not checked.
-      {ApplyFile, SV_ERR_APPLY_FILE_INVALID, {"/v", "/c", "/x", "/n", "/arr/0/id"}, R"({"s":1})"},
+      {ApplyFile, 1091, {"/v", "/c", "/x", "/n", "/arr/0/id"}, R"({"s":1})"},
   };
   auto schema = std::make_shared<InlineSchema>(kSampleSchema);
   for (const auto& c : cases) {
@@ -73,7 +68,7 @@ TEST(PerOperationChecksTest, EachThrowsItsCodeWithEveryFindingOfItsOptionSet) {
       ADD_FAILURE() << "no exception";
     } catch (const ValidationException& e) {
       EXPECT_EQ(e.GetErrorCode(), c.code);
-      EXPECT_STREQ(e.what(), ErrorMessageForId(c.code));
+      EXPECT_STREQ(e.what(), ErrorMessageForId(static_cast<SVErrorCodes>(c.code)));
       EXPECT_THAT(Paths(e.GetErrors()), ::testing::UnorderedElementsAreArray(c.paths));
     }
   }
@@ -130,12 +125,8 @@ TEST(ValidateSvoTest, OptionSetFollowsTheTypesTopLevelTag) {
   }
 }
 
-class SchemaStoreValidationTest : public ::testing::Test {
- protected:
-  setvault_test::ExampleSchemas schemas_;
-};
-
-TEST_F(SchemaStoreValidationTest, ValidateObjectSkipsDataForNoneAndRead) {
+TEST(SchemaStoreValidationTest, ObjectsAndDocumentsAreCheckedAsUserData) {
+  setvault_test::ExampleSchemas schemas;
   LogCapture log(2);
   const SetvaultObjectId host("host", "system", "korvo");
   auto bad = MakeObject(R"({"memoryBytes":-1})", nullptr, host);
@@ -161,12 +152,10 @@ TEST_F(SchemaStoreValidationTest, ValidateObjectSkipsDataForNoneAndRead) {
     EXPECT_EQ(errors[0].path + ": " + errors[0].message, "korvo/nothing: Schema not found.");
   }
   EXPECT_TRUE(log.Contains(0, "Schema not found for comp korvo grp here key nothing id i1"));
-}
-
-TEST_F(SchemaStoreValidationTest, ValidateDocumentUsesUserDataOptions) {
+  // Whole documents are checked with the user-data options too.
   const SetvaultObjectId id("document", "import", "korvo");
   const char good[] = R"({"korvo":{"system":{"host":{"hostname":"h"}}}})";
-  std::vector<ErrorInfo> errors;
+  errors.clear();
   EXPECT_TRUE(ValidateDocument(MakeObject(good, nullptr, id), errors));
   // A vital member is not user data.
   EXPECT_FALSE(ValidateDocument(
