@@ -19,21 +19,6 @@ using KorvoSetvault::LoadSchemaDefinitions;
 
 using SchemaStoreTest = SchemaFilesTest;
 
-TEST_F(SchemaStoreTest, ReplacedFileIsSeen) {
-  defs_.WriteFile("a.json", Minimal("first"));
-  LoadSchemaDefinitions(defs_.path());
-  ASSERT_NE(Lookup("first"), nullptr);
-  // A new file renamed over the old one has another identity.
-  TempDir other;
-  other.WriteFile("b.json", Minimal("second"));
-  KorvoSetvault::SetSchemaStorePath(other.File("new.db"));
-  LoadSchemaDefinitions(other.path());
-  KorvoSetvault::SetSchemaStorePath(database_);
-  std::filesystem::rename(other.File("new.db"), database_);
-  EXPECT_EQ(Lookup("first"), nullptr);
-  EXPECT_NE(Lookup("second"), nullptr);
-}
-
 TEST_F(SchemaStoreTest, UnusableRowsAreSkippedAndLogged) {
   std::filesystem::create_directories(db_dir_.File("state"));
   Execute(database_, "CREATE TABLE Other (x)");  // a database without the table reads as empty
@@ -54,7 +39,7 @@ TEST_F(SchemaStoreTest, UnusableRowsAreSkippedAndLogged) {
             1);
 }
 
-TEST_F(SchemaStoreTest, ForcedReloadAndForkedChildReadAgain) {
+TEST_F(SchemaStoreTest, ReloadedOrReplacedDatabaseIsSeenAndAForkedChildReadsAgain) {
   defs_.WriteFile("a.json", Minimal("first"));
   LoadSchemaDefinitions(defs_.path());
   auto before = SchemaStore::GetStore(false);
@@ -80,6 +65,15 @@ TEST_F(SchemaStoreTest, ForcedReloadAndForkedChildReadAgain) {
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   EXPECT_EQ(SchemaStore::GetStore(false), forced);
+  // A new file renamed over the old one has another identity.
+  TempDir other;
+  other.WriteFile("b.json", Minimal("second"));
+  KorvoSetvault::SetSchemaStorePath(other.File("new.db"));
+  LoadSchemaDefinitions(other.path());
+  KorvoSetvault::SetSchemaStorePath(database_);
+  std::filesystem::rename(other.File("new.db"), database_);
+  EXPECT_EQ(Lookup("first"), nullptr);
+  EXPECT_NE(Lookup("second"), nullptr);
 }
 
 // The cheap change check sees commits by another connection, right after a
