@@ -1,5 +1,6 @@
 // Each option of the validator changes the outcome of some case: a validator
-// that ignored the option would fail the case.
+// that ignored the option would fail the case. Also the findings' pointers
+// and messages.
 #include <gtest/gtest.h>
 
 #include <string>
