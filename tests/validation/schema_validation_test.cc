@@ -72,6 +72,13 @@ TEST(PerOperationChecksTest, EachThrowsItsCodeWithEveryFindingOfItsOptionSet) {
       EXPECT_THAT(Paths(e.GetErrors()), ::testing::UnorderedElementsAreArray(c.paths));
     }
   }
+  // The user-data checks clean the object first (an empty instance and then
+  // its array go); the checks of other data see it as it is.
+  auto cleaned = MakeObject(R"({"r":"a","arr":[{}]})", schema);
+  ValidateSet(schema, cleaned);
+  EXPECT_EQ(cleaned->GetData(), R"({"r":"a"})");
+  EXPECT_THROW(ValidateCachedConfig(schema, MakeObject(R"({"arr":[{}]})", schema)),
+               ValidationException);
 }
 
 TEST(ValidateObjectDataTest, NonObjectDataEarlierEntriesAndLoggedFindings) {
