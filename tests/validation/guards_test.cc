@@ -87,8 +87,6 @@ TEST_F(GuardsTest, CodesAndMessagesInTheOrderOfTheChecks) {
       {[&] { ValidateKernelOptionsSvoId(SetvaultObjectId("options", "hvcore", "korvo", "x")); },
        ""},
       // The kernel options are matched exactly.
-      {[&] { ValidateKernelOptionsSvoId(SetvaultObjectId("Options", "hvcore", "korvo")); },
-       kNotKernelOptions},
       {[&] { ValidateKernelOptionsSvoId(SetvaultObjectId("options", "HVCORE", "korvo")); },
        kNotKernelOptions},
       {[&] { ValidateKernelOptionsSvoId(SetvaultObjectId("options", "hvcore", "korvo2")); },
