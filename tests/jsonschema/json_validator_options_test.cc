@@ -1,5 +1,6 @@
 // Each option of the validator changes the outcome of some case: a validator
-// that ignored the option would fail the case.
+// that ignored the option would fail the case. Also the findings' pointers
+// and messages.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -60,7 +61,6 @@ void Expect(const char* schema, const std::string& instance, const std::unordere
 TEST(JsonValidatorOptions, EachOptionChangesAnOutcome) {
   const std::string user = "user data";
   const std::string apply = "an apply file";
-  const std::string type_error = "value of type string is not allowed here (expected integer)";
   const std::string mixed = R"({"name": "a", "secret": "s", "hw": {"serial": "1", "label": "l"},
       "stats": {"rx": 1}, "uplinks": [{"port": "p", "key": "k", "speed": 1}]})";
   const std::string ids =
@@ -70,16 +70,11 @@ TEST(JsonValidatorOptions, EachOptionChangesAnOutcome) {
   const std::string tagged = R"({"name": "sw1", "secret": "s", "owner": "o",
       "stats": {"rx": 1}, "hw": {"serial": "x", "label": "l"},
       "uplinks": [{"port": "p", "key": "k"}]})";
-  // 0: value checks, reaching nested schemas and array elements.
+  // 0: value checks.
   Expect(kSwitch, R"({"name": "sw1", "mtu": 7000000, "mode": "eco"})", {1}, {});
   Expect(kSwitch, R"({"name": "sw1", "mtu": 7000000, "mode": "eco"})", {0, 1},
          {{"/mode", R"(value "eco" is not one of the allowed values (allowed: "fast", "slow"))"},
           {"/mtu", "value 7000000 exceeds maximum 9216"}});
-  Expect(kSwitch,
-         R"({"name": "sw1", "hw": {"label": 5}, "uplinks": [{"port": "p1", "speed": "x"}]})",
-         {0, 1},
-         {{"/hw/label", "value of type integer is not allowed here (expected string)"},
-          {"/uplinks/0/speed", type_error}});
   // 1: undescribed members are errors at every level, except in free-form
   // and map objects (whose members still meet the member schema).
   Expect(kSwitch, undescribed, {0}, {});
@@ -115,20 +110,15 @@ TEST(JsonValidatorOptions, EachOptionChangesAnOutcome) {
   Expect(kSwitch,
          R"({"secret": "s", "hw": {"serial": "1"}, "uplinks": [{"port": "p", "key": "k"}]})",
          {0, 1, 5}, {});
-  Expect(kSwitch, mixed, {0, 1}, {});
   Expect(kSwitch, mixed, {0, 1, 5},
          {{"/name", "member 'name' is not vital data"},
           {"/hw/label", "member 'label' is not vital data"},
           {"/stats", "member 'stats' is not vital data"},
           {"/uplinks/0/speed", "member 'speed' is not vital data"}});
-  Expect(kMaps, R"({"keys": {"a": "x", "b": {"deep": 1}}})", {0, 1, 5}, {});
-  Expect(kMaps, R"({"keys": {"a": "x"}, "free": {}})", {0, 1, 5},
+  Expect(kMaps, R"({"keys": {"a": "x", "b": {"deep": 1}}, "free": {}})", {0, 1, 5},
          {{"/free", "member 'free' is not vital data"}});
   // 7: required members, not demanded where they are refused anyway.
-  Expect(kSwitch, "{}", {0, 1}, {});
   Expect(kSwitch, "{}", {0, 1, 7}, {{"/name", "missing required member 'name'"}});
-  Expect(kSwitch, R"({"name": "a", "uplinks": [{"speed": 1}]})", {0, 1, 7},
-         {{"/uplinks/0/port", "missing required member 'port'"}});
   Expect(kRequired, "{}", {0, 1, 7},
          {{"/name", "missing required member 'name'"},
           {"/secret", "missing required member 'secret'"}});
@@ -144,13 +134,11 @@ TEST(JsonValidatorOptions, EachOptionChangesAnOutcome) {
          {{"/uplinks/0/port", "instance id member 'port' must be a string, not integer"}});
   // 9: cached data allows only cached members.
   Expect(kSwitch, R"({"stats": {"rx": 1}, "uplinks": [{"port": "p", "hits": 2}]})", {0, 1, 9}, {});
-  Expect(kSwitch, R"({"secret": "s", "name": "n"})", {0, 1}, {});
   Expect(kSwitch, R"({"stats": {"rx": 1}, "secret": "s", "name": "n"})", {0, 1, 9},
          {{"/secret", "member 'secret' is not cached data"},
           {"/name", "member 'name' is not cached data"}});
   // A type tagged at the top tags all its members.
   Expect(kCachedType, R"({"a": 1, "b": {"x": 1}})", {0, 1, 9}, {});
-  Expect(kCachedType, R"({"a": 1})", {0, 1, 5}, {{"/a", "member 'a' is not vital data"}});
   Expect(kCachedType, R"({"a": 1})", {0, 1, 3}, {{"/a", NotIn("a", user, "cached")}});
   // The generated id member is reserved everywhere, and checked as an id.
   Expect(kGenerated,
@@ -166,7 +154,6 @@ TEST(JsonValidatorOptions, EachOptionChangesAnOutcome) {
   // A multi-instance type's own id member passes the vital and cached
   // only checks; without the type naming it, it is an untagged member.
   Expect(kTyped, R"({"name": "a", "serial": "x"})", {0, 1, 5}, {});
-  Expect(kTyped, R"({"name": "a", "load": 3})", {0, 1, 9}, {});
   Expect(kTyped, R"({"name": "a", "mtu": 3})", {0, 1, 5},
          {{"/mtu", "member 'mtu' is not vital data"}});
   Expect(kUntyped, R"({"name": "a", "serial": "x"})", {0, 1, 5},
@@ -176,13 +163,39 @@ TEST(JsonValidatorOptions, EachOptionChangesAnOutcome) {
          {{"/extra", "member 'extra' is not described in the schema"}});
 }
 
-TEST(JsonValidatorOptions, LibraryOptionSetsOnAValidObjectFindNothing) {
-  const std::string user = R"({"name": "sw1", "mtu": 1500, "hw": {"label": "l"},
-      "uplinks": [{"port": "p1", "speed": 10}, {"port": "p2"}]})";
-  for (const auto& options : std::vector<std::unordered_set<int>>{
-           {0, 1, 3, 7, 8}, {0, 1, 7, 8}, {0, 1}, {0, 1, 3, 7}, {0, 1, 4, 8}}) {
-    EXPECT_EQ(Check(kSwitch, user, options), std::vector<Found>{});
-  }
+// Pointers escape "~" and "/" and start at "/"; messages name the value
+// (cut when long) and the limit; tags are found through references.
+TEST(JsonValidatorFindings, PointersAndMessages) {
+  const std::string type_error = "value of type string is not allowed here (expected integer)";
+  Expect(R"({"type": "object"})", "[1]", {0, 1},
+         {{"/", "value of type array is not allowed here (expected object)"}});
+  const char escaped[] = R"({"type": "object", "properties": {"a/b": {"type": "integer"},
+      "m~n": {"type": "object", "properties": {"x/~y": {"type": "integer"}}}}})";
+  Expect(escaped, R"({"a/b": "s", "m~n": {"x/~y": "s", "~/": 1}})", {0, 1},
+         {{"/m~0n/~0~1", "member '~/' is not described in the schema"},
+          {"/a~1b", type_error},
+          {"/m~0n/x~1~0y", type_error}});
+  Expect(R"({"type": "object", "properties": {"low": {"type": "number", "minimum": 0.5},
+             "fixed": {"const": "on"}, "names": {"propertyNames": {"maxLength": 1}}}})",
+         R"({"low": 0.25, "fixed": "off", "names": {"ab": 1}})", {0},
+         {{"/fixed", "value \"off\" is not the required value \"on\""},
+          {"/low", "value 0.25 is below minimum 0.5"},
+          {"/names/ab", "member name \"ab\" is not allowed by \"propertyNames\""}});
+  Expect(R"({"type": "object", "properties": {"e": {"enum": ["a"]}}})",
+         R"({"e": ")" + std::string(200, 'q') + R"("})", {0},
+         {{"/e", "value \"" + std::string(64, 'q') +
+                     "...\" is not one of the allowed values (allowed: \"a\")"}});
+  const char referenced[] = R"({"definitions": {"port": {"type": "object",
+      "properties": {"speed": {"type": "integer", "maximum": 100}, "lock": {"vital": true}}}},
+      "type": "object", "properties": {"ports": {"type": "array", "instanceIdProperty": "n",
+          "items": {"allOf": [{"$ref": "#/definitions/port"},
+                              {"properties": {"n": {"type": "string"}}}]}}}})";
+  Expect(referenced, R"({"ports": [{"n": "a", "speed": 1}]})", {0, 1, 3, 7, 8}, {});
+  Expect(referenced, R"({"ports": [{"n": "a", "speed": 101, "lock": 1, "odd": 1}]})",
+         {0, 1, 3, 7, 8},
+         {{"/ports/0/lock", "member 'lock' is not allowed in user data (it is vital data)"},
+          {"/ports/0/odd", "member 'odd' is not described in the schema"},
+          {"/ports/0/speed", "value 101 exceeds maximum 100"}});
 }
 
 }  // namespace

@@ -19,39 +19,6 @@ using KorvoSetvault::LoadSchemaDefinitions;
 
 using SchemaStoreTest = SchemaFilesTest;
 
-TEST_F(SchemaStoreTest, ReloadedDatabaseIsSeenWithoutRestart) {
-  defs_.WriteFile("a.json", Minimal("first", "1"));
-  ASSERT_EQ(LoadSchemaDefinitions(defs_.path()), 1u);
-  auto before = SchemaStore::GetStore(false);
-  auto first = before->GetSchemaObject("korvo", "test", "first");
-  ASSERT_NE(first, nullptr);
-  EXPECT_EQ(SchemaStore::GetStore(false), before);  // unchanged: the same reading
-  defs_.WriteFile("a.json", Minimal("first", "2"));
-  defs_.WriteFile("b.json", Minimal("second"));
-  ASSERT_EQ(LoadSchemaDefinitions(defs_.path()), 2u);
-  EXPECT_EQ(Lookup("first")->GetVersion(), "2");
-  EXPECT_NE(Lookup("second"), nullptr);
-  EXPECT_EQ(SchemaStore::GetCache()->Size(), 2u);
-  // What was handed out before the reload stays usable and unchanged.
-  EXPECT_EQ(first->GetVersion(), "1");
-  EXPECT_EQ(before->GetSchemaObject("korvo", "test", "second"), nullptr);
-}
-
-TEST_F(SchemaStoreTest, ReplacedFileIsSeen) {
-  defs_.WriteFile("a.json", Minimal("first"));
-  LoadSchemaDefinitions(defs_.path());
-  ASSERT_NE(Lookup("first"), nullptr);
-  // A new file renamed over the old one has another identity.
-  TempDir other;
-  other.WriteFile("b.json", Minimal("second"));
-  KorvoSetvault::SetSchemaStorePath(other.File("new.db"));
-  LoadSchemaDefinitions(other.path());
-  KorvoSetvault::SetSchemaStorePath(database_);
-  std::filesystem::rename(other.File("new.db"), database_);
-  EXPECT_EQ(Lookup("first"), nullptr);
-  EXPECT_NE(Lookup("second"), nullptr);
-}
-
 TEST_F(SchemaStoreTest, UnusableRowsAreSkippedAndLogged) {
   std::filesystem::create_directories(db_dir_.File("state"));
   Execute(database_, "CREATE TABLE Other (x)");  // a database without the table reads as empty
@@ -72,13 +39,21 @@ TEST_F(SchemaStoreTest, UnusableRowsAreSkippedAndLogged) {
             1);
 }
 
-TEST_F(SchemaStoreTest, ForcedReloadAndForkedChildReadAgain) {
+TEST_F(SchemaStoreTest, ReloadedOrReplacedDatabaseIsSeenAndAForkedChildReadsAgain) {
   defs_.WriteFile("a.json", Minimal("first"));
   LoadSchemaDefinitions(defs_.path());
   auto before = SchemaStore::GetStore(false);
+  auto first = before->GetSchemaObject("korvo", "test", "first");
+  EXPECT_EQ(SchemaStore::GetStore(false), before);  // unchanged: the same reading
   auto forced = SchemaStore::GetStore(true);
   EXPECT_NE(forced, before);
   EXPECT_NE(forced->GetSchemaObject("korvo", "test", "first"), nullptr);
+  // What was handed out before a reload stays usable and unchanged.
+  defs_.WriteFile("a.json", Minimal("first", "2"));
+  LoadSchemaDefinitions(defs_.path());
+  EXPECT_EQ(Lookup("first")->GetVersion(), "2");
+  EXPECT_EQ(first->GetVersion(), "1");
+  forced = SchemaStore::GetStore(false);
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
@@ -90,6 +65,15 @@ TEST_F(SchemaStoreTest, ForcedReloadAndForkedChildReadAgain) {
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   EXPECT_EQ(SchemaStore::GetStore(false), forced);
+  // A new file renamed over the old one has another identity.
+  TempDir other;
+  other.WriteFile("b.json", Minimal("second"));
+  KorvoSetvault::SetSchemaStorePath(other.File("new.db"));
+  LoadSchemaDefinitions(other.path());
+  KorvoSetvault::SetSchemaStorePath(database_);
+  std::filesystem::rename(other.File("new.db"), database_);
+  EXPECT_EQ(Lookup("first"), nullptr);
+  EXPECT_NE(Lookup("second"), nullptr);
 }
 
 // The cheap change check sees commits by another connection, right after a
