@@ -100,26 +100,31 @@ const char kSetUserByContextSql[] =
     "COALESCE( ( SELECT Revision FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = "
     "?3 AND Component = ?4 ), (0) ) + 1, ( SELECT AutoConfValue FROM Config WHERE Identifier = ?1 "
     "AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ?6, ?7, ?8, NULL )";
+// A set by the auto-configuration or non-user kind replaces the row with its own
+// column and carries the other value column, the pending next-boot value
+// (DesiredValue) and the success flag over from the stored row.
 const char kSetAutoConfByContextSql[] =
     "INSERT OR REPLACE INTO Config ( Name, ConfigGroup, Component, Identifier, Version, "
-    "CreationTime, Revision, Success, UserValue, AutoConfValue, VitalValue, CachedValue ) VALUES "
-    "( ?2, ?3, ?4, ?1, ?5, COALESCE( ( SELECT CreationTime FROM Config WHERE Identifier = ?1 AND "
-    "Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (DATETIME(CURRENT_TIMESTAMP)) ), "
-    "COALESCE( ( SELECT Revision FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = "
-    "?3 AND Component = ?4 ), (0) ) + 1, COALESCE( ( SELECT Success FROM Config WHERE Identifier "
-    "= ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), 1 ), ( SELECT UserValue FROM "
-    "Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ?6, "
-    "?7, ?8 )";
+    "CreationTime, Revision, Success, DesiredValue, UserValue, AutoConfValue, VitalValue, "
+    "CachedValue ) VALUES ( ?2, ?3, ?4, ?1, ?5, COALESCE( ( SELECT CreationTime FROM Config WHERE "
+    "Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), "
+    "(DATETIME(CURRENT_TIMESTAMP)) ), COALESCE( ( SELECT Revision FROM Config WHERE Identifier = "
+    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (0) ) + 1, COALESCE( ( SELECT "
+    "Success FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = "
+    "?4 ), 1 ), ( SELECT DesiredValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
+    "ConfigGroup = ?3 AND Component = ?4 ), ( SELECT UserValue FROM Config WHERE Identifier = ?1 "
+    "AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ?6, ?7, ?8 )";
 const char kSetNonUserByContextSql[] =
     "INSERT OR REPLACE INTO Config ( Name, ConfigGroup, Component, Identifier, Version, "
-    "CreationTime, Revision, Success, AutoConfValue, UserValue, VitalValue, CachedValue ) VALUES "
-    "( ?2, ?3, ?4, ?1, ?5, COALESCE( ( SELECT CreationTime FROM Config WHERE Identifier = ?1 AND "
-    "Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (DATETIME(CURRENT_TIMESTAMP)) ), "
-    "COALESCE( ( SELECT Revision FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = "
-    "?3 AND Component = ?4 ), (0) ) + 1, COALESCE( ( SELECT Success FROM Config WHERE Identifier "
-    "= ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), 1 ), ( SELECT AutoConfValue "
-    "FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), "
-    "?6, ?7, ?8 )";
+    "CreationTime, Revision, Success, DesiredValue, AutoConfValue, UserValue, VitalValue, "
+    "CachedValue ) VALUES ( ?2, ?3, ?4, ?1, ?5, COALESCE( ( SELECT CreationTime FROM Config WHERE "
+    "Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), "
+    "(DATETIME(CURRENT_TIMESTAMP)) ), COALESCE( ( SELECT Revision FROM Config WHERE Identifier = "
+    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (0) ) + 1, COALESCE( ( SELECT "
+    "Success FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = "
+    "?4 ), 1 ), ( SELECT DesiredValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
+    "ConfigGroup = ?3 AND Component = ?4 ), ( SELECT AutoConfValue FROM Config WHERE Identifier = "
+    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ?6, ?7, ?8 )";
 
 const KeyStatement4 kDeleteSql(
     "DELETE FROM 'Config' WHERE Name=? and ConfigGroup=? and Component=? and Identifier=?");

@@ -32,7 +32,7 @@ using RevisionMap = std::unordered_map<std::string, std::pair<int, std::string>>
 enum UPDATE_CONTEXT : int {
   kUpdateUser = 0,        // user data: clears DesiredValue
   kUpdateNonUser = 1,     // other types: user column, DesiredValue kept
-  kUpdateAutoConfig = 2,  // auto-configuration column
+  kUpdateAutoConfig = 2,  // auto-configuration column, DesiredValue kept
 };
 
 // One-column writers. The user writer stores Success 0 only when `confirmed`
@@ -64,7 +64,9 @@ void SetInstancesInternal(const ObjectList& objects, const USERDATA_CONTEXT& con
 // Updates the stored row's columns of `kind` in place (no new revision).
 void UpdateByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, UPDATE_CONTEXT kind,
                              const ConnectionPtr& conn);
-// Inserts (or replaces) the row with the columns of `kind`.
+// Inserts (or replaces) the row with the columns of `kind`; the other kinds'
+// columns are carried over, and so is the pending DesiredValue unless `kind`
+// is kUpdateUser.
 void SetByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, UPDATE_CONTEXT kind,
                           const ConnectionPtr& conn);
 

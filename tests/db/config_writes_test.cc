@@ -74,9 +74,9 @@ TEST_F(ConfigWritesTest, ByContextWritersChooseTheirColumnsByKind) {
     decltype(set) write;
     UPDATE_CONTEXT kind;
     const char* expected;  // user, auto-configuration, success and revision
-    const char* desired;   // null: not checked (a set of another kind replaces the row)
-  } cases[] = {{set, kUpdateAutoConfig, R"({"u":1} {"hostname":"new"} 06)", nullptr},
-               {set, kUpdateNonUser, R"({"hostname":"new"} {"a":1} 06)", nullptr},
+    const char* desired;   // the pending next-boot value afterwards
+  } cases[] = {{set, kUpdateAutoConfig, R"({"u":1} {"hostname":"new"} 06)", R"({"d":1})"},
+               {set, kUpdateNonUser, R"({"hostname":"new"} {"a":1} 06)", R"({"d":1})"},
                {set, kUpdateUser, R"({"hostname":"new"} {"a":1} 16)", "-"},
                {update, kUpdateAutoConfig, R"({"u":1} {"hostname":"new"} 05)", R"({"d":1})"},
                {update, kUpdateNonUser, R"({"hostname":"new"} {"a":1} 05)", R"({"d":1})"},
@@ -93,7 +93,7 @@ TEST_F(ConfigWritesTest, ByContextWritersChooseTheirColumnsByKind) {
                      "UserValue || ' ' || AutoConfValue || ' ' || Success || Revision || "
                      "' ' || VitalValue || ifnull(CachedValue, '-') || CreationTime"),
               std::string(c.expected) + R"( {"systemUuid":"v"}-then)");
-    if (c.desired) EXPECT_EQ(Column(kHost, "ifnull(DesiredValue, '-')"), c.desired);
+    EXPECT_EQ(Column(kHost, "ifnull(DesiredValue, '-')"), c.desired);
   }
 }
 
