@@ -80,8 +80,8 @@ TEST(JsonValidatorRobustness, PatternsNeverStallOrExhaustTheStack) {
   struct Run {
     std::string schema;
     std::string instance;
-    std::vector<Found> expected;
-    std::vector<Found> findings;
+    std::vector<Found> expected = {};
+    std::vector<Found> findings = {};
   } runs[] = {
       {R"({"properties": {"s": {"type": "string", "pattern": "^(a|b)*$"}}})",
        R"({"s": ")" + std::string(200000, 'a') + R"("})"},

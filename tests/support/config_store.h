@@ -21,22 +21,23 @@
 namespace setvault_test {
 
 // One row of Config; an absent optional is SQL NULL (or the column default
-// for the times, revision and success flag).
+// for the times, revision and success flag). Every member has an initializer,
+// so that a row can be given by its first members only.
 struct ConfigRow {
   std::string component = "korvo";
-  std::string group;
-  std::string name;
-  std::string identifier;
-  std::optional<std::string> version;
-  std::optional<std::string> user;
-  std::optional<std::string> vital;
-  std::optional<std::string> cached;
-  std::optional<std::string> autoconf;
-  std::optional<std::string> desired;
-  std::optional<int> success;
-  std::optional<int> revision;
-  std::optional<std::string> creation;
-  std::optional<std::string> modified;
+  std::string group = {};
+  std::string name = {};
+  std::string identifier = {};
+  std::optional<std::string> version = {};
+  std::optional<std::string> user = {};
+  std::optional<std::string> vital = {};
+  std::optional<std::string> cached = {};
+  std::optional<std::string> autoconf = {};
+  std::optional<std::string> desired = {};
+  std::optional<int> success = {};
+  std::optional<int> revision = {};
+  std::optional<std::string> creation = {};
+  std::optional<std::string> modified = {};
 };
 
 // One row of DefaultConfig or DesiredUserConfig (`action` only for the latter).

@@ -3,6 +3,7 @@
 #ifndef SETVAULT_TESTS_SUPPORT_RELIABILITY_PROCESSES_H_
 #define SETVAULT_TESTS_SUPPORT_RELIABILITY_PROCESSES_H_
 
+#include <errno.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -57,10 +58,12 @@ pid_t Spawn(Body body) {
   _exit(status);
 }
 
-// Waits for `pid`: its exit status, or 128 + the signal that ended it.
+// Waits for `pid`: its exit status, 128 + the signal that ended it, or -1 when
+// it is not a child of this process.
 inline int Wait(pid_t pid) {
   int status = 0;
   while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) return -1;  // not a child of this process
   }
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
