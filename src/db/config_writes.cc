@@ -101,30 +101,32 @@ const char kSetUserByContextSql[] =
     "?3 AND Component = ?4 ), (0) ) + 1, ( SELECT AutoConfValue FROM Config WHERE Identifier = ?1 "
     "AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ?6, ?7, ?8, NULL )";
 // A set by the auto-configuration or non-user kind replaces the row with its own
-// column and carries the other value column, the pending next-boot value
-// (DesiredValue) and the success flag over from the stored row.
-const char kSetAutoConfByContextSql[] =
-    "INSERT OR REPLACE INTO Config ( Name, ConfigGroup, Component, Identifier, Version, "
-    "CreationTime, Revision, Success, DesiredValue, UserValue, AutoConfValue, VitalValue, "
-    "CachedValue ) VALUES ( ?2, ?3, ?4, ?1, ?5, COALESCE( ( SELECT CreationTime FROM Config WHERE "
-    "Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), "
-    "(DATETIME(CURRENT_TIMESTAMP)) ), COALESCE( ( SELECT Revision FROM Config WHERE Identifier = "
-    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (0) ) + 1, COALESCE( ( SELECT "
-    "Success FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = "
-    "?4 ), 1 ), ( SELECT DesiredValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
-    "ConfigGroup = ?3 AND Component = ?4 ), ( SELECT UserValue FROM Config WHERE Identifier = ?1 "
-    "AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ?6, ?7, ?8 )";
-const char kSetNonUserByContextSql[] =
-    "INSERT OR REPLACE INTO Config ( Name, ConfigGroup, Component, Identifier, Version, "
-    "CreationTime, Revision, Success, DesiredValue, AutoConfValue, UserValue, VitalValue, "
-    "CachedValue ) VALUES ( ?2, ?3, ?4, ?1, ?5, COALESCE( ( SELECT CreationTime FROM Config WHERE "
-    "Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), "
-    "(DATETIME(CURRENT_TIMESTAMP)) ), COALESCE( ( SELECT Revision FROM Config WHERE Identifier = "
-    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), (0) ) + 1, COALESCE( ( SELECT "
-    "Success FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = "
-    "?4 ), 1 ), ( SELECT DesiredValue FROM Config WHERE Identifier = ?1 AND Name = ?2 AND "
-    "ConfigGroup = ?3 AND Component = ?4 ), ( SELECT AutoConfValue FROM Config WHERE Identifier = "
-    "?1 AND Name = ?2 AND ConfigGroup = ?3 AND Component = ?4 ), ?6, ?7, ?8 )";
+// column (`own`, bound with the vital and cached parts as ?6 to ?8) and carries
+// the other value column (`carried`), the pending next-boot value (DesiredValue)
+// and the success flag over from the stored row.
+std::string CarryingSetSql(const char* own, const char* carried) {
+  auto stored = [](const char* column) {
+    return std::string("( SELECT ") + column +
+           " FROM Config WHERE Identifier = ?1 AND Name = ?2 AND ConfigGroup = ?3 AND "
+           "Component = ?4 )";
+  };
+  return std::string(
+             "INSERT OR REPLACE INTO Config ( Name, ConfigGroup, Component, Identifier, "
+             "Version, CreationTime, Revision, Success, DesiredValue, ") +
+         carried + ", " + own + ", VitalValue, CachedValue ) VALUES ( ?2, ?3, ?4, ?1, ?5, " +
+         "COALESCE( " + stored("CreationTime") + ", (DATETIME(CURRENT_TIMESTAMP)) ), " +
+         "COALESCE( " + stored("Revision") + ", (0) ) + 1, COALESCE( " + stored("Success") +
+         ", 1 ), " + stored("DesiredValue") + ", " + stored(carried) + ", ?6, ?7, ?8 )";
+}
+// Built once, on first use, and never destroyed (writers may run during exit).
+const char* SetAutoConfByContextSql() {
+  static const std::string* sql = new std::string(CarryingSetSql("AutoConfValue", "UserValue"));
+  return sql->c_str();
+}
+const char* SetNonUserByContextSql() {
+  static const std::string* sql = new std::string(CarryingSetSql("UserValue", "AutoConfValue"));
+  return sql->c_str();
+}
 
 const KeyStatement4 kDeleteSql(
     "DELETE FROM 'Config' WHERE Name=? and ConfigGroup=? and Component=? and Identifier=?");
@@ -308,8 +310,8 @@ void UpdateByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, U
 void SetByContextInternal(const ObjectPtr& object, const SchemaPtr& schema, UPDATE_CONTEXT kind,
                           const ConnectionPtr& conn) {
   const char* sql = kind == kUpdateUser         ? kSetUserByContextSql
-                    : kind == kUpdateAutoConfig ? kSetAutoConfByContextSql
-                                                : kSetNonUserByContextSql;
+                    : kind == kUpdateAutoConfig ? SetAutoConfByContextSql()
+                                                : SetNonUserByContextSql();
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
   const std::string version = object->GetVersion();
   const SplitParts parts = SplitObjectData(object->GetImpl()->Root(), schema->GetSchemaJson());
