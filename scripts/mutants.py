@@ -178,6 +178,33 @@ def draw_sample(seed, count):
     return sample, {k: len(v) for k, v in by_kind.items()}, total
 
 
+DESCRIBED = re.compile(r"^(.*?):(\d+): ([\w-]+): '(.*)' -> '(.*)'$")
+
+
+def replay_sample(record, outcome):
+    """The mutants an earlier run recorded (those with `outcome`, if given), found again in
+    today's sources by file, kind and text at the nearest line; also the ones not found."""
+    sample, missing, by_path = [], [], {}
+    for described, result in sorted(record.items()):
+        if outcome and result.get("outcome") != outcome:
+            continue
+        match = DESCRIBED.match(described)
+        if not match:
+            missing.append(described)
+            continue
+        path, line, kind, old, new = match.groups()
+        if path not in by_path:
+            full = os.path.join(ROOT, path)
+            by_path[path] = candidates_in(path, open(full).read()) if os.path.exists(full) else []
+        same = [m for m in by_path[path]
+                if (m.kind, m.old.strip(), m.new.strip()) == (kind, old, new)]
+        if same:
+            sample.append(min(same, key=lambda m: abs(m.line - int(line))))
+        else:
+            missing.append(described)
+    return sample, missing
+
+
 class Restorer:
     """Keeps the original text of the file being mutated, on disk and in memory."""
 
@@ -394,6 +421,11 @@ def main():
                         "each mutant by every test that reaches its line")
     parser.add_argument("--earlier", help="mutants.json of an earlier --map run: each "
                         "mutant's earlier killers run first")
+    parser.add_argument("--replay", metavar="MUTANTS_JSON",
+                        help="instead of drawing a sample, run the mutants an earlier run "
+                        "recorded (found again by file, kind and text)")
+    parser.add_argument("--outcome", choices=["killed", "survived", "stillborn"],
+                        help="with --replay: only the mutants that had this outcome")
     args = parser.parse_args()
     args.build_dir = os.path.abspath(args.build_dir)
     args.earlier_record = None
@@ -405,9 +437,16 @@ def main():
         with open(args.map) as f:
             args.coverage_map = json.load(f)
 
-    sample, per_kind, total = draw_sample(args.seed, args.count)
-    print("%d candidates (%s); sample of %d, seed %d" % (
-        total, ", ".join("%s %d" % kv for kv in sorted(per_kind.items())), len(sample), args.seed))
+    if args.replay:
+        with open(args.replay) as f:
+            sample, missing = replay_sample(json.load(f), args.outcome)
+        print("replaying %d mutants of %s; %d no longer found%s" % (
+            len(sample), args.replay, len(missing), "".join("\n  " + m for m in missing)))
+    else:
+        sample, per_kind, total = draw_sample(args.seed, args.count)
+        print("%d candidates (%s); sample of %d, seed %d" % (
+            total, ", ".join("%s %d" % kv for kv in sorted(per_kind.items())), len(sample),
+            args.seed))
     if args.only:
         prefix = os.path.normpath(args.only)
         sample = [m for m in sample if os.path.normpath(m.path).startswith(prefix + os.sep)]
