@@ -42,6 +42,19 @@ void StoreConnection::Adopt(sqlite3* db, const struct stat& file, bool read_only
   read_only_ = read_only;
   busy_timeout_ms_ = kBusyTimeoutMs;  // set while opening
   sqlite3_rollback_hook(db_, CountRollback, this);
+  // The watch starts after the file was looked at: its first version differs from
+  // watch_checked_, so the next check looks again and misses no replacement in between.
+  watch_ = std::make_unique<internal::PathWatch>(path_, internal::PathWatch::kEntry);
+  watch_checked_ = 0;
+}
+
+bool StoreConnection::PathStillNamesFile() {
+  const uint64_t version = watch_ ? watch_->Version() : 0;
+  if (version != 0 && version == watch_checked_) return true;
+  struct stat info;
+  if (stat(path_.c_str(), &info) != 0 || !IsFile(info)) return false;
+  watch_checked_ = version;
+  return true;
 }
 
 StoreConnection::~StoreConnection() {
@@ -147,11 +160,10 @@ namespace {
 // transaction stays current until the transaction ends: its file was checked when the
 // transaction began, and the thread's reads beside the transaction's writes (host flags)
 // must see the transaction's own snapshot.
-bool StillCurrent(const StoreConnection& conn) {
+bool StillCurrent(StoreConnection& conn) {
   if (conn.db() == nullptr) return true;
   if (conn.depth > 0 && !sqlite3_get_autocommit(conn.db())) return true;
-  struct stat info;
-  return stat(conn.path().c_str(), &info) == 0 && conn.IsFile(info);
+  return conn.PathStillNamesFile();
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 
 #include "dbstore/db_store.h"
 #include "dbstore/db_store_after_commit.h"
+#include "dbstore/path_watch.h"
 
 namespace DBStore {
 namespace internal {
@@ -129,6 +130,9 @@ class StoreConnection {
   bool IsFile(const struct stat& file) const {
     return file.st_dev == device_ && file.st_ino == inode_;
   }
+  // True when the path still names the file this connection opened. Looks at the file (a
+  // stat()) only when the path's watch saw a change since the last look that found it.
+  bool PathStillNamesFile();
 
   // Sets SQLite's busy time-out when it differs from the one in force.
   void UseBusyTimeout(int milliseconds);
@@ -175,6 +179,8 @@ class StoreConnection {
   bool read_only_ = false;
   dev_t device_ = 0;
   ino_t inode_ = 0;
+  std::unique_ptr<internal::PathWatch> watch_;  // of the path, from Adopt on
+  uint64_t watch_checked_ = 0;                  // the watch's version when last looked at
   int busy_timeout_ms_ = -1;
   std::shared_ptr<internal::StatementCache> cache_;
   internal::KeyValueCache key_values_;

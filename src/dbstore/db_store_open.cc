@@ -220,7 +220,7 @@ bool ReadyConnection(const std::shared_ptr<StoreConnection>& conn, bool for_writ
       conn->Adopt(db, now, read_only);
       why.clear();  // a first attempt found no file
     }
-  } else if (stat(conn->path().c_str(), &now) != 0 || !conn->IsFile(now)) {
+  } else if (!conn->PathStillNamesFile()) {
     why =
         "was removed or replaced while in use: refused, so that this process does not "
         "go on with a file other processes no longer see; open the store again";

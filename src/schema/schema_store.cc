@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "dbstore/db_store_connection.h"
+#include "dbstore/path_watch.h"
 #include "schema/schema_database.h"
 #include "schema/schema_definition.h"
 #include "setvault/exceptions.h"
@@ -87,6 +88,10 @@ struct StoreState {
   int64_t changeCounter = -1;  // the header's change counter at the last reading
   bool writeAheadLog = true;   // commits leave the header's change counter as it is
   std::shared_ptr<SchemaStore> store;
+  // Tells when the file at `path` may have changed; `watchChecked` is its version at the
+  // last look at the file (0: never looked).
+  std::unique_ptr<DBStore::internal::PathWatch> watch;
+  uint64_t watchChecked = 0;
   std::string problem;  // why the last reading gave no definitions; empty when it was read
 };
 
@@ -180,10 +185,22 @@ bool NeedsReload(StoreState& state, const std::string& path, const FileIdentity&
 std::shared_ptr<SchemaStore> SchemaStore::GetStore(bool forceReload) {
   StoreState& state = State();
   const std::string path = KorvoSetvault::GetSchemaStorePath();
-  const FileIdentity identity = IdentityOf(path);
   std::lock_guard<std::mutex> lock(state.mutex);
+  if (!state.watch || state.watch->path() != path) {
+    state.watch = std::make_unique<DBStore::internal::PathWatch>(
+        path, DBStore::internal::PathWatch::kEntryAndContents);
+    state.watchChecked = 0;
+  }
+  // While nothing touched the file since the last look, the look is skipped: no stat()
+  // of the path and no read of the header per lookup.
+  const uint64_t version = state.watch->Version();
+  const bool quiet = version == state.watchChecked && state.store && path == state.path &&
+                     state.forkGeneration == DBStore::internal::ForkGeneration();
+  if (quiet && !forceReload) return state.store;
+  const FileIdentity identity = IdentityOf(path);
   const bool changed = NeedsReload(state, path, identity);
   if (changed || forceReload) Reload(state, path, identity);
+  state.watchChecked = version;
   return state.store;
 }
 

@@ -1,0 +1,111 @@
+// The path watch that lets the read path skip its stat() of the store and schema files: every
+// change that may make a path name another file, or another content, must show, in this
+// process and from another one, and a change it cannot follow must fall back to looking.
+#include "dbstore/path_watch.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <functional>
+
+#include "support/reliability_processes.h"
+#include "support/temp_dir.h"
+
+namespace setvault_test {
+namespace {
+
+using DBStore::internal::PathWatch;
+
+void Append(const std::string& path, const char* text) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+  ASSERT_GE(fd, 0) << path;
+  ASSERT_GT(write(fd, text, strlen(text)), 0);
+  close(fd);
+}
+
+struct WatchCase {
+  const char* what;
+  PathWatch::What watching;
+  std::function<void(const TempDir& dir)> act;
+  bool changes;
+};
+
+TEST(PathWatchTest, ChangesThatMayMakeThePathNameAnotherFileShow) {
+  const auto file = [](const TempDir& dir) { return dir.File("sub/db"); };
+  const WatchCase cases[] = {
+      {"another file renamed over it", PathWatch::kEntry,
+       [&](const TempDir& dir) {
+         dir.WriteFile("sub/new", "x");
+         ASSERT_EQ(rename(dir.File("sub/new").c_str(), file(dir).c_str()), 0);
+       },
+       true},
+      {"removed", PathWatch::kEntry,
+       [&](const TempDir& dir) { ASSERT_EQ(unlink(file(dir).c_str()), 0); }, true},
+      {"its directory moved away and made again", PathWatch::kEntry,
+       [&](const TempDir& dir) {
+         ASSERT_EQ(rename(dir.File("sub").c_str(), dir.File("old").c_str()), 0);
+         ASSERT_EQ(mkdir(dir.File("sub").c_str(), 0700), 0);
+       },
+       true},
+      {"its mode changed", PathWatch::kEntry,
+       [&](const TempDir& dir) { ASSERT_EQ(chmod(file(dir).c_str(), 0400), 0); }, true},
+      {"written, contents not watched", PathWatch::kEntry,
+       [&](const TempDir& dir) { Append(file(dir), "y"); }, false},
+      {"written", PathWatch::kEntryAndContents,
+       [&](const TempDir& dir) { Append(file(dir), "y"); }, true},
+      {"its write-ahead log written", PathWatch::kEntryAndContents,
+       [&](const TempDir& dir) { Append(file(dir) + "-wal", "y"); }, true},
+      {"another file of the directory written and replaced", PathWatch::kEntryAndContents,
+       [&](const TempDir& dir) {
+         Append(dir.File("sub/dbx"), "y");
+         ASSERT_EQ(rename(dir.File("sub/dbx").c_str(), dir.File("sub/db2").c_str()), 0);
+       },
+       false},
+  };
+  for (const WatchCase& c : cases) {
+    SCOPED_TRACE(c.what);
+    TempDir dir;
+    ASSERT_EQ(mkdir(dir.File("sub").c_str(), 0700), 0);
+    dir.WriteFile("sub/db", "x");
+    PathWatch watch(file(dir), c.watching);
+    const uint64_t before = watch.Version();
+    EXPECT_NE(before, 0u);
+    EXPECT_EQ(watch.Version(), before);  // nothing happened
+    c.act(dir);
+    EXPECT_EQ(watch.Version() != before, c.changes);
+  }
+}
+
+TEST(PathWatchTest, AnotherProcessesChangeShowsAtTheNextLookAndAChildWatchesOnItsOwn) {
+  TempDir dir;
+  const std::string path = dir.WriteFile("db", "x");
+  PathWatch watch(path, PathWatch::kEntryAndContents);
+  uint64_t seen = watch.Version();
+  // The child's first look differs from what the parent saw (it cannot share the parent's
+  // queue), its later ones are steady, and its own change shows in the parent.
+  EXPECT_EQ(RunInChild([&] {
+              const uint64_t first = watch.Version();
+              const bool steady = watch.Version() == first;
+              Append(path, "y");
+              return std::string(first != seen && steady ? "ok" : "no fresh start");
+            }),
+            "ok");
+  EXPECT_NE(watch.Version(), seen);
+  seen = watch.Version();
+  EXPECT_EQ(RunInChild([&] {
+              return std::string(unlink(path.c_str()) == 0 ? "ok" : "unlink failed");
+            }),
+            "ok");
+  EXPECT_NE(watch.Version(), seen);
+}
+
+TEST(PathWatchTest, APathItCannotFollowLooksEveryTime) {
+  PathWatch relative("relative/db", PathWatch::kEntry);
+  EXPECT_NE(relative.Version(), relative.Version());
+}
+
+}  // namespace
+}  // namespace setvault_test
