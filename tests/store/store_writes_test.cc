@@ -57,9 +57,8 @@ TEST_F(StoreWritesTest, RefusedWritesWriteNothing) {
       {1061, [&] { store_->SetVitalDataInstances(nulls); }},
       {1061, [&] { store_->SetCachedDataInstances({}); }},
   };
-  for (const auto& [code, call] : refusals) {
+  for (const auto& [code, call] : refusals)
     ExpectThrow<KorvoSetvault::SetvaultException>(call, code);
-  }
   store_->Set(nullptr, kExternal);
   store_->SetUserData(nullptr, kExternal);
   store_->SetVitalData(nullptr);
@@ -183,9 +182,6 @@ TEST_F(StoreWritesTest, GetMemberOriginsNamesTheOriginOfEachMember) {
     for (const auto& [member, origin] : steps[i].second) expected[member] = origin;
     EXPECT_EQ(KorvoSetvault::GetMemberOrigins(kHost), expected) << "step " << i;
   }
-  EXPECT_EQ(Data(store_->Get(kHost)),
-            R"({"systemUuid":"u1","cpuModel":"c1","ntp":{"enabled":false},"hostname":"h1",)"
-            R"("timezone":"UTC"})");
 }
 
 }  // namespace

@@ -125,10 +125,9 @@ TEST_F(TransactionDeathTest, CancellingANestedLevelEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(
       {
-        auto store = Setvault::GetStore("");
-        store->BeginTransaction();
-        store->BeginTransaction();
-        store->CancelTransaction();
+        store_->BeginTransaction();
+        store_->BeginTransaction();
+        store_->CancelTransaction();
       },
       "Failed to cancel nested transaction");
 }
