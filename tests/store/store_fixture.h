@@ -122,9 +122,8 @@ class WriteStoreTest : public ::testing::Test {
 
   // Makes the database refuse `event` ("INSERT ON Config WHEN ...") until DropFault().
   void Fault(const std::string& event) {
-    ASSERT_EQ(RunSql(Db(), "CREATE TRIGGER Fault BEFORE " + event +
-                               " BEGIN SELECT RAISE(ABORT, 'injected'); END"),
-              SQLITE_OK);
+    RunSql(Db(),
+           "CREATE TRIGGER Fault BEFORE " + event + " BEGIN SELECT RAISE(ABORT, 'injected'); END");
   }
   void DropFault() { ASSERT_EQ(RunSql(Db(), "DROP TRIGGER Fault"), SQLITE_OK); }
 

