@@ -82,6 +82,7 @@ TEST_F(StatementIndexTest, EveryKeyLookupOfAWorkloadUsesAnIndex) {
     KorvoSetvault::GetDesiredUserConfigInstancesInternal(vswitches, conn, vswitch_schema, flag);
   }
   KorvoSetvault::GetCurrentConfigInternal(kHost, conn, host_schema);
+  KorvoSetvault::GetDefaultUserConfigInternal(kHost, conn, host_schema);
   KorvoSetvault::GetDefaultUserConfigInstancesInternal(vswitches, conn, vswitch_schema);
   KorvoSetvault::GetDefaultUserConfigInstancesInternal(vs0, conn, vswitch_schema);
   KorvoSetvault::GetRebootRequiredConfigInternal(kernel, conn, options_schema);
