@@ -11,7 +11,6 @@
 #include "db/host_flags.h"
 #include "db/key_value.h"
 #include "db/upgrade_ctx.h"
-#include "dbstore/db_store_fixture.h"
 #include "setvault/exceptions.h"
 #include "store/setvault_impl.h"
 #include "support/config_store.h"
@@ -22,7 +21,6 @@ namespace KorvoSetvault {
 namespace {
 
 using setvault_test::ExpectError;
-using setvault_test::RunSql;
 using ::testing::ElementsAre;
 
 const SetvaultObjectId kHost("host", "system", "korvo");
@@ -221,18 +219,7 @@ TEST_F(ConfigReadsTest, FailedStatementsNameTheRead) {
   EXPECT_EQ(Query("SELECT COUNT(*) FROM pragma_database_list WHERE name = 'ss'"), "0");
 }
 
-class KeyValueTest : public setvault_test::StoreTest {
- protected:
-  // Makes every write to the key-value table fail.
-  void RefuseWrites() {
-    ASSERT_EQ(RunSql(Db(conn_),
-                     "CREATE TRIGGER NoWrites BEFORE INSERT ON KeyValue BEGIN "
-                     "SELECT RAISE(ABORT, 'refused'); END"),
-              SQLITE_OK);
-  }
-  // Makes every read of the key-value table fail.
-  void RemoveTable() { ASSERT_EQ(RunSql(Db(conn_), "DROP TABLE KeyValue"), SQLITE_OK); }
-};
+using KeyValueTest = ConfigReadsTest;
 
 TEST_F(KeyValueTest, NeverWrittenStoreReadsEmptyAndFailuresNameTheKey) {
   // A store never written holds no key, and reading does not create it.
@@ -240,10 +227,10 @@ TEST_F(KeyValueTest, NeverWrittenStoreReadsEmptyAndFailuresNameTheKey) {
   EXPECT_EQ(GetKeyValue("BOOT_INFO"), "");
   EXPECT_NE(access(dir_.File("new").c_str(), F_OK), 0);
   SetStorePath(store_path_);
-  RefuseWrites();
+  Sql("CREATE TRIGGER NoWrites BEFORE INSERT ON KeyValue BEGIN SELECT RAISE(ABORT, 'x'); END");
   ExpectError([] { SetKeyValue("NOTIFY_NEXD", "true"); }, 2000,
               "Failed to write KV table for key: NOTIFY_NEXD");
-  RemoveTable();
+  Sql("DROP TABLE KeyValue");
   ExpectError([] { GetKeyValue("NOTIFY_NEXD"); }, 2000,
               "Failed to read KV table for key: NOTIFY_NEXD");
   ExpectError([] { IsBoot(); }, 2000, "Failed to read value from database.");
@@ -278,9 +265,9 @@ TEST_F(KeyValueTest, HostFlagsHoldOnlyForTheirExactText) {
   ASSERT_EQ(DBStore::WriteKeyValue("UPGRADE_CTX", "2x", conn_), 0);
   EXPECT_EQ(GetUpgradeCtx(), 0);
   EXPECT_EQ(log.CountStartingWith(1, "UPGRADE_CTX holds"), 1);
-  RefuseWrites();
+  Sql("CREATE TRIGGER NoWrites BEFORE INSERT ON KeyValue BEGIN SELECT RAISE(ABORT, 'x'); END");
   ExpectError([&] { MarkBootModeChanged(conn_); }, 2000, "Failed to write BootMode to database.");
-  RemoveTable();
+  Sql("DROP TABLE KeyValue");
   ExpectError([&] { IsHostRemediated(conn_); }, 2000, "Failed to read value from database.");
 }
 

@@ -31,6 +31,15 @@ constexpr char kDesired[] = "UPDATE Config SET DesiredValue = '{\"d\":1}'";
 
 const SetvaultObjectId kDns("dns", "net", "korvo");
 
+const SetvaultObjectId kId("vswitch", "net", "korvo", "vs0");
+
+// The mtu `object` holds; -1 for none.
+int Mtu(const std::shared_ptr<SetvaultObject>& object) {
+  int mtu = -1;
+  if (object) object->GetValue("mtu", &mtu);
+  return mtu;
+}
+
 class ConfigWritesTest : public setvault_test::WriteStoreTest {
  protected:
   std::shared_ptr<DBStore::StoreConnection> Conn() {
@@ -38,6 +47,10 @@ class ConfigWritesTest : public setvault_test::WriteStoreTest {
   }
   void Sql(const std::string& sql) { ASSERT_EQ(RunSql(Db(), sql), SQLITE_OK) << sql; }
   void Upgrading(int context) { SetKeyValue("UPGRADE_CTX", std::to_string(context)); }
+  void Set(int mtu) { store_->Set(Switch("vs0", mtu), kExternal); }
+  int GetMtu() { return Mtu(store_->Get(kId)); }
+  // Sets the switch's mtu through a store of the calling thread's own.
+  static void SetFresh(int mtu) { Setvault::GetStore("")->Set(Switch("vs0", mtu), kExternal); }
 };
 
 TEST_F(ConfigWritesTest, UserWritesAreUnconfirmedOnlyDuringAnUpgrade) {
@@ -133,24 +146,9 @@ TEST_F(ConfigWritesTest, FailedStatementsThrowTheirMessage) {
             "Failed to read revision from setvault.");
 }
 
-const SetvaultObjectId kId("vswitch", "net", "korvo", "vs0");
-
-// The mtu `object` holds; -1 for none.
-int Mtu(const std::shared_ptr<SetvaultObject>& object) {
-  int mtu = -1;
-  if (object) object->GetValue("mtu", &mtu);
-  return mtu;
-}
-
 // Each case stores mtu 1500, reads it twice (the second read comes from the cache), makes one
 // change and checks what the next Get returns; the same with the cache turned off.
-class ObjectCacheTest : public setvault_test::WriteStoreTest {
- protected:
-  void Set(int mtu) { store_->Set(Switch("vs0", mtu), kExternal); }
-  int GetMtu() { return Mtu(store_->Get(kId)); }
-  // Sets the switch's mtu through a store of the calling thread's own.
-  static void SetFresh(int mtu) { Setvault::GetStore("")->Set(Switch("vs0", mtu), kExternal); }
-};
+using ObjectCacheTest = ConfigWritesTest;
 
 TEST_F(ObjectCacheTest, NextGetSeesEveryChange) {
   const std::tuple<const char*, std::function<void()>, int> cases[] = {

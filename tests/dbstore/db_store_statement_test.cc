@@ -20,6 +20,15 @@ using KorvoSetvault::StoreRow;
 
 class StatementTest : public StoreTest {
  protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    other_ = OtherConn();
+  }
+  int Put(const std::string& key) { return DBStore::WriteKeyValue(key, "v", conn_); }
+  // What a second connection sees committed.
+  std::string Committed(const std::string& key) {
+    return QueryText(Db(other_), "SELECT Value FROM KeyValue WHERE Key = '" + key + "'");
+  }
   DBStore::StmtPtr Prepare(const std::string& sql) {
     return DBStore::internal::Prepare(conn_, sql, DBStore::kBusyTimeoutMs);
   }
@@ -33,6 +42,7 @@ class StatementTest : public StoreTest {
     EXPECT_EQ(DBStore::ExecuteStmt(conn_, stmt, KorvoSetvault::RowIntoMapCallback, &row, 3000), 0);
     return row;
   }
+  std::shared_ptr<DBStore::StoreConnection> other_;  // a second connection to the store
 };
 
 TEST_F(StatementTest, BadTextsGiveEmptyStatementAndLog) {
@@ -116,19 +126,7 @@ TEST_F(StatementTest, RefusedCommitAnswersOneAndKeepsNothing) {
   EXPECT_EQ(QueryText(Db(conn_), "SELECT COUNT(*) FROM Config"), "1");
 }
 
-class TransactionTest : public StoreTest {
- protected:
-  void SetUp() override {
-    StoreTest::SetUp();
-    other_ = OtherConn();
-  }
-  int Put(const std::string& key) { return DBStore::WriteKeyValue(key, "v", conn_); }
-  // What a second connection sees committed.
-  std::string Committed(const std::string& key) {
-    return QueryText(Db(other_), "SELECT Value FROM KeyValue WHERE Key = '" + key + "'");
-  }
-  std::shared_ptr<DBStore::StoreConnection> other_;
-};
+using TransactionTest = StatementTest;
 
 TEST_F(TransactionTest, CancelledInnerLevelDoomsTheWholeTransaction) {
   for (bool commit_last : {true, false}) {

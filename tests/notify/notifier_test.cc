@@ -33,13 +33,6 @@ using Types = std::vector<std::string>;
 
 const SetvaultObjectId kDns("dns", "net", "korvo");
 
-SetvaultObjectId Vswitch(const std::string& name) {
-  return SetvaultObjectId("vswitch", "net", "korvo", name);
-}
-SetvaultObjectId Datastore(const std::string& label) {
-  return SetvaultObjectId("datastore", "storage", "korvo", label);
-}
-
 // The Unix-domain address of `path` (cut to fit).
 sockaddr_un Address(const std::string& path) {
   sockaddr_un address{};

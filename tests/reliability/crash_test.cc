@@ -18,9 +18,6 @@
 namespace setvault_test {
 namespace {
 
-SetvaultObjectId Datastore(const char* label) {
-  return SetvaultObjectId("datastore", "storage", "korvo", label);
-}
 const char* const kLabels[] = {"d1", "d2", "d3"};
 
 // The writer: transaction `n` of round `round` stamps "<round>-<n>" on the host and on three

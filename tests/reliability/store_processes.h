@@ -1,5 +1,5 @@
 // Processes on one store (support/reliability_processes.h): a store file read apart from the
-// library; the objects and errors tests compare.
+// library; the objects (switches and datastores) and errors tests compare.
 #ifndef SETVAULT_TESTS_RELIABILITY_STORE_PROCESSES_H_
 #define SETVAULT_TESTS_RELIABILITY_STORE_PROCESSES_H_
 
@@ -23,6 +23,13 @@ using KorvoSetvault::SetvaultObjectId;
 
 inline const SetvaultObjectId kHost("host", "system", "korvo");
 inline const KorvoSetvault::USERDATA_CONTEXT kExternal{KorvoSetvault::kExternalContext};
+
+inline SetvaultObjectId Vswitch(const std::string& name) {
+  return SetvaultObjectId("vswitch", "net", "korvo", name);
+}
+inline SetvaultObjectId Datastore(const std::string& label) {
+  return SetvaultObjectId("datastore", "storage", "korvo", label);
+}
 
 inline std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const std::string& json) {
   auto object = std::make_shared<SetvaultObject>(id);
