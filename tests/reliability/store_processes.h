@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "dbstore/db_store_fixture.h"
 #include "setvault/exceptions.h"
 #include "setvault/host_setup.h"
 #include "setvault/setvault_object.h"
@@ -38,19 +39,11 @@ inline std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const 
 }
 
 // The first text `sql` gives on the database at `path`, opened apart from the library (as the next
-// process would: a hot journal left by a crash is rolled back), or the error.
+// process would: a hot journal left by a crash is rolled back), as QueryText gives it.
 inline std::string QueryFile(const std::string& path, const char* sql) {
   sqlite3* db = nullptr;
-  sqlite3_stmt* stmt = nullptr;
-  std::string result;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK &&
-      sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr) == SQLITE_OK &&
-      sqlite3_step(stmt) == SQLITE_ROW) {
-    result = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
-  } else {
-    result = std::string("error: ") + sqlite3_errmsg(db);
-  }
-  sqlite3_finalize(stmt);
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+  const std::string result = QueryText(db, sql);
   sqlite3_close(db);
   return result;
 }
