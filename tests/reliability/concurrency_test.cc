@@ -85,9 +85,8 @@ int Reader(int reads) {
   int failures = 0;
   for (int i = 0; i < reads; ++i) {
     try {
-      if (Mtu("shared") < kBaseMtu || Setvault::GetStore("")->GetInstances(filter).size() < 4) {
-        ++failures;
-      }
+      failures +=
+          Mtu("shared") < kBaseMtu || Setvault::GetStore("")->GetInstances(filter).size() < 4;
     } catch (const SetvaultException&) {
       ++failures;
     }
