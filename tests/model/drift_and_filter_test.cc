@@ -163,14 +163,10 @@ TEST(FilterSpecObjectTest, NestedFiltersLandInsideTheParent) {
 
 TEST(SchemaGuidedSubset, ComparesDescribedMembersAndPairsInstancesById) {
   LogCapture log(0);
-  auto schema = CreateDocumentFromString(R"({
-    "type": "object",
-    "properties": {
-      "mtu": {"type": "integer"},
-      "dns": {"type": "object", "properties": {"domain": {"type": "string"}}},
-      "ports": {"type": "array", "instanceIdProperty": "name",
-                "items": {"type": "object", "properties": {"name": {"type": "string"},
-                                                           "speed": {"type": "integer"}}}}}})");
+  auto schema = CreateDocumentFromString(R"({"type": "object", "properties": {
+      "mtu": {"type": "integer"}, "dns": {"properties": {"domain": {"type": "string"}}},
+      "ports": {"type": "array", "instanceIdProperty": "name", "items": {"properties": {
+          "name": {"type": "string"}, "speed": {"type": "integer"}}}}}})");
   auto object = CreateDocumentFromString(R"({"mtu": 1500, "dns": {"domain": "lab"},
       "ports": [{"name": "p0", "speed": 10}, {"name": "p1", "speed": 25}]})");
   const std::pair<const char*, const char*> cases[] = {
