@@ -42,13 +42,6 @@ bool SameJson(const std::string& a, const std::string& b) {
 
 class ConfigDocumentTest : public WriteStoreTest {
  protected:
-  // Data, creation time and revision of a stored object.
-  struct Stored {
-    std::string data;
-    std::string created;
-    int revision;
-  };
-
   // Singletons and instances with vital and cached members, sub-object instance arrays,
   // generated ids and a type that is cached as a whole; every object written twice.
   void Populate() {
@@ -70,12 +63,10 @@ class ConfigDocumentTest : public WriteStoreTest {
     }
   }
 
-  std::map<std::string, Stored> ReadAll() {
-    std::map<std::string, Stored> all;
+  std::map<std::string, std::shared_ptr<SetvaultObject>> ReadAll() {
+    std::map<std::string, std::shared_ptr<SetvaultObject>> all;
     for (const auto& id : {kHost, kFirewall, Vswitch("a"), Vswitch("b"), kDatastore, kFirmware}) {
-      if (auto object = store_->Get(id)) {
-        all[id.toString()] = {object->GetData(), object->GetCreationTime(), object->GetRevision()};
-      }
+      if (auto object = store_->Get(id)) all[id.toString()] = object;
     }
     return all;
   }
@@ -98,9 +89,9 @@ TEST_F(ConfigDocumentTest, ImportReplacesImportedTypesKeepingTheirHistory) {
   EXPECT_EQ(document.find("sv_generated_id"), std::string::npos);
   ImportOk(document);
   for (const auto& [id, after] : ReadAll()) {
-    EXPECT_TRUE(SameJson(after.data, before.at(id).data)) << id << ": " << after.data;
-    EXPECT_EQ(after.created, before.at(id).created) << id;
-    EXPECT_EQ(after.revision, before.at(id).revision + 1) << id;
+    EXPECT_TRUE(SameJson(after->GetData(), before.at(id)->GetData())) << id << after->GetData();
+    EXPECT_EQ(after->GetCreationTime(), before.at(id)->GetCreationTime()) << id;
+    EXPECT_EQ(after->GetRevision(), before.at(id)->GetRevision() + 1) << id;
   }
   ImportOk(R"({"korvo":{"net":{"vswitch":[{"name":"b","mtu":9000}]}}})");
   EXPECT_EQ(RowCount(Vswitch("")), 1);

@@ -16,8 +16,6 @@
 namespace KorvoSetvault {
 namespace {
 
-using setvault_test::LogCapture;
-
 class SetvaultObjectTest : public ::testing::Test {
  protected:
   static std::shared_ptr<SetvaultObject> VSwitch(const std::string& name) {
@@ -28,7 +26,7 @@ class SetvaultObjectTest : public ::testing::Test {
   }
 
   setvault_test::ExampleSchemas schemas_;
-  LogCapture log_{4};
+  setvault_test::LogCapture log_{4};
 };
 
 TEST_F(SetvaultObjectTest, NewObjectCarriesItsInstanceIdAndNoMetadata) {

@@ -16,7 +16,6 @@
 namespace KorvoSetvault {
 namespace {
 
-using setvault_test::LogCapture;
 using Strings = std::vector<std::string>;
 
 class StoreObjectTest : public ::testing::Test {
@@ -31,7 +30,7 @@ class StoreObjectTest : public ::testing::Test {
   }
 
   StoreObject object_{SetvaultObjectId("vswitch", "net", "korvo")};
-  LogCapture log_{0};
+  setvault_test::LogCapture log_{0};
 };
 
 TEST_F(StoreObjectTest, ValuesRoundTrip) {
