@@ -21,12 +21,10 @@ TEST(DriftObjectTest, InstancesByInstanceId) {
   LogCapture log(0);
   EXPECT_EQ(CodeOf([] { CreateDriftObject(kHost, "{not json", "SET"); }), 1080);
   EXPECT_EQ(CodeOf([] { CreateDriftObject(kHost, "[1, 2]", "SET")->Get(); }), 1082);
-  auto drift = CreateDriftObject(kHost,
-                                 R"({"ports": [{"INSTANCEID": "p0", "mtu": 9000},
-                                               {"INSTANCEID": "p1", "speed": "DELETE"}],
-                                     "routes": "ADD", "vlans": "DELETE", "dns": {},
-                                     "noId": [{"mtu": 1}], "numericId": [{"INSTANCEID": 5}],
-                                     "scalars": [1], "mixed": [{"INSTANCEID": "p0"}, "p1"]})",
+  auto drift = CreateDriftObject(kHost, R"({"routes": "ADD", "vlans": "DELETE", "dns": {},
+      "ports": [{"INSTANCEID": "p0", "mtu": 9000}, {"INSTANCEID": "p1", "speed": "DELETE"}],
+      "noId": [{"mtu": 1}], "numericId": [{"INSTANCEID": 5}], "scalars": [1],
+      "mixed": [{"INSTANCEID": "p0"}, "p1"]})",
                                  "SET");
   auto p1 = drift->GetSubObject(SubObjectId("ports", "p1"));
   EXPECT_EQ(p1->GetSetvaultObjectId(), SetvaultObjectId("ports", "system", "korvo", "p1"));

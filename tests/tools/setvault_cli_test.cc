@@ -13,19 +13,15 @@
 
 namespace {
 
-using setvault_test::TempDir;
-
-struct Step {
-  std::string line;  // shell; `setvault` runs the tool on the test's store
-  int status;
-  std::string expected;  // a part of the output
-};
-
 TEST(SetvaultCliTest, EveryCommandOnOneStore) {
-  TempDir dir;
+  setvault_test::TempDir dir;
   dir.WriteFile("allow.json", R"(["korvo.system.*"])");
   dir.WriteFile("deep.json", std::string(200000, '[') + std::string(200000, ']'));
-  const Step steps[] = {
+  const struct {
+    std::string line;  // shell; `setvault` runs the tool on the test's store
+    int status;
+    std::string expected;  // a part of the output
+  } steps[] = {
       // Reads never create a store; usage errors.
       {"setvault get $H; s=$?; test ! -e store.db && exit $s", 1,
        "no store at " + dir.File("store.db")},
@@ -142,7 +138,7 @@ TEST(SetvaultCliTest, EveryCommandOnOneStore) {
       {"setvault schema check d", 4, "nested deeper than 512 levels"},
   };
   // Each step's shell line runs in the test's directory; its output is stdout and stderr.
-  for (const Step& step : steps) {
+  for (const auto& step : steps) {
     const std::string script = dir.WriteFile(
         "step.sh", "cd " + dir.path() + "\nexport SETVAULT_STORE=" + dir.File("store.db") +
                        " SETVAULT_SCHEMA_DB=" + dir.File("schema.db") + " SETVAULT_NOTIFY_DIR=" +
