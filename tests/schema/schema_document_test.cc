@@ -221,8 +221,9 @@ TEST_F(SchemaDocumentTest, UnknownTypesAreFindingsAndMalformedLevelsAreSkipped) 
 const std::regex kUuid("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
 
 TEST_F(SchemaDocumentTest, GeneratedIdsFillWholeDocumentsThroughTheGeneratedSchema) {
-  Generate(R"({"korvo": {"net": { "firewall": {"rules": [{"port": 22}, {"sv_generated_id": "keep",
-      "port": 80}, 7, {}]}, "vswitch": [{"name": "vs0", "portgroups": [{"name": "pg0"}]}]}}})");
+  Generate(R"({"korvo": {"net": {
+      "firewall": {"rules": [{"port": 22}, {"sv_generated_id": "keep", "port": 80}, 7, {}]},
+      "vswitch": [{"name": "vs0", "portgroups": [{"name": "pg0"}]}]}}})");
   PopulateGeneratedInstanceId(Schema(), *document_);
   const JsonValue& rules = document_->GetDocument()["korvo"]["net"]["firewall"]["rules"];
   EXPECT_TRUE(std::regex_match(rules[0]["sv_generated_id"].GetString(), kUuid));

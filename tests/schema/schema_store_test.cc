@@ -5,14 +5,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <string>
 
 #include "schema/schema_files.h"
 #include "support/log_capture.h"
+#include "support/reliability_processes.h"
 #include "support/validation_thrown.h"
 
 namespace setvault_test {
@@ -200,16 +199,12 @@ TEST_F(SchemaStoreTest, ReloadedOrReplacedDatabaseIsSeenAndAForkedChildReadsAgai
   EXPECT_EQ(Lookup("first")->GetVersion(), "2");
   EXPECT_EQ(first->GetVersion(), "1");
   forced = SchemaStore::GetStore(false);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    // The child reads through a connection of its own, not the parent's.
+  // A forked child reads through a connection of its own, not the parent's.
+  const pid_t child = Spawn([&] {
     auto own = SchemaStore::GetStore(false);
-    _exit(own != forced && own->GetSchemaObject("korvo", "test", "first") != nullptr ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    return own != forced && own->GetSchemaObject("korvo", "test", "first") ? 0 : 1;
+  });
+  EXPECT_EQ(Wait(child), 0);
   EXPECT_EQ(SchemaStore::GetStore(false), forced);
   // A new file renamed over the old one has another identity.
   TempDir other;
