@@ -32,12 +32,6 @@ const char kNotKernelOptions[] =
     "2000 API should only be invoked for Kernel options configuration.";
 const char kExternalDuringBoot[] = "2000 API cannot be invoked with EXTERNAL context during boot";
 
-std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const char* data) {
-  auto object = std::make_shared<SetvaultObject>(id);
-  object->SetData(data);
-  return object;
-}
-
 // Example schemas, and a store path whose file does not exist: a guard that
 // reads the store would create it (or fail), so its absence afterwards shows
 // that no database was touched.
@@ -61,9 +55,10 @@ TEST_F(GuardsTest, CodesAndMessagesInTheOrderOfTheChecks) {
   auto vswitch = LookUpSchema(kVswitches);
   auto filter = [](const SetvaultObjectId& id) { return std::make_shared<FilterSpecObject>(id); };
   const SetvaultObjectId unknown_with_id("nothing", "here", "korvo", "x");
+  const auto no_id = std::make_shared<SetvaultObject>(kVswitches);
   const std::pair<std::function<void()>, std::string> cases[] = {
-      {[&] { validateSingletonNonSingleton(Object(kVswitches, "{}"), vswitch); }, kNeedsId},
-      {[&] { ValidateSvoId(Object(kVswitches, "{}"), vswitch); }, kNeedsId},
+      {[&] { validateSingletonNonSingleton(no_id, vswitch); }, kNeedsId},
+      {[&] { ValidateSvoId(no_id, vswitch); }, kNeedsId},
       // Both rules broken: the missing schema is reported.
       {[&] { ValidateSvoId(unknown_with_id, nullptr); },
        "1037 Schema not found for " + unknown_with_id.toString()},
@@ -85,8 +80,9 @@ TEST_F(GuardsTest, CodesAndMessagesInTheOrderOfTheChecks) {
 }
 
 TEST_F(GuardsTest, EmptyObjectsAreLogged) {
-  auto empty = Object(kHost, "{}");
-  auto full = Object(kHost, R"({"hostname":"h"})");
+  auto empty = std::make_shared<SetvaultObject>(kHost);
+  auto full = std::make_shared<SetvaultObject>(kHost);
+  full->SetData(R"({"hostname":"h"})");
   LogCapture log(2);
   EXPECT_FALSE(ObjIsEmpty(full, "Set"));
   EXPECT_TRUE(ObjIsEmpty(empty, "SetUserData"));
