@@ -1,15 +1,21 @@
 // Reads of stored configuration over rows written by hand with SQL: how the value columns
 // of a row become one object, which user value each view shows (success flag, upgrade
-// context, boot flag), instance reads, raw row reads and the failure texts.
+// context, boot flag), instance reads, raw row reads and the failure texts; the key-value
+// accessors, the boot flags and the upgrade context with their exact failure messages.
 #include "db/config_reads.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include "db/host_flags.h"
+#include "db/key_value.h"
+#include "db/upgrade_ctx.h"
 #include "setvault/exceptions.h"
 #include "store/setvault_impl.h"
 #include "support/config_store.h"
 #include "support/expect_error.h"
+#include "support/log_capture.h"
 
 namespace KorvoSetvault {
 namespace {
@@ -211,6 +217,58 @@ TEST_F(ConfigReadsTest, FailedStatementsNameTheRead) {
   ExpectError([&] { GetSmartnicConfiguration(conn_); }, 2000, "Get store rows failed.");
   // The failed shared read still detached the schema database.
   EXPECT_EQ(Query("SELECT COUNT(*) FROM pragma_database_list WHERE name = 'ss'"), "0");
+}
+
+using KeyValueTest = ConfigReadsTest;
+
+TEST_F(KeyValueTest, NeverWrittenStoreReadsEmptyAndFailuresNameTheKey) {
+  // A store never written holds no key, and reading does not create it.
+  SetStorePath(dir_.File("new/store.db"));
+  EXPECT_EQ(GetKeyValue("BOOT_INFO"), "");
+  EXPECT_NE(access(dir_.File("new").c_str(), F_OK), 0);
+  SetStorePath(store_path_);
+  Sql("CREATE TRIGGER NoWrites BEFORE INSERT ON KeyValue BEGIN SELECT RAISE(ABORT, 'x'); END");
+  ExpectError([] { SetKeyValue("NOTIFY_NEXD", "true"); }, 2000,
+              "Failed to write KV table for key: NOTIFY_NEXD");
+  Sql("DROP TABLE KeyValue");
+  ExpectError([] { GetKeyValue("NOTIFY_NEXD"); }, 2000,
+              "Failed to read KV table for key: NOTIFY_NEXD");
+  ExpectError([] { IsBoot(); }, 2000, "Failed to read value from database.");
+}
+
+TEST_F(KeyValueTest, MissingStoreThrows1002WithThePath) {
+  dir_.WriteFile("plain", "x");
+  std::string path = dir_.File("plain/store.db");
+  SetStorePath(path);
+  const std::string message = "Cannot open the configuration store database " + path;
+  ExpectError([] { GetKeyValue("IS_BOOT"); }, 1002, message);
+  ExpectError([] { SetKeyValue("IS_BOOT", "true"); }, 1002, message);
+  ExpectError([] { GetUpgradeCtx(); }, 1002, message);
+  ExpectError([] { IsBoot(); }, 1002, message);
+}
+
+// Remediated exactly when BOOT_MODE is "1", booting exactly when IS_BOOT is "true".
+TEST_F(KeyValueTest, HostFlagsHoldOnlyForTheirExactText) {
+  EXPECT_FALSE(IsHostRemediated(conn_) || IsBoot() || GetUpgradeCtx() != 0);  // absent
+  for (const char* other : {"0", "4", "01", "1 ", "TRUE", "true ", ""}) {
+    ASSERT_EQ(DBStore::WriteKeyValue("BOOT_MODE", other, conn_), 0);
+    ASSERT_EQ(DBStore::WriteKeyValue("IS_BOOT", other, conn_), 0);
+    EXPECT_FALSE(IsHostRemediated(conn_) || IsBoot()) << other;
+  }
+  ASSERT_EQ(DBStore::WriteKeyValue("BOOT_MODE", "1", conn_), 0);
+  ASSERT_EQ(DBStore::WriteKeyValue("IS_BOOT", "true", conn_), 0);
+  EXPECT_TRUE(IsHostRemediated(conn_) && IsBoot());
+  // The upgrade context is the stored integer; other text reads as 0 and is logged.
+  ASSERT_EQ(DBStore::WriteKeyValue("UPGRADE_CTX", "2", conn_), 0);
+  EXPECT_EQ(GetUpgradeCtx(), 2);
+  setvault_test::LogCapture log(1);
+  ASSERT_EQ(DBStore::WriteKeyValue("UPGRADE_CTX", "2x", conn_), 0);
+  EXPECT_EQ(GetUpgradeCtx(), 0);
+  EXPECT_EQ(log.CountStartingWith(1, "UPGRADE_CTX holds"), 1);
+  Sql("CREATE TRIGGER NoWrites BEFORE INSERT ON KeyValue BEGIN SELECT RAISE(ABORT, 'x'); END");
+  ExpectError([&] { MarkBootModeChanged(conn_); }, 2000, "Failed to write BootMode to database.");
+  Sql("DROP TABLE KeyValue");
+  ExpectError([&] { IsHostRemediated(conn_); }, 2000, "Failed to read value from database.");
 }
 
 }  // namespace

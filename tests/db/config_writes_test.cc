@@ -1,13 +1,20 @@
 // The persistence writers below the store: the success flag under an upgrade, what each
-// writer carries over or resets, updates and sets by context and the failure message of
-// each statement.
+// writer carries over or resets, updates and sets by context, the failure message of each
+// statement, how object data splits into the user, vital and cached parts by the tags of a
+// schema, and the cache of objects read by Get against the changes that must reach it.
 #include "db/config_writes.h"
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <thread>
+
 #include "db/key_value.h"
+#include "db/object_split.h"
+#include "setvault/json_doc.h"
 #include "store/setvault_impl.h"
 #include "store/store_fixture.h"
+#include "support/reliability_processes.h"
 
 namespace KorvoSetvault {
 namespace {
@@ -16,11 +23,22 @@ using setvault_test::ExpectThrow;
 using setvault_test::kExternal;
 using setvault_test::kHost;
 using setvault_test::RunSql;
+using setvault_test::Spawn;
 using setvault_test::Vswitch;
+using setvault_test::Wait;
 
 constexpr char kDesired[] = "UPDATE Config SET DesiredValue = '{\"d\":1}'";
 
 const SetvaultObjectId kDns("dns", "net", "korvo");
+
+const SetvaultObjectId kId("vswitch", "net", "korvo", "vs0");
+
+// The mtu `object` holds; -1 for none.
+int Mtu(const std::shared_ptr<SetvaultObject>& object) {
+  int mtu = -1;
+  if (object) object->GetValue("mtu", &mtu);
+  return mtu;
+}
 
 class ConfigWritesTest : public setvault_test::WriteStoreTest {
  protected:
@@ -29,6 +47,10 @@ class ConfigWritesTest : public setvault_test::WriteStoreTest {
   }
   void Sql(const std::string& sql) { ASSERT_EQ(RunSql(Db(), sql), SQLITE_OK) << sql; }
   void Upgrading(int context) { SetKeyValue("UPGRADE_CTX", std::to_string(context)); }
+  void Set(int mtu) { store_->Set(Switch("vs0", mtu), kExternal); }
+  int GetMtu() { return Mtu(store_->Get(kId)); }
+  // Sets the switch's mtu through a store of the calling thread's own.
+  static void SetFresh(int mtu) { Setvault::GetStore("")->Set(Switch("vs0", mtu), kExternal); }
 };
 
 TEST_F(ConfigWritesTest, UserWritesAreUnconfirmedOnlyDuringAnUpgrade) {
@@ -122,6 +144,112 @@ TEST_F(ConfigWritesTest, FailedStatementsThrowTheirMessage) {
   Sql("DROP TABLE Config");
   EXPECT_EQ(ExpectThrow<SetvaultException>([&] { ReadRevisionMap(kHost, conn); }, 2000),
             "Failed to read revision from setvault.");
+}
+
+// Each case stores mtu 1500, reads it twice (the second read comes from the cache), makes one
+// change and checks what the next Get returns; the same with the cache turned off.
+using ObjectCacheTest = ConfigWritesTest;
+
+TEST_F(ObjectCacheTest, NextGetSeesEveryChange) {
+  const std::tuple<const char*, std::function<void()>, int> cases[] = {
+      {"write by another thread", [] { std::thread([] { SetFresh(1700); }).join(); }, 1700},
+      {"rollback of a write the cache saw",
+       [this] {
+         store_->BeginTransaction();
+         Set(1900);
+         EXPECT_EQ(GetMtu(), 1900);
+         EXPECT_EQ(GetMtu(), 1900);
+         store_->CancelTransaction();
+       },
+       1500},
+      {"caller changed the object it got", [this] { store_->Get(kId)->SetValue("mtu", 2000); },
+       1500},
+      {"fork: a child reads the current row and its write reaches the parent",
+       [] {
+         EXPECT_EQ(Wait(Spawn([] {
+                     auto child = Setvault::GetStore("");
+                     const int seen = Mtu(child->Get(kId));
+                     SetFresh(2100);
+                     return seen == 1500 && Mtu(child->Get(kId)) == 2100 ? 0 : 1;
+                   })),
+                   0);
+       },
+       2100},
+  };
+  for (bool enabled : {true, false}) {  // every Get hands out an object of its own either way
+    SetObjectCacheEnabled(enabled);
+    for (const auto& [name, change, expected] : cases) {
+      SCOPED_TRACE(std::string(name) + (enabled ? "" : ", cache off"));
+      Set(1500);
+      ASSERT_EQ(GetMtu(), 1500);
+      ASSERT_EQ(GetMtu(), 1500);
+      change();
+      EXPECT_EQ(GetMtu(), expected);
+    }
+  }
+  SetObjectCacheEnabled(true);
+}
+
+// Only what the split reads: properties, items, the tags and the instance-id members.
+const char kSchema[] = R"({"properties": {
+  "name": {}, "tags": {"items": {}}, "serial": {"vital": true}, "load": {"cached": true},
+  "limits": {"properties": {"max": {}, "seen": {"cached": true},
+                            "inner": {"properties": {"key": {"vital": true}}}}},
+  "ports": {"instanceIdProperty": "id", "items": {"properties": {
+    "id": {}, "speed": {}, "link": {"cached": true}, "mac": {"vital": true}}}},
+  "rules": {"generatedInstanceId": true, "items": {"properties": {
+    "sv_generated_id": {}, "port": {}, "hits": {"cached": true}}}}}})";
+
+// Each part as text; "-" when the split leaves it absent (stored as NULL).
+struct SplitCase {
+  const char* data;
+  const char* user;
+  const char* vital;
+  const char* cached;
+  const char* schema = kSchema;
+};
+
+std::string Text(const std::optional<std::string>& part) { return part ? *part : "-"; }
+
+TEST(ObjectSplitTest, MembersGoToThePartTheirTagsName) {
+  const SplitCase cases[] = {
+      {R"({"name":"n","serial":"s1","load":4,"tags":["x"],"other":1})",
+       R"({"name":"n","tags":["x"],"other":1})", R"({"serial":"s1"})", R"({"load":4})"},
+      // A part without members is absent.
+      {R"({"load":1})", "-", "-", R"({"load":1})"},
+      // Singleton sub-objects split member by member at every depth; an empty one is user data.
+      {R"({"limits":{"max":9,"seen":3,"inner":{"key":"k"}}})", R"({"limits":{"max":9}})",
+       R"({"limits":{"inner":{"key":"k"}}})", R"({"limits":{"seen":3}})"},
+      {R"({"limits":{}})", R"({"limits":{}})", "-", "-"},
+      // Instances keep their id (given or generated) in every part they appear in.
+      {R"({"ports":[{"id":"p1","speed":10,"link":"up","mac":"m1"},{"id":"p2","speed":20},)"
+       R"({"link":"down","id":"p3"}]})",
+       R"({"ports":[{"id":"p1","speed":10},{"id":"p2","speed":20},{"id":"p3"}]})",
+       R"({"ports":[{"id":"p1","mac":"m1"}]})",
+       R"({"ports":[{"id":"p1","link":"up"},{"id":"p3","link":"down"}]})"},
+      {R"({"rules":[{"sv_generated_id":"g1","port":22,"hits":5},{"sv_generated_id":"g2"}]})",
+       R"({"rules":[{"sv_generated_id":"g1","port":22},{"sv_generated_id":"g2"}]})", "-",
+       R"({"rules":[{"sv_generated_id":"g1","hits":5}]})"},
+      // Elements of an instance array that are not objects stay user data.
+      {R"({"ports":["loose",{"id":"p1","link":"up"}]})", R"({"ports":["loose",{"id":"p1"}]})", "-",
+       R"({"ports":[{"id":"p1","link":"up"}]})"},
+      // A type tagged at the top goes whole to that part.
+      {R"({"a":1,"b":"x"})", "-", R"({"a":1,"b":"x"})", "-",
+       R"({"vital":true,"properties":{"a":{"cached":true}}})"},
+      {R"({"a":1})", "-", "-", R"({"a":1})", R"({"cached":true})"},
+      // Tags that are not the boolean true do not split.
+      {R"({"a":"x","b":"y"})", R"({"a":"x","b":"y"})", "-", "-",
+       R"({"properties":{"a":{"vital":false},"b":{"cached":"true"}}})"},
+  };
+  for (const SplitCase& c : cases) {
+    SCOPED_TRACE(c.data);
+    auto data = CreateDocumentFromString(c.data);
+    auto schema = CreateDocumentFromString(c.schema);
+    const SplitParts parts = SplitObjectData(*data->GetJsonValuePtr(), *schema->GetJsonValuePtr());
+    EXPECT_EQ(Text(parts.user), c.user);
+    EXPECT_EQ(Text(parts.vital), c.vital);
+    EXPECT_EQ(Text(parts.cached), c.cached);
+  }
 }
 
 }  // namespace

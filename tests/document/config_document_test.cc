@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 
 #include "document/config_document.h"
@@ -22,16 +23,14 @@ using KorvoSetvault::ErrorInfo;
 using KorvoSetvault::Export;
 using KorvoSetvault::ExportStore;
 using KorvoSetvault::FilterDefaultConfigInstances;
-using KorvoSetvault::FilterSpecObject;
 using KorvoSetvault::Import;
 using Objects = std::vector<std::shared_ptr<SetvaultObject>>;
 
-const SetvaultObjectId kHost("host", "system", "korvo");
 const SetvaultObjectId kFirewall("firewall", "net", "korvo");
 const SetvaultObjectId kDatastore("datastore", "storage", "korvo", "d1");
 const SetvaultObjectId kFirmware("firmware", "hw", "nicmgr", "0000:01:00.0");
-std::shared_ptr<FilterSpecObject> Filter(const SetvaultObjectId& id) {
-  return std::make_shared<FilterSpecObject>(id);
+std::shared_ptr<KorvoSetvault::FilterSpecObject> Filter(const SetvaultObjectId& id) {
+  return std::make_shared<KorvoSetvault::FilterSpecObject>(id);
 }
 
 // True when the two texts hold equal JSON (object members in any order).
@@ -43,13 +42,6 @@ bool SameJson(const std::string& a, const std::string& b) {
 
 class ConfigDocumentTest : public WriteStoreTest {
  protected:
-  // Data, creation time and revision of a stored object.
-  struct Stored {
-    std::string data;
-    std::string created;
-    int revision;
-  };
-
   // Singletons and instances with vital and cached members, sub-object instance arrays,
   // generated ids and a type that is cached as a whole; every object written twice.
   void Populate() {
@@ -71,12 +63,10 @@ class ConfigDocumentTest : public WriteStoreTest {
     }
   }
 
-  std::map<std::string, Stored> ReadAll() {
-    std::map<std::string, Stored> all;
+  std::map<std::string, std::shared_ptr<SetvaultObject>> ReadAll() {
+    std::map<std::string, std::shared_ptr<SetvaultObject>> all;
     for (const auto& id : {kHost, kFirewall, Vswitch("a"), Vswitch("b"), kDatastore, kFirmware}) {
-      if (auto object = store_->Get(id)) {
-        all[id.toString()] = {object->GetData(), object->GetCreationTime(), object->GetRevision()};
-      }
+      if (auto object = store_->Get(id)) all[id.toString()] = object;
     }
     return all;
   }
@@ -99,9 +89,9 @@ TEST_F(ConfigDocumentTest, ImportReplacesImportedTypesKeepingTheirHistory) {
   EXPECT_EQ(document.find("sv_generated_id"), std::string::npos);
   ImportOk(document);
   for (const auto& [id, after] : ReadAll()) {
-    EXPECT_TRUE(SameJson(after.data, before.at(id).data)) << id << ": " << after.data;
-    EXPECT_EQ(after.created, before.at(id).created) << id;
-    EXPECT_EQ(after.revision, before.at(id).revision + 1) << id;
+    EXPECT_TRUE(SameJson(after->GetData(), before.at(id)->GetData())) << id << after->GetData();
+    EXPECT_EQ(after->GetCreationTime(), before.at(id)->GetCreationTime()) << id;
+    EXPECT_EQ(after->GetRevision(), before.at(id)->GetRevision() + 1) << id;
   }
   ImportOk(R"({"korvo":{"net":{"vswitch":[{"name":"b","mtu":9000}]}}})");
   EXPECT_EQ(RowCount(Vswitch("")), 1);
@@ -127,11 +117,8 @@ TEST_F(ConfigDocumentTest, ExportSelectsByFilterAndSkipsWhatIsNotStored) {
       SameJson(document, R"({"korvo":{"net":{"vswitch":[)" + store_->Get(Vswitch("a"))->GetData() +
                              R"(]},"system":{"host":)" + store_->Get(kHost)->GetData() + "}}}"))
       << document;
-  ExpectThrow<KorvoSetvault::SetvaultException>(
-      [&] {
-        Export({jumbo, Filter(SetvaultObjectId("nope", "net", "korvo"))});
-      },
-      1037);
+  auto unknown = Filter(SetvaultObjectId("nope", "net", "korvo"));
+  ExpectThrow<KorvoSetvault::SetvaultException>([&] { Export({jumbo, unknown}); }, 1037);
   // An empty list opens nothing: even an unusable store path answers "{}".
   KorvoSetvault::SetStorePath(dir_.path());
   EXPECT_EQ(Export({}), "{}");
@@ -168,10 +155,9 @@ TEST_F(ConfigDocumentTest, RefusedDocumentsImportNothingAndSayWhere) {
   for (const auto& c : cases) {
     std::vector<ErrorInfo> errors;
     EXPECT_FALSE(Import(c.document, errors)) << c.document;
-    bool found = false;
-    for (const auto& e : errors)
-      found = found || (e.path == c.path && e.message.find(c.message) != std::string::npos);
-    EXPECT_TRUE(found) << c.document << ": no finding at " << c.path;
+    EXPECT_TRUE(std::any_of(errors.begin(), errors.end(), [&](const ErrorInfo& e) {
+      return e.path == c.path && e.message.find(c.message) != std::string::npos;
+    })) << c.document;
     EXPECT_EQ(ExportStore(), stored) << c.document;
   }
   ImportOk("{}");
@@ -182,15 +168,12 @@ TEST_F(ConfigDocumentTest, DatabaseFailureDuringImportLeavesTheStoreAsItWas) {
   Populate();
   const std::string stored = ExportStore();
   // The host and vswitch "a" are written before vswitch "b" fails.
-  ASSERT_EQ(RunSql(Db(),
-                   "CREATE TRIGGER FailOne BEFORE INSERT ON Config WHEN NEW.Identifier = 'b' "
-                   "BEGIN SELECT RAISE(ABORT, 'injected'); END"),
-            SQLITE_OK);
+  Fault("INSERT ON Config WHEN NEW.Identifier = 'b'");
   std::vector<ErrorInfo> errors;
   ExpectThrow<KorvoSetvault::SetvaultException>([&] { Import(stored, errors); }, 2000);
   EXPECT_EQ(ExportStore(), stored);
   EXPECT_NE(sqlite3_get_autocommit(Db()), 0);  // no transaction left open
-  ASSERT_EQ(RunSql(Db(), "DROP TRIGGER FailOne"), SQLITE_OK);
+  DropFault();
   ImportOk(stored);
 }
 

@@ -59,10 +59,7 @@ TEST(Exceptions, TextCodeFindingsAndLog) {
   LogCapture silenced(-1);
   SetvaultException quiet(2000, "quiet");
   EXPECT_TRUE(silenced.Lines().empty());
-}
-
-TEST(Exceptions, FormatAndMessageChainPrintLastNodeFirst) {
-  EXPECT_EQ((Format<int, const char*>("%d%%-%s", 7, "x")), "7%-x");
+  // A message chain prints its last node first.
   Mandrel::Lib::PibMessage chain;
   EXPECT_EQ(chain.ToString(), "");
   chain.Append("first", "value %d", 1);

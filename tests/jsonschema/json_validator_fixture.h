@@ -6,9 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <ostream>
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "jsonschema/json_validator.h"
@@ -16,15 +16,8 @@
 
 namespace setvault_test {
 
-struct Found {
-  std::string field;
-  std::string error;
-  bool operator==(const Found& other) const { return field == other.field && error == other.error; }
-};
-
-inline std::ostream& operator<<(std::ostream& out, const Found& found) {
-  return out << "{" << found.field << ": " << found.error << "}";
-}
+// A finding: the member's pointer and the message.
+using Found = std::pair<std::string, std::string>;
 
 // Validates parsed values and reads the findings back, checking the result
 // document's shape on the way.
@@ -39,7 +32,7 @@ inline std::vector<Found> CheckValues(const KorvoSetvault::JsonValue& schema,
   for (const auto& entry : result.IsArray() ? result.GetArray() : result.SetArray().GetArray()) {
     EXPECT_TRUE(entry.IsObject() && entry.HasMember("field") && entry["field"].IsString() &&
                 entry.HasMember("error") && entry["error"].IsString());
-    findings.push_back({entry["field"].GetString(), entry["error"].GetString()});
+    findings.emplace_back(entry["field"].GetString(), entry["error"].GetString());
   }
   return findings;
 }

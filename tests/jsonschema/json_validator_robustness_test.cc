@@ -1,53 +1,53 @@
-// Malformed schemas give a clear exception; hostile instances give findings.
+// The validator under load: malformed schemas give a clear exception, hostile
+// instances give findings, and the compiled-schema cache is reused, bounded
+// and shared by several threads.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <pthread.h>
 
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "json_validator_fixture.h"
-#include "setvault/exceptions.h"
+#include "jsonschema/json_validator_cache.h"
+#include "support/validation_thrown.h"
 
 namespace setvault_test {
 namespace {
 
+using JsonValidator::internal::CompiledSchemaCache;
+using KorvoSetvault::CreateDocumentFromString;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-// Expects Validate to throw SetvaultException 2000 naming `detail`.
-void ExpectInvalidSchema(const std::string& schema, const std::string& detail) {
-  SCOPED_TRACE(schema);
-  try {
-    Check(schema, R"({"a": "x"})", {0, 1, 3, 7, 8});
-    ADD_FAILURE() << "no exception";
-  } catch (const KorvoSetvault::SetvaultException& e) {
-    EXPECT_EQ(e.GetErrorCode(), KorvoSetvault::SV_ERR_GENERIC);
-    EXPECT_THAT(e.what(), HasSubstr("Invalid JSON schema"));
-    EXPECT_THAT(e.what(), HasSubstr(detail));
-  }
-}
-
 TEST(JsonValidatorRobustness, MalformedSchemasThrowAClearError) {
-  ExpectInvalidSchema("[]", "not a JSON object");
-  ExpectInvalidSchema(R"({"properties": 5})", "\"properties\" at # is not an object");
-  ExpectInvalidSchema(R"({"properties": {"a": 5}})", "#/properties/a is not an object");
-  ExpectInvalidSchema(R"({"properties": {"a": {"vital": "yes"}}})",
-                      "\"vital\" at #/properties/a is not a boolean");
-  ExpectInvalidSchema(R"({"type": "array", "instanceIdProperty": 1, "items": {}})",
-                      "\"instanceIdProperty\" at # is not a string");
-  ExpectInvalidSchema(R"({"properties": {"a": {"$ref": "http://example.com/s.json"}}})",
-                      "only local references");
-  ExpectInvalidSchema(R"({"$ref": "#"})", "circular");
-  ExpectInvalidSchema(R"({"properties": {"a": {"type": 5}}})", "");
-  ExpectInvalidSchema(R"({"properties": {"a": {"maxLength": "long"}}})", "");
-  ExpectInvalidSchema(R"({"properties": {"a": {"pattern": "(["}}})", "pattern");
   std::string deep = R"({"type": "object"})";
   for (int i = 0; i < 200; ++i) deep = R"({"properties": {"a": )" + deep + "}}";
-  ExpectInvalidSchema(deep, "nested deeper");
+  const std::pair<std::string, std::string> cases[] = {
+      {"[]", "not a JSON object"},
+      {R"({"properties": 5})", "\"properties\" at # is not an object"},
+      {R"({"properties": {"a": 5}})", "#/properties/a is not an object"},
+      {R"({"properties": {"a": {"vital": "yes"}}})",
+       "\"vital\" at #/properties/a is not a boolean"},
+      {R"({"type": "array", "instanceIdProperty": 1, "items": {}})",
+       "\"instanceIdProperty\" at # is not a string"},
+      {R"({"properties": {"a": {"$ref": "http://example.com/s.json"}}})", "only local references"},
+      {R"({"$ref": "#"})", "circular"},
+      {R"({"properties": {"a": {"type": 5}}})", ""},
+      {R"({"properties": {"a": {"maxLength": "long"}}})", ""},
+      {R"({"properties": {"a": {"pattern": "(["}}})", "pattern"},
+      {deep, "nested deeper"},
+  };
+  for (const auto& [schema, detail] : cases) {
+    const std::string thrown = Thrown([&] { Check(schema, R"({"a": "x"})", {0, 1, 3, 7, 8}); });
+    EXPECT_THAT(thrown, ::testing::StartsWith("2000 Invalid JSON schema: ")) << schema;
+    EXPECT_THAT(thrown, HasSubstr(detail)) << schema;
+  }
 }
 
 TEST(JsonValidatorRobustness, DeepInstanceGivesOneFindingInsteadOfACrash) {
@@ -59,17 +59,16 @@ TEST(JsonValidatorRobustness, DeepInstanceGivesOneFindingInsteadOfACrash) {
     current->PushBack(KorvoSetvault::JsonValue(rapidjson::kArrayType), instance.GetAllocator());
     current = &(*current)[0];
   }
-  auto schema = KorvoSetvault::CreateDocumentFromString(R"({"items": {"$ref": "#"}})");
+  auto schema = CreateDocumentFromString(R"({"items": {"$ref": "#"}})");
   EXPECT_THAT(CheckValues(*schema->GetJsonValuePtr(), instance, {0, 1}),
               ElementsAre(Found{"/", "value is nested deeper than 128 levels"}));
   // 127 objects around a string: it sits exactly at the limit and is checked.
   std::string inside = R"({"v": "x"})";
   for (int i = 0; i < 127; ++i) inside = R"({"child": )" + inside + "}";
-  const auto findings = Check(R"({"type": "object", "properties": {
+  EXPECT_THAT(Check(R"({"type": "object", "properties": {
       "child": {"$ref": "#"}, "v": {"type": "integer"}}})",
-                              inside, {0, 1});
-  ASSERT_THAT(findings, SizeIs(1));
-  EXPECT_EQ(findings[0].field.size(), std::string("/child").size() * 127 + 2);
+                    inside, {0, 1}),
+              ElementsAre(::testing::Field(&Found::first, SizeIs(6 * 127 + 2))));
 }
 
 // Patterns run in linear time without recursion: a long string on a thread
@@ -81,7 +80,6 @@ TEST(JsonValidatorRobustness, PatternsNeverStallOrExhaustTheStack) {
     std::string schema;
     std::string instance;
     std::vector<Found> expected = {};
-    std::vector<Found> findings = {};
   } runs[] = {
       {R"({"properties": {"s": {"type": "string", "pattern": "^(a|b)*$"}}})",
        R"({"s": ")" + std::string(200000, 'a') + R"("})"},
@@ -97,15 +95,85 @@ TEST(JsonValidatorRobustness, PatternsNeverStallOrExhaustTheStack) {
   pthread_attr_setstacksize(&attributes, 256 * 1024);
   pthread_t thread;
   auto body = [](void* argument) -> void* {
-    for (Run& run : *static_cast<Run(*)[3]>(argument)) {
-      run.findings = Check(run.schema, run.instance, {0});
+    for (const Run& run : *static_cast<Run(*)[3]>(argument)) {
+      EXPECT_EQ(Check(run.schema, run.instance, {0}), run.expected) << run.schema;
     }
     return nullptr;
   };
   ASSERT_EQ(pthread_create(&thread, &attributes, body, &runs), 0);
   pthread_join(thread, nullptr);
   pthread_attr_destroy(&attributes);
-  for (const Run& run : runs) EXPECT_EQ(run.findings, run.expected) << run.schema;
+}
+
+class JsonValidatorCache : public ::testing::Test {
+ protected:
+  void SetUp() override { JsonValidator::ResetCacheForTesting(); }
+  static size_t Compiled() { return JsonValidator::CompileCountForTesting(); }
+};
+
+std::string Limit(int maximum) {
+  return R"({"type": "object", "properties": {"mtu": {"type": "integer", "maximum": )" +
+         std::to_string(maximum) + "}}}";
+}
+
+TEST_F(JsonValidatorCache, CompiledFormIsReusedUntilTheSchemaChanges) {
+  auto schema = CreateDocumentFromString(Limit(9000));
+  auto bad = CreateDocumentFromString(R"({"mtu": 9001})");
+  for (int i = 0; i < 3; ++i) EXPECT_THAT(CheckDocs(schema, bad, {0, 1}), SizeIs(1));
+  EXPECT_EQ(Compiled(), 1u);
+  CheckDocs(schema, bad, {0, 1, 7});  // another option set is another compiled form
+  EXPECT_EQ(Compiled(), 2u);
+  // A change at the same address is seen; a reload with the same content
+  // keeps the compiled form.
+  (*schema->GetJsonValuePtr())["properties"]["mtu"]["maximum"].SetInt(10000);
+  EXPECT_THAT(CheckDocs(schema, bad, {0, 1}), IsEmpty());
+  schema->GetDocument().Parse(Limit(10000).c_str());
+  EXPECT_THAT(CheckDocs(schema, bad, {0, 1}), IsEmpty());
+  EXPECT_EQ(Compiled(), 3u);
+  // Named schemas are keyed by name and still compared.
+  const std::string name = "korvo/net/vswitch";
+  EXPECT_THAT(CheckDocs(CreateDocumentFromString(Limit(9000)), bad, {0, 1}, name), SizeIs(1));
+  EXPECT_THAT(CheckDocs(schema, bad, {0, 1}, name), IsEmpty());
+  auto copy = CreateDocumentFromString(Limit(9000));  // same content, another address
+  for (int i = 0; i < 2; ++i) EXPECT_THAT(CheckDocs(copy, bad, {0, 1}, name), SizeIs(1));
+  EXPECT_EQ(Compiled(), 6u);
+}
+
+TEST_F(JsonValidatorCache, SizeIsBoundedAndOldestEntriesAreDropped) {
+  std::vector<std::shared_ptr<KorvoSetvault::JsonDoc>> schemas;
+  auto instance = CreateDocumentFromString("{}");
+  for (size_t i = 0; i < CompiledSchemaCache::kMaxEntries + 10; ++i) {
+    schemas.push_back(CreateDocumentFromString(Limit(i)));
+    CheckDocs(schemas.back(), instance, {0, 1});
+  }
+  EXPECT_EQ(CompiledSchemaCache::Instance().Size(), CompiledSchemaCache::kMaxEntries);
+  const size_t compiled = Compiled();
+  CheckDocs(schemas.back(), instance, {0, 1});
+  EXPECT_EQ(Compiled(), compiled);
+  CheckDocs(schemas.front(), instance, {0, 1});
+  EXPECT_EQ(Compiled(), compiled + 1);
+}
+
+TEST_F(JsonValidatorCache, ThreadsShareCompiledSchemasWithConsistentResults) {
+  auto schema = CreateDocumentFromString(R"({"type": "object", "properties": {
+      "name": {"type": "string", "pattern": "^[a-z]+$"},
+      "ports": {"type": "array", "instanceIdProperty": "id",
+                "items": {"type": "object", "properties": {"id": {"type": "string"}}}}}})");
+  auto instance =
+      CreateDocumentFromString(R"({"name": "Bad", "ports": [{"id": "a"}, {"id": "a"}], "x": 1})");
+  const auto expected = CheckDocs(schema, instance, {0, 1, 8});
+  ASSERT_EQ(expected.size(), 3u);
+  std::vector<std::thread> threads;
+  std::vector<int> mismatches(4, 0);
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 200; ++i)
+        mismatches[t] += CheckDocs(schema, instance, {0, 1, 8}) != expected;
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(mismatches, std::vector<int>(4, 0));
+  EXPECT_EQ(Compiled(), 1u);
 }
 
 }  // namespace

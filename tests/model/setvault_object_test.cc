@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "model/setvault_object_impl.h"
@@ -15,8 +16,6 @@
 namespace KorvoSetvault {
 namespace {
 
-using setvault_test::LogCapture;
-
 class SetvaultObjectTest : public ::testing::Test {
  protected:
   static std::shared_ptr<SetvaultObject> VSwitch(const std::string& name) {
@@ -27,7 +26,7 @@ class SetvaultObjectTest : public ::testing::Test {
   }
 
   setvault_test::ExampleSchemas schemas_;
-  LogCapture log_{4};
+  setvault_test::LogCapture log_{4};
 };
 
 TEST_F(SetvaultObjectTest, NewObjectCarriesItsInstanceIdAndNoMetadata) {
@@ -249,6 +248,22 @@ TEST_F(SetvaultObjectTest, UpdateMergesTheSourceIntoTheTarget) {
   UpdateConfigInternal(target, target);
   UpdateConfigInternal(target, nullptr);
   EXPECT_EQ(target->GetData(), R"({"name":"vs0"})");
+}
+
+TEST(ObjectIdTest, EveryMemberCountsAndCollidingHashesStayDistinctKeys) {
+  const SetvaultObjectId a("k", "g", "c", "i");
+  EXPECT_EQ(a, SetvaultObjectId("k", "g", "c", "i"));
+  for (const auto& other :
+       {SetvaultObjectId("k", "g", "c"), SetvaultObjectId("k", "g", "d", "i"),
+        SetvaultObjectId("k", "h", "c", "i"), SetvaultObjectId("j", "g", "c", "i")}) {
+    EXPECT_NE(a, other) << other.toString();
+  }
+  const SetvaultObjectId ab_c("ab", "c", "korvo");
+  const SetvaultObjectId a_bc("a", "bc", "korvo");
+  EXPECT_EQ(hashSvoId(ab_c), std::hash<std::string>()("abckorvo"));
+  EXPECT_EQ(hashSvoId(ab_c), hashSvoId(a_bc));
+  std::unordered_map<SetvaultObjectId, int> map{{ab_c, 1}, {a_bc, 2}};
+  EXPECT_EQ(map.at(SetvaultObjectId("a", "bc", "korvo")), 2);
 }
 
 }  // namespace

@@ -1,14 +1,24 @@
 // Change notification end to end: store writes reach a listener on the daemon's socket as one
 // HTTP/1.1 POST carrying a JSON-RPC 2.0 request, once per type after the outermost commit, only for
 // allowlisted types and only while notification is switched on; failures are logged and never fail
-// the write.
+// the write. UdsClient against real sockets: calling order, endpoint length limits, a
+// descriptor that is closed exactly once, and a peer that went away.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cstring>
 #include <functional>
+#include <stdexcept>
 #include <vector>
 
+#include "model/thrown.h"
 #include "notify/notifier.h"
-#include "notify/socket_listener.h"
+#include "notify/uds_client.h"
 #include "reliability/store_processes.h"
 #include "setvault/host_functions.h"
 #include "support/example_schemas.h"
@@ -18,16 +28,69 @@ namespace setvault_test {
 namespace {
 
 using KorvoSetvault::FilterSpecObject;
+using KorvoSetvault::UdsClient;
 using Types = std::vector<std::string>;
 
 const SetvaultObjectId kDns("dns", "net", "korvo");
 
-SetvaultObjectId Vswitch(const std::string& name) {
-  return SetvaultObjectId("vswitch", "net", "korvo", name);
+// The Unix-domain address of `path` (cut to fit).
+sockaddr_un Address(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof address.sun_path - 1));
+  return address;
 }
-SetvaultObjectId Datastore(const std::string& label) {
-  return SetvaultObjectId("datastore", "storage", "korvo", label);
-}
+
+// A Unix-domain stream listener: binds a path, and collects what clients send, one received
+// buffer per accepted connection (read until the client closes).
+class SocketListener {
+ public:
+  // Listens on `path` with the given backlog; the socket is non-blocking so that a test can ask
+  // "was there a connection?" without waiting.
+  explicit SocketListener(const std::string& path, int backlog = 16) : path_(path) {
+    const sockaddr_un address = Address(path);
+    unlink(path.c_str());
+    if (bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        listen(fd_, backlog) != 0) {
+      throw std::runtime_error("listening on " + path + " failed: " + std::strerror(errno));
+    }
+  }
+  ~SocketListener() {
+    close(fd_);
+    unlink(path_.c_str());
+  }
+  SocketListener(const SocketListener&) = delete;
+  SocketListener& operator=(const SocketListener&) = delete;
+
+  // Accepts every connection already queued and reads each to its end.
+  std::vector<std::string> TakeAll() {
+    std::vector<std::string> received;
+    for (std::string one; TakeNext(0, &one);) received.push_back(one);
+    return received;
+  }
+
+  // Waits up to `timeout_ms` for one connection and reads it to its end; false when none came.
+  // The writer has closed its side by the time its call returned, so reads end promptly; a read
+  // waits at most 2 s for data so that a broken client fails the test instead of hanging it.
+  bool TakeNext(int timeout_ms, std::string* received) {
+    pollfd ready{fd_, POLLIN, 0};
+    const int client = poll(&ready, 1, timeout_ms) > 0 ? accept(fd_, nullptr, nullptr) : -1;
+    if (client < 0) return false;
+    received->clear();
+    char buffer[4096];
+    for (pollfd data{client, POLLIN, 0}; poll(&data, 1, 2000) > 0;) {
+      const ssize_t count = read(client, buffer, sizeof buffer);
+      if (count <= 0) break;
+      received->append(buffer, static_cast<size_t>(count));
+    }
+    close(client);
+    return true;
+  }
+
+ private:
+  std::string path_;
+  int fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+};
 
 // The type a received request names.
 std::string TypeOf(const std::string& request) {
@@ -253,18 +316,87 @@ TEST_F(NotifierTest, AMissingOrStuckDaemonLogsOneInfoLineAndTheWriteStands) {
   EXPECT_TRUE(log.Contains(2, failed + "Failed to connect socket: No such file or directory"));
   SocketListener full(SocketPath(), 0);
   std::vector<int> fillers;  // connections nobody accepts, until the queue is full
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::memcpy(address.sun_path, SocketPath().data(), SocketPath().size());
+  const sockaddr_un address = Address(SocketPath());
   for (int fd; (fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0)) >= 0;) {
     fillers.push_back(fd);
-    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) break;
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) break;
     ASSERT_LT(fillers.size(), 1000u) << "listen queue never filled";
   }
   SetHost("i");
   EXPECT_EQ(store_->GetRevision(kHost), 2);
   EXPECT_EQ(log.CountStartingWith(2, failed), 2);
   for (int fd : fillers) close(fd);
+}
+
+// The message of the std::runtime_error a call throws, or "" when none.
+constexpr auto Error = &KorvoSetvault::MessageOf<std::runtime_error>;
+
+// The lowest free descriptor number.
+int LowestFree() {
+  const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  close(fd);
+  return fd;
+}
+
+// Through a relative endpoint of 107 characters (the longest that fits): Send needs a connection, a
+// second Connect keeps the first, Disconnect may repeat and a disconnected client connects again;
+// the whole buffer arrives, NULs and all. A peer that went away gives an error, not SIGPIPE.
+TEST(UdsClientTest, SendsWholeBuffersOverOneConnectionAtATime) {
+  TempDir dir;
+  char previous[4096];
+  ASSERT_NE(getcwd(previous, sizeof previous), nullptr);
+  ASSERT_EQ(chdir(dir.path().c_str()), 0);
+  const std::string endpoint(107, 's');
+  auto listener = std::make_unique<SocketListener>(endpoint);
+  std::string data = "POST /api HTTP/1.1\r\n\r\n" + std::string(100000, 'x');  // several reads
+  data += std::string(1, '\0') + "tail";
+  UdsClient client(endpoint);
+  EXPECT_EQ(Error([&] { client.Send("x"); }), "Not connected to an endpoint.");
+  client.Connect();
+  client.Connect();
+  EXPECT_TRUE(client.IsConnected());
+  client.Send(data);
+  client.Disconnect();
+  client.Disconnect();
+  EXPECT_FALSE(client.IsConnected());
+  EXPECT_EQ(Error([&] { client.Send("x"); }), "Not connected to an endpoint.");
+  client.Connect();
+  client.Send("again");
+  client.Disconnect();
+  EXPECT_EQ(listener->TakeAll(), (std::vector<std::string>{data, "again"}));
+  client.Connect();
+  listener.reset();  // closes the queued connection's peer
+  const std::string error = Error([&] {
+    client.Send("x");
+    client.Send("y");
+  });
+  EXPECT_EQ(error.rfind("Failed to send data: ", 0), 0u) << error;
+  EXPECT_EQ(Error([&] { UdsClient(endpoint + "s").Connect(); }), "Endpoint address too long.");
+  ASSERT_EQ(chdir(previous), 0);
+}
+
+// A refused connect holds no socket afterwards and closes it only once: a second close would close
+// whatever file took the number meanwhile.
+TEST(UdsClientTest, RefusedConnectClosesItsSocketOnceAndSaysWhy) {
+  TempDir dir;
+  const std::pair<std::string, const char*> cases[] = {
+      {dir.File("absent"), "Failed to connect socket: No such file or directory"},
+      {dir.File(std::string(108, 's')), "Endpoint address too long."},
+  };
+  for (const auto& [endpoint, message] : cases) {
+    const int before = LowestFree();
+    int reused = -1;
+    {
+      UdsClient client(endpoint);
+      EXPECT_EQ(Error([&] { client.Connect(); }), message);
+      EXPECT_FALSE(client.IsConnected()) << message;
+      EXPECT_EQ(LowestFree(), before) << message;
+      reused = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    }
+    EXPECT_NE(fcntl(reused, F_GETFD), -1) << message;
+    close(reused);
+    EXPECT_EQ(LowestFree(), before) << message;
+  }
 }
 
 }  // namespace

@@ -25,10 +25,6 @@ using KorvoSetvault::SetvaultTransaction;
 
 constexpr int kBaseMtu = 1280;
 
-SetvaultObjectId Vswitch(const std::string& name) {
-  return SetvaultObjectId("vswitch", "net", "korvo", name);
-}
-
 std::shared_ptr<SetvaultObject> VswitchObject(const std::string& name, int mtu,
                                               const std::string& uplink = "vmnic0") {
   return Object(Vswitch(name), "{\"name\":\"" + name + "\",\"mtu\":" + std::to_string(mtu) +
@@ -66,22 +62,18 @@ int Writer(int writer, int transactions) {
   const std::string own = "w" + std::to_string(writer);
   int failed_begins = 0, failures = 0;
   for (int i = 0; i < transactions; ++i) {
-    std::unique_ptr<SetvaultTransaction> transaction;
+    bool begun = false;
     try {
-      transaction = std::make_unique<SetvaultTransaction>(store);
-    } catch (const SetvaultException&) {
-      ++failed_begins;
-      continue;
-    }
-    try {
+      SetvaultTransaction transaction(store);
+      begun = true;
       store->Set(VswitchObject("shared", Mtu("shared") + 1), kExternal);
       store->Update(VswitchObject(own, Mtu(own) + 1), kExternal);
       store->SetInstances({VswitchObject("pool" + std::to_string(i % 3), kBaseMtu, own),
                            VswitchObject("pool" + std::to_string((i + 1) % 3), kBaseMtu, own)},
                           kExternal);
-      transaction->Commit();
+      transaction.Commit();
     } catch (const SetvaultException&) {
-      ++failures;
+      ++(begun ? failures : failed_begins);
     }
   }
   return std::min(failed_begins, 15) << 4 | std::min(failures, 15);
@@ -93,9 +85,8 @@ int Reader(int reads) {
   int failures = 0;
   for (int i = 0; i < reads; ++i) {
     try {
-      if (Mtu("shared") < kBaseMtu || Setvault::GetStore("")->GetInstances(filter).size() < 4) {
-        ++failures;
-      }
+      failures +=
+          Mtu("shared") < kBaseMtu || Setvault::GetStore("")->GetInstances(filter).size() < 4;
     } catch (const SetvaultException&) {
       ++failures;
     }

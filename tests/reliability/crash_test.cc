@@ -18,11 +18,6 @@
 namespace setvault_test {
 namespace {
 
-SetvaultObjectId Datastore(const char* label) {
-  return SetvaultObjectId("datastore", "storage", "korvo", label);
-}
-const char* const kLabels[] = {"d1", "d2", "d3"};
-
 // The writer: transaction `n` of round `round` stamps "<round>-<n>" on the host and on three
 // datastore instances, then acknowledges n on `ack` once CommitTransaction has returned. Every
 // tenth transaction is a definition load instead.
@@ -36,12 +31,10 @@ int Writer(int round, int ack) {
     const std::string stamp = std::to_string(round) + "-" + std::to_string(n);
     store->BeginTransaction();
     store->Set(Object(kHost, "{\"hostname\":\"" + stamp + "\"}"), kExternal);
-    std::vector<std::shared_ptr<SetvaultObject>> instances;
-    for (const char* label : kLabels) {
-      instances.push_back(Object(Datastore(label), std::string("{\"label\":\"") + label +
-                                                       "\",\"device\":\"" + stamp + "\"}"));
-    }
-    store->SetInstances(instances, kExternal);
+    const auto datastore = [&](const std::string& label) {
+      return Object(Datastore(label), "{\"label\":\"" + label + "\",\"device\":\"" + stamp + "\"}");
+    };
+    store->SetInstances({datastore("d1"), datastore("d2"), datastore("d3")}, kExternal);
     store->CommitTransaction();
     if (write(ack, &n, sizeof n) != sizeof n) return 3;
   }
@@ -51,10 +44,9 @@ int Writer(int round, int ack) {
 std::vector<std::string> Stamps() {
   const std::regex stamp("\"(?:hostname|device)\":\"([0-9]+-[0-9]+)\"");
   auto store = Setvault::GetStore("");
-  std::vector<std::shared_ptr<SetvaultObject>> objects = {store->Get(kHost)};
-  for (const char* label : kLabels) objects.push_back(store->Get(Datastore(label)));
   std::vector<std::string> stamps;
-  for (const auto& object : objects) {
+  for (const SetvaultObjectId& id : {kHost, Datastore("d1"), Datastore("d2"), Datastore("d3")}) {
+    auto object = store->Get(id);
     std::smatch match;
     const std::string data = object ? object->GetData() : "";
     stamps.push_back(std::regex_search(data, match, stamp) ? match[1].str() : "none");

@@ -18,11 +18,6 @@
 namespace setvault_test {
 namespace {
 
-std::string ReadHost() {
-  auto object = Setvault::GetStore("")->Get(kHost);
-  return object ? object->GetData() : "null";
-}
-
 std::string WriteHost(const std::string& name = "written") {
   Setvault::GetStore("")->Set(Object(kHost, "{\"hostname\":\"" + name + "\"}"), kExternal);
   return name;
@@ -78,7 +73,7 @@ TEST(StoreOpenTest, ProcessesOpeningTogetherWhileAnotherWritesAllOpen) {
   });
   stop.Close(0);
   for (int round = 0; round < 20; ++round) {
-    AllTogether([] { return ReadHost().find("hostname") != std::string::npos ? 0 : 1; }, round);
+    AllTogether([] { return Setvault::GetStore("")->Get(kHost) ? 0 : 1; }, round);
   }
   stop.Close(1);
   EXPECT_EQ(Wait(writer), 0);
@@ -107,10 +102,10 @@ void MakeStore(const std::string& dir, const std::string& path, mode_t file = 06
 struct UntrustedCase {
   const char* name;
   std::function<void(const std::string& dir, const std::string& path)> prepare;
-  std::function<void(const std::string& path)> while_open;  // after a first read, if any
-  bool unprivileged;  // run as "nobody", for whom the file is read-only
   std::string read_cause;
-  std::string write_cause;
+  std::string write_cause = "";
+  std::function<void(const std::string& path)> while_open = nullptr;  // after a first read
+  bool unprivileged = false;  // run as "nobody", for whom the file is read-only
 };
 
 // `sql` run on a new or existing database file apart from the library.
@@ -143,23 +138,21 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
   const std::string gone = "was removed or replaced while in use";
   const std::string read_only = "is read-only for this process";
   const std::vector<UntrustedCase> cases = {
-      {"empty file", [](auto&, auto& path) { std::ofstream{path}; }, nullptr, false,
-       "is empty (0 bytes)", ""},
+      {"empty file", [](auto&, auto& path) { std::ofstream{path}; }, "is empty (0 bytes)"},
       {"foreign database",
-       WithSql("CREATE TABLE Config (Name TEXT); INSERT INTO Config VALUES (1)"), nullptr, false,
-       "is a SQLite database but not a setvault", ""},
+       WithSql("CREATE TABLE Config (Name TEXT); INSERT INTO Config VALUES (1)"),
+       "is a SQLite database but not a setvault"},
       {"not a database", [](auto&, auto& path) { std::ofstream{path} << std::string(4096, 'g'); },
-       nullptr, false, "cannot be set up: file is not a database", ""},
-      {"newer store schema version", WithSql("PRAGMA user_version = 99", true), nullptr, false,
-       "has store schema version 99", ""},
-      {"writable by every user", WithModes(0666, 0755), nullptr, false, "is writable by every user",
-       ""},
-      {"directory every user can write", WithModes(0600, 0777), nullptr, false, "lies in ", ""},
-      {"unlinked while open", made, [](auto& path) { unlink(path.c_str()); }, false, gone, gone},
-      {"replaced while open", made, replace, false, gone, gone},
-      {"missing: a read creates nothing", nullptr, nullptr, false, "does not exist", ""},
-      {"read-only file", WithModes(0644, 01777), nullptr, true, "", read_only},
-      {"read-only directory", WithModes(0644, 0555), nullptr, true, "", read_only},
+       "cannot be set up: file is not a database"},
+      {"newer store schema version", WithSql("PRAGMA user_version = 99", true),
+       "has store schema version 99"},
+      {"writable by every user", WithModes(0666, 0755), "is writable by every user"},
+      {"directory every user can write", WithModes(0600, 0777), "lies in "},
+      {"unlinked while open", made, gone, gone, [](auto& path) { unlink(path.c_str()); }},
+      {"replaced while open", made, gone, gone, replace},
+      {"missing: a read creates nothing", nullptr, "does not exist"},
+      {"read-only file", WithModes(0644, 01777), "", read_only, nullptr, true},
+      {"read-only directory", WithModes(0644, 0555), "", read_only, nullptr, true},
   };
   int index = 0;
   for (const UntrustedCase& c : cases) {

@@ -1,5 +1,5 @@
 // Processes on one store (support/reliability_processes.h): a store file read apart from the
-// library; the objects and errors tests compare.
+// library; the objects (switches and datastores) and errors tests compare.
 #ifndef SETVAULT_TESTS_RELIABILITY_STORE_PROCESSES_H_
 #define SETVAULT_TESTS_RELIABILITY_STORE_PROCESSES_H_
 
@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "dbstore/db_store_fixture.h"
 #include "setvault/exceptions.h"
 #include "setvault/host_setup.h"
 #include "setvault/setvault_object.h"
@@ -24,6 +25,13 @@ using KorvoSetvault::SetvaultObjectId;
 inline const SetvaultObjectId kHost("host", "system", "korvo");
 inline const KorvoSetvault::USERDATA_CONTEXT kExternal{KorvoSetvault::kExternalContext};
 
+inline SetvaultObjectId Vswitch(const std::string& name) {
+  return SetvaultObjectId("vswitch", "net", "korvo", name);
+}
+inline SetvaultObjectId Datastore(const std::string& label) {
+  return SetvaultObjectId("datastore", "storage", "korvo", label);
+}
+
 inline std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const std::string& json) {
   auto object = std::make_shared<SetvaultObject>(id);
   object->SetData(json.c_str());
@@ -31,19 +39,11 @@ inline std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const 
 }
 
 // The first text `sql` gives on the database at `path`, opened apart from the library (as the next
-// process would: a hot journal left by a crash is rolled back), or the error.
+// process would: a hot journal left by a crash is rolled back), as QueryText gives it.
 inline std::string QueryFile(const std::string& path, const char* sql) {
   sqlite3* db = nullptr;
-  sqlite3_stmt* stmt = nullptr;
-  std::string result;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK &&
-      sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr) == SQLITE_OK &&
-      sqlite3_step(stmt) == SQLITE_ROW) {
-    result = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0));
-  } else {
-    result = std::string("error: ") + sqlite3_errmsg(db);
-  }
-  sqlite3_finalize(stmt);
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+  const std::string result = QueryText(db, sql);
   sqlite3_close(db);
   return result;
 }

@@ -23,14 +23,19 @@ inline std::string Minimal(const std::string& key, const std::string& version = 
          R"(","schema":{"type":"object"}})";
 }
 
-// Runs `sql` on the database at `path` through a connection of its own.
-inline void Execute(const std::string& path, const std::string& sql) {
+// Runs `sql` on the database at `path` through a connection of its own and
+// returns the first column of every row, each followed by a blank.
+inline std::string Sql(const std::string& path, const std::string& sql) {
   sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  char* error = nullptr;
-  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error), SQLITE_OK) << error;
-  sqlite3_free(error);
+  sqlite3_open(path.c_str(), &db);
+  std::string rows;
+  auto add = [](void* out, int, char** values, char**) {
+    *static_cast<std::string*>(out) += std::string(values[0] ? values[0] : "") + " ";
+    return 0;
+  };
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), add, &rows, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
   sqlite3_close(db);
+  return rows;
 }
 
 // The schema store's current answer for korvo/test/`key` (or another type).

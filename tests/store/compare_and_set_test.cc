@@ -1,6 +1,5 @@
 // Conditional writes: a write carrying the revision its caller read lands only while that
 // revision is still stored; otherwise it is refused with both revisions and writes nothing.
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,11 +7,14 @@
 #include <tuple>
 
 #include "store/store_fixture.h"
+#include "support/reliability_processes.h"
 
 namespace setvault_test {
 namespace {
 
 using KorvoSetvault::RevisionConflictException;
+
+using CompareAndSetTest = WriteStoreTest;
 
 std::shared_ptr<SetvaultObject> Host(const std::string& name) {
   auto object = std::make_shared<SetvaultObject>(kHost);
@@ -20,18 +22,12 @@ std::shared_ptr<SetvaultObject> Host(const std::string& name) {
   return object;
 }
 
-class CompareAndSetTest : public WriteStoreTest {};
-
 TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
   const int read = 1;  // what every case read: host, vs0 and vs1 at revision 1
-  // The host's name and the MTU of vs1 ("-": not stored).
-  const auto snapshot = [&] {
-    std::string name = "-";
-    int mtu = 0;
-    if (auto host = store_->Get(kHost)) host->GetValue("hostname", &name);
-    auto vs1 = store_->Get(Vswitch("vs1"));
-    return name + " " + (vs1 && vs1->GetValue("mtu", &mtu) != 0 ? std::to_string(mtu) : "-");
-  };
+  // The stored name of the host and MTU of vs1.
+  const std::string snapshot =
+      "SELECT (SELECT UserValue ->> 'hostname' FROM Config WHERE Name = 'host') || ' ' || "
+      "(SELECT UserValue ->> 'mtu' FROM Config WHERE Identifier = 'vs1')";
   const auto set = [&](int revision) { store_->SetIfRevision(Host("new"), revision, kExternal); };
   const auto update = [&](int revision) {
     store_->UpdateIfRevision(Host("new"), revision, kExternal);
@@ -40,31 +36,28 @@ TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
     store_->SetInstancesIfRevisions({Switch("vs0", 9000), Switch("vs1", 9000)},
                                     {{instance, revision}}, kExternal);
   };
-  // What other writers do between the read and the conditional write.
-  const auto none = [] {};
-  const auto set_b = [&] { store_->Set(Host("b"), kExternal); };
-  const auto update_b = [&] { store_->UpdateIfRevision(Host("b"), read, kExternal); };
-  const auto remove = [&] { store_->Delete(kHost); };
-  const auto set_vs1 = [&] { store_->Set(Switch("vs1", 2000), kExternal); };
-  const auto add_vs2 = [&] { store_->Set(Switch("vs2", 2000), kExternal); };
   struct Case {
     const char* name;
-    std::function<void()> meanwhile, write;
+    std::function<void()> meanwhile;  // what another writer does between read and write
+    std::function<void()> write;
     int expected, stored;  // the conflict's revisions (expected 0: none)
-    std::string after;     // snapshot() afterwards
+    std::string after;     // snapshot afterwards
   };
   const std::vector<Case> cases = {
-      {"set after a set", set_b, [&] { set(read); }, 1, 2, "b 1500"},
-      {"create", remove, [&] { set(-1); }, 0, 0, "new 1500"},
-      {"update after an update", update_b, [&] { update(read); }, 1, 2, "b 1500"},
-      {"instances as read", none, [&] { instances("vs1", read); }, 0, 0, "start 9000"},
-      {"instances, one set", set_vs1, [&] { instances("vs1", read); }, 1, 2, "start 2000"},
-      {"instances, one added", add_vs2, [&] { instances("vs2", -1); }, -1, 1, "start 1500"},
+      {"set after a set", [&] { store_->Set(Host("b"), kExternal); }, [&] { set(read); }, 1, 2,
+       "b 1500"},
+      {"create", [&] { store_->Delete(kHost); }, [&] { set(-1); }, 0, 0, "new 1500"},
+      {"update after an update", [&] { store_->UpdateIfRevision(Host("b"), read, kExternal); },
+       [&] { update(read); }, 1, 2, "b 1500"},
+      {"instances as read", [] {}, [&] { instances("vs1", read); }, 0, 0, "start 9000"},
+      {"instances, one set", [&] { store_->Set(Switch("vs1", 2000), kExternal); },
+       [&] { instances("vs1", read); }, 1, 2, "start 2000"},
+      {"instances, one added", [&] { store_->Set(Switch("vs2", 2000), kExternal); },
+       [&] { instances("vs2", -1); }, -1, 1, "start 1500"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    store_->DeleteInstances(std::make_shared<KorvoSetvault::FilterSpecObject>(Vswitch("")));
-    store_->Delete(kHost);
+    RunSql(Db(), "DELETE FROM Config");
     store_->Set(Host("start"), kExternal);
     store_->SetInstances({Switch("vs0", 1500), Switch("vs1", 1500)}, kExternal);
     c.meanwhile();
@@ -78,7 +71,7 @@ TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
                                            ", stored revision " + std::to_string(c.stored)),
                 std::string::npos);
     }
-    EXPECT_EQ(snapshot(), c.after);
+    EXPECT_EQ(QueryText(Db(), snapshot), c.after);
   }
 }
 
@@ -112,25 +105,16 @@ TEST_F(CompareAndSetTest, TwoProcessesIncrementingLoseNoIncrement) {
   KorvoSetvault::SetStorePath(memory.File("race.db"));
   store_ = KorvoSetvault::Setvault::GetStore("");
   store_->Set(Host("0"), kExternal);
+  // The exit status tells the conflicts met (at most 98); 99 and above, a failure.
   std::vector<pid_t> children;
   for (int worker = 1; worker <= 2; ++worker) {
-    children.push_back(fork());
-    ASSERT_GE(children.back(), 0);
-    // The exit status tells the conflicts met (at most 254), 255 any other failure.
-    if (children.back() == 0) {
-      try {
-        _exit(std::min(Increment(worker, kRounds), 254));
-      } catch (...) {
-        _exit(255);  // never back into the test runner
-      }
-    }
+    children.push_back(Spawn([&] { return std::min(Increment(worker, kRounds), 98); }));
   }
   int conflicts = 0;
   for (pid_t child : children) {
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) != 255) << "a worker failed";
-    conflicts += WEXITSTATUS(status);
+    const int status = Wait(child);
+    ASSERT_TRUE(status >= 0 && status < 99) << "a worker failed: " << status;
+    conflicts += status;
   }
   std::string name;
   store_->Get(kHost)->GetValue("hostname", &name);

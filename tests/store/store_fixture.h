@@ -7,12 +7,14 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "dbstore/db_store.h"
 #include "dbstore/db_store_fixture.h"
+#include "setvault/exceptions.h"
 #include "setvault/host_setup.h"
 #include "setvault/setvault_object.h"
 #include "setvault/setvault_store.h"
@@ -24,6 +26,8 @@ namespace setvault_test {
 using KorvoSetvault::SetvaultObject;
 using KorvoSetvault::SetvaultObjectId;
 using KorvoSetvault::USERDATA_CONTEXT;
+
+using Objects = std::vector<std::shared_ptr<SetvaultObject>>;
 
 inline const USERDATA_CONTEXT kExternal{KorvoSetvault::kExternalContext};
 inline const USERDATA_CONTEXT kAutoConfig{KorvoSetvault::kAutoConfigContext};
@@ -95,11 +99,31 @@ class WriteStoreTest : public ::testing::Test {
            " AND Component = " + Literal(id.component);
   }
 
+  // Every column of every row `sql` yields, "a|b|" a row; "<error: ...>" when it fails.
+  std::string Rows(const std::string& sql) {
+    std::string rows;
+    const auto add = [](void* out, int columns, char** values, char**) {
+      auto& text = *static_cast<std::string*>(out);
+      for (int i = 0; i < columns; ++i) text += std::string(values[i] ? values[i] : "-") + "|";
+      text += "\n";
+      return 0;
+    };
+    if (sqlite3_exec(Db(), sql.c_str(), add, &rows, nullptr) == SQLITE_OK) return rows;
+    return "<error: " + std::string(sqlite3_errmsg(Db())) + ">";
+  }
+  // Every row of every table the library writes, for before/after comparison.
+  std::string Snapshot() {
+    return Rows("SELECT * FROM Config; SELECT * FROM DesiredUserConfig; SELECT * FROM KeyValue");
+  }
+  // The data of `object`; "<none>" for an empty pointer.
+  static std::string Data(const std::shared_ptr<SetvaultObject>& object) {
+    return object ? object->GetData() : "<none>";
+  }
+
   // Makes the database refuse `event` ("INSERT ON Config WHEN ...") until DropFault().
   void Fault(const std::string& event) {
-    ASSERT_EQ(RunSql(Db(), "CREATE TRIGGER Fault BEFORE " + event +
-                               " BEGIN SELECT RAISE(ABORT, 'injected'); END"),
-              SQLITE_OK);
+    RunSql(Db(),
+           "CREATE TRIGGER Fault BEFORE " + event + " BEGIN SELECT RAISE(ABORT, 'injected'); END");
   }
   void DropFault() { ASSERT_EQ(RunSql(Db(), "DROP TRIGGER Fault"), SQLITE_OK); }
 
@@ -131,6 +155,28 @@ std::string ExpectThrow(Call call, int code) {
   }
   ADD_FAILURE() << "no exception, expected code " << code;
   return "";
+}
+
+// A call the library must refuse with `code` and, unless `message` is empty, that message.
+struct Refusal {
+  std::function<void()> call;
+  int code;
+  std::string message;
+};
+inline void ExpectRefusals(const std::vector<Refusal>& refusals) {
+  for (size_t i = 0; i < refusals.size(); ++i) {
+    SCOPED_TRACE("refusal " + std::to_string(i));
+    const auto& [call, code, message] = refusals[i];
+    const std::string what = ExpectThrow<KorvoSetvault::SetvaultException>(call, code);
+    EXPECT_TRUE(message.empty() || what == message) << what;
+  }
+}
+
+// The instance ids of `objects`, in order.
+inline std::vector<std::string> Ids(const Objects& objects) {
+  std::vector<std::string> ids;
+  for (const auto& object : objects) ids.push_back(object->GetSetvaultObjectId().instanceId);
+  return ids;
 }
 
 }  // namespace setvault_test

@@ -9,9 +9,7 @@
 #include <functional>
 
 #include "model/setvault_object_impl.h"
-#include "setvault/exceptions.h"
 #include "setvault/host_functions.h"
-#include "setvault/setvault_store.h"
 #include "store/setvault_impl.h"
 #include "store/store_fixture.h"
 #include "support/expect_error.h"
@@ -21,32 +19,26 @@ namespace KorvoSetvault {
 namespace {
 
 using setvault_test::ExpectError;
+using setvault_test::Ids;
+using setvault_test::kHost;
 using setvault_test::LogCapture;
 using setvault_test::RunSql;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 
-const SetvaultObjectId kHost("host", "system", "korvo");
-const SetvaultObjectId kVswitchType("vswitch", "net", "korvo");
-const SetvaultObjectId kVs0("vswitch", "net", "korvo", "vs0");
-
-std::vector<std::string> Names(const std::vector<std::shared_ptr<SetvaultObject>>& objects) {
-  std::vector<std::string> names;
-  for (const auto& object : objects) names.push_back(object->GetSetvaultObjectId().instanceId);
-  return names;
-}
+const SetvaultObjectId kVswitchType = setvault_test::Vswitch("");
+const SetvaultObjectId kVs0 = setvault_test::Vswitch("vs0");
 
 class StoreReadsTest : public setvault_test::WriteStoreTest {
  protected:
   // Writes a Config row of vswitch `name` by hand; `success` 0 leaves its user value unconfirmed.
   void InsertVswitch(const std::string& name, int mtu, int revision, int success = 1) {
-    ASSERT_EQ(RunSql(Db(),
-                     "INSERT INTO Config (Component, ConfigGroup, Name, Identifier, "
-                     "UserValue, Revision, Success) VALUES ('korvo', 'net', 'vswitch', '" +
-                         name + "', '{\"name\":\"" + name + "\",\"mtu\":" + std::to_string(mtu) +
-                         "}', " + std::to_string(revision) + ", " + std::to_string(success) + ")"),
-              SQLITE_OK);
+    RunSql(Db(),
+           "INSERT INTO Config (Component, ConfigGroup, Name, Identifier, UserValue, Revision, "
+           "Success) VALUES ('korvo', 'net', 'vswitch', '" +
+               name + "', '" + Switch(name, mtu)->GetData() + "', " + std::to_string(revision) +
+               ", " + std::to_string(success) + ")");
   }
 };
 
@@ -56,22 +48,20 @@ TEST_F(StoreReadsTest, InstancesAndRevisionsInRowOrderNarrowedByTheFilter) {
   InsertVswitch("vs2", 9000, 2);
   auto filter = std::make_shared<FilterSpecObject>(kVswitchType);
   auto all = store_->GetInstances(filter);
-  EXPECT_THAT(Names(all), ElementsAre("vs0", "vs1", "vs2"));
+  EXPECT_THAT(Ids(all), ElementsAre("vs0", "vs1", "vs2"));
   EXPECT_EQ(all[1]->GetData(), R"({"name":"vs1","mtu":1500})");
   EXPECT_EQ(all[1]->GetRevision(), 8);
   filter->SetValue("mtu", 9000);
-  EXPECT_THAT(Names(store_->GetInstances(filter)), ElementsAre("vs0", "vs2"));
+  EXPECT_THAT(Ids(store_->GetInstances(filter)), ElementsAre("vs0", "vs2"));
   filter->SetValue("mtu", 1);
   EXPECT_THAT(store_->GetInstances(filter), IsEmpty());
-  EXPECT_EQ(store_->GetRevision(SetvaultObjectId("vswitch", "net", "korvo", "vs1")), 8);
-  EXPECT_EQ(store_->GetRevision(SetvaultObjectId("vswitch", "net", "korvo", "vs9")), -1);
+  EXPECT_EQ(store_->GetRevision(setvault_test::Vswitch("vs1")), 8);
+  EXPECT_EQ(store_->GetRevision(setvault_test::Vswitch("vs9")), -1);
   EXPECT_THAT(store_->GetInstancesRevision(kVswitchType),
               ElementsAre(Pair("vs0", 3), Pair("vs1", 8), Pair("vs2", 2)));
   EXPECT_THAT(store_->GetInstancesRevision(kVs0), ElementsAre(Pair("vs0", 3)));
-  ASSERT_EQ(RunSql(Db(),
-                   "INSERT INTO Config (Component, ConfigGroup, Name) "
-                   "VALUES ('korvo', 'system', 'host')"),
-            SQLITE_OK);
+  RunSql(Db(),
+         "INSERT INTO Config (Component, ConfigGroup, Name) VALUES ('korvo', 'system', 'host')");
   EXPECT_EQ(store_->GetRevision(kHost), 1);  // the column default of a first insert
 
   // A row that shows no value (only an unconfirmed user value) is still an
@@ -79,7 +69,7 @@ TEST_F(StoreReadsTest, InstancesAndRevisionsInRowOrderNarrowedByTheFilter) {
   InsertVswitch("vs3", 1600, 7, 0);
   EXPECT_THAT(store_->GetInstanceIds(kVswitchType), ElementsAre("vs0", "vs1", "vs2", "vs3"));
   auto listed = store_->GetInstances(std::make_shared<FilterSpecObject>(kVswitchType));
-  ASSERT_THAT(Names(listed), ElementsAre("vs0", "vs1", "vs2", "vs3"));
+  ASSERT_THAT(Ids(listed), ElementsAre("vs0", "vs1", "vs2", "vs3"));
   EXPECT_EQ(listed[3]->GetData(), R"({"name":"vs3"})");
   EXPECT_EQ(listed[3]->GetRevision(), 7);
 }
@@ -93,11 +83,9 @@ TEST_F(StoreReadsTest, RefusedReadsRunNoStatement) {
   const std::string no_schema = "Schema not found for comp korvo grp here key nothing";
   auto host_filter = std::make_shared<FilterSpecObject>(kHost);
   auto unknown_filter = std::make_shared<FilterSpecObject>(unknown);
-  const struct {
-    std::function<void()> call;
-    int code;
-    std::string message;
-  } refusals[] = {
+  LogCapture log;
+  setvault_test::StatementTrace trace(Db());
+  setvault_test::ExpectRefusals({
       {[&] { store_->Get(unknown); }, 1037, no_schema},
       {[&] { store_->Get(host_with_id); }, 2000, singleton},
       {[&] { store_->Get(kVswitchType); }, 2000, needs_id},
@@ -116,10 +104,7 @@ TEST_F(StoreReadsTest, RefusedReadsRunNoStatement) {
       // The missing schema wins over the instance-id rule.
       {[&] { store_->Get(SetvaultObjectId("nothing", "here", "korvo", "x")); }, 1037,
        no_schema + " id x"},
-  };
-  LogCapture log;
-  setvault_test::StatementTrace trace(Db());
-  for (const auto& refusal : refusals) ExpectError(refusal.call, refusal.code, refusal.message);
+  });
   // Empty pointers give empty results and a warning.
   EXPECT_THAT(store_->GetInstances(nullptr), IsEmpty());
   EXPECT_THAT(store_->GetDefaultConfigInstances(nullptr), IsEmpty());
@@ -188,10 +173,9 @@ TEST_F(StoreReadsTest, StoreHandles) {
     ExpectError<InvalidArgumentException>([&] { Setvault::GetStore(name); }, 2000,
                                           "Invalid value for namespace.");
   }
-  auto second = Setvault::GetStore(sGlobalNamespace);
-  ASSERT_NE(second, nullptr);
-  EXPECT_NE(second, store_);  // a new store each call
   InsertVswitch("vs0", 9000, 1);
+  auto second = Setvault::GetStore(sGlobalNamespace);
+  EXPECT_NE(second, store_);  // a new store each call
   EXPECT_THAT(second->GetInstanceIds(kVswitchType), ElementsAre("vs0"));
 
   // The next-boot store is refused during boot and upgrade.

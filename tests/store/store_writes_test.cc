@@ -16,13 +16,7 @@ namespace {
 
 using KorvoSetvault::FilterSpecObject;
 
-class StoreWritesTest : public WriteStoreTest {
- protected:
-  std::string StoredData(const SetvaultObjectId& id) {
-    auto stored = store_->Get(id);
-    return stored ? stored->GetData() : "<none>";
-  }
-};
+using StoreWritesTest = WriteStoreTest;
 
 TEST_F(StoreWritesTest, AnEmptyPartIsStoredAsNull) {
   const std::pair<const char*, std::function<void()>> writes[] = {
@@ -44,7 +38,6 @@ TEST_F(StoreWritesTest, AnEmptyPartIsStoredAsNull) {
 
 // Refused writes leave no row and no open transaction; empty pointers are ignored.
 TEST_F(StoreWritesTest, RefusedWritesWriteNothing) {
-  using Objects = std::vector<std::shared_ptr<SetvaultObject>>;
   const Objects mixed = {Switch("a", 1500), Object(Datastore("d1"), R"({"label":"d1"})")};
   const Objects nulls = {nullptr, nullptr};
   const Objects one_invalid = {Switch("a", 1500), Switch("b", 5)};
@@ -64,18 +57,15 @@ TEST_F(StoreWritesTest, RefusedWritesWriteNothing) {
       {1061, [&] { store_->SetVitalDataInstances(nulls); }},
       {1061, [&] { store_->SetCachedDataInstances({}); }},
   };
-  for (const auto& [code, call] : refusals) {
+  for (const auto& [code, call] : refusals)
     ExpectThrow<KorvoSetvault::SetvaultException>(call, code);
-  }
   store_->Set(nullptr, kExternal);
   store_->SetUserData(nullptr, kExternal);
   store_->SetVitalData(nullptr);
   store_->SetCachedData(nullptr);
   store_->Update(nullptr, kExternal);
   EXPECT_EQ(QueryText(Db(), "SELECT COUNT(*) FROM Config"), "0");
-  // No transaction was left open: a failing nested cancel would end the process.
-  EXPECT_EQ(store_->BeginTransaction(), 0);
-  EXPECT_EQ(store_->CancelTransaction(), 0);
+  EXPECT_NE(sqlite3_get_autocommit(Db()), 0);  // no transaction left open
   // Empty pointers among real objects are skipped.
   store_->SetInstances({nullptr, Switch("a", 1500), nullptr}, kExternal);
   EXPECT_EQ(RowCount(Vswitch("")), 1);
@@ -83,8 +73,7 @@ TEST_F(StoreWritesTest, RefusedWritesWriteNothing) {
 
 TEST_F(StoreWritesTest, UpdateInsertsAMissingObjectAndRefusesNoDataOrAnInvalidResult) {
   store_->Update(Switch("fresh", 2000), kExternal);
-  EXPECT_EQ(StoredData(Vswitch("fresh")), R"({"name":"fresh","mtu":2000})");
-  EXPECT_EQ(store_->GetRevision(Vswitch("fresh")), 1);
+  EXPECT_EQ(Data(store_->Get(Vswitch("fresh"))), R"({"name":"fresh","mtu":2000})");
   EXPECT_EQ(Column(Vswitch("fresh"), "AutoConfValue"), "<null>");
 
   LogCapture log(1);
@@ -104,7 +93,6 @@ TEST_F(StoreWritesTest, DeletesRemoveExactlyTheNamedOrMatchingInstances) {
   }
   store_->Delete(Vswitch("vs4"));
   store_->Delete(Vswitch("never"));  // not an error
-  EXPECT_EQ(store_->GetRevision(Vswitch("vs4")), -1);
   auto filter = std::make_shared<FilterSpecObject>(Vswitch(""));
   filter->SetValue("mtu", 9000);
   store_->DeleteInstances(filter);
@@ -133,29 +121,25 @@ TEST_F(StoreWritesTest, InstanceWritersKeepRevisionsAndTheColumnsOfOtherOrigins)
   EXPECT_EQ(store_->GetInstancesRevision(Vswitch("")),
             (std::vector<std::pair<std::string, int>>{{"a", 2}, {"b", 1}, {"c", 1}}));
   EXPECT_EQ(Column(Vswitch("a"), "CreationTime"), old_time);
-  EXPECT_EQ(StoredData(Vswitch("a")), R"({"name":"a","mtu":1700})");
+  EXPECT_EQ(Data(store_->Get(Vswitch("a"))), R"({"name":"a","mtu":1700})");
 
-  // Datastores d1 and d2 whose `member` is `prefix` followed by the datastore's number.
-  auto datastores = [&](const std::string& member, const std::string& prefix) {
-    std::vector<std::shared_ptr<SetvaultObject>> objects;
+  // Datastores d1 and d2 whose last member is `member` followed by the datastore's number.
+  auto datastores = [&](const std::string& member, const std::string& end = "\"") {
+    Objects objects;
     for (const std::string n : {"1", "2"}) {
-      const std::string end = prefix[0] == '"' ? "\"}" : "}";
-      objects.push_back(Object(Datastore("d" + n), R"({"label":"d)" + n + R"(",")" + member +
-                                                       R"(":)" + prefix + n + end));
+      objects.push_back(
+          Object(Datastore("d" + n), R"({"label":"d)" + n + "\"," + member + n + end + "}"));
     }
     return objects;
   };
-  store_->SetInstances(datastores("device", "\"sd"), kExternal);
-  store_->SetInstances(datastores("device", "\"auto"), kAutoConfig);
-  store_->SetCachedDataInstances(datastores("capacityBytes", "10"));
-  store_->SetUserDataInstances(datastores("device", "\"set"), kAutoConfig);
+  store_->SetInstances(datastores(R"("device":"sd)"), kExternal);
+  store_->SetInstances(datastores(R"("device":"auto)"), kAutoConfig);
+  store_->SetCachedDataInstances(datastores(R"("capacityBytes":10)", ""));
+  store_->SetUserDataInstances(datastores(R"("device":"set)"), kAutoConfig);
   EXPECT_EQ(Column(Datastore("d2"), "UserValue"), R"({"label":"d2","device":"sd2"})");
   EXPECT_EQ(Column(Datastore("d2"), "AutoConfValue"), R"({"label":"d2","device":"set2"})");
   EXPECT_EQ(Column(Datastore("d2"), "CachedValue"), R"({"label":"d2","capacityBytes":102})");
   EXPECT_EQ(store_->GetRevision(Datastore("d2")), 4);
-  long long capacity = 0;
-  EXPECT_EQ(store_->Get(Datastore("d1"))->GetValue("capacityBytes", &capacity), 1);
-  EXPECT_EQ(capacity, 101);
   // One instance through the single-object writer, built the usual way (the constructor
   // fills in the instance-id member).
   auto cached = std::make_shared<SetvaultObject>(Datastore("d2"));
@@ -198,9 +182,6 @@ TEST_F(StoreWritesTest, GetMemberOriginsNamesTheOriginOfEachMember) {
     for (const auto& [member, origin] : steps[i].second) expected[member] = origin;
     EXPECT_EQ(KorvoSetvault::GetMemberOrigins(kHost), expected) << "step " << i;
   }
-  EXPECT_EQ(StoredData(kHost),
-            R"({"systemUuid":"u1","cpuModel":"c1","ntp":{"enabled":false},"hostname":"h1",)"
-            R"("timezone":"UTC"})");
 }
 
 }  // namespace

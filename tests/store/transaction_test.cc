@@ -43,30 +43,21 @@ class TransactionTest : public setvault_test::ConfigStoreTest {
  protected:
   void SetUp() override {
     ConfigStoreTest::SetUp();
-    scripted_ = std::make_shared<ScriptedStore>(conn_);
-    store_ = scripted_;
-    other_ = DBStore::OpenStoreConnection(store_path_, false);
-    ASSERT_NE(other_, nullptr);
-  }
-  void TearDown() override {
-    other_.reset();
-    store_.reset();
-    scripted_.reset();
-    ConfigStoreTest::TearDown();
+    store_ = scripted_ = std::make_shared<ScriptedStore>(conn_);
   }
 
   // Writes one row named `name` on the store's connection (inside whatever transaction is open).
   void WriteRow(const std::string& name) { InsertConfig({"korvo", "t", name}); }
   // Rows named `name` as seen by an independent connection.
   std::string SeenByOther(const std::string& name) {
-    return setvault_test::QueryText(DBStore::GetSqliteHandle(*other_),
+    auto other = DBStore::OpenStoreConnection(store_path_, false);
+    return setvault_test::QueryText(DBStore::GetSqliteHandle(*other),
                                     "SELECT COUNT(*) FROM Config WHERE Name = '" + name + "'");
   }
   bool InTransaction() { return sqlite3_get_autocommit(Db()) == 0; }
 
   std::shared_ptr<ScriptedStore> scripted_;
   std::shared_ptr<Setvault> store_;
-  std::shared_ptr<DBStore::StoreConnection> other_;
 };
 
 TEST_F(TransactionTest, GuardRollsBackUnlessCommitted) {
@@ -86,6 +77,17 @@ TEST_F(TransactionTest, GuardRollsBackUnlessCommitted) {
       {"commit fails",
        [&](SetvaultTransaction& t) {
          scripted_->commit_throws = true;
+         EXPECT_THROW(t.Commit(), SetvaultException);
+       },
+       1, "0"},
+      // An exception leaving a nested guard dooms the outer one (no fatal nested cancel).
+      {"nested guard unwound",
+       [&](SetvaultTransaction& t) {
+         try {
+           SetvaultTransaction inner(store_);
+           throw std::runtime_error("inner failed");
+         } catch (const std::runtime_error&) {
+         }
          EXPECT_THROW(t.Commit(), SetvaultException);
        },
        1, "0"},
@@ -117,55 +119,23 @@ TEST_F(TransactionTest, GuardThatCannotStartThrowsAndCancelsNothing) {
   EXPECT_EQ(scripted_->cancels, 0);
 }
 
-TEST_F(TransactionTest, ExceptionLeavingANestedGuardDoomsTheOuterOneAndReachesTheCaller) {
-  SetvaultTransaction outer(store_);
-  WriteRow("a");
-  auto invalid = std::make_shared<SetvaultObject>(SetvaultObjectId("vswitch", "net", "korvo", "v"));
-  invalid->SetData(R"({"name":"v","mtu":1})");
-  const auto nested = [&] {
-    SetvaultTransaction inner(store_);
-    store_->Set(invalid, USERDATA_CONTEXT{});
-  };
-  EXPECT_THROW(nested(), ValidationException);
-  EXPECT_EQ(scripted_->cancels, 0);  // not the fatal nested cancel
-  EXPECT_THROW(outer.Commit(), SetvaultException);
-  EXPECT_FALSE(InTransaction());
-  EXPECT_EQ(SeenByOther("a"), "0");
-}
-
 using TransactionDeathTest = TransactionTest;
 
 TEST_F(TransactionDeathTest, CancellingANestedLevelEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_DEATH(
       {
-        auto store = Setvault::GetStore("");
-        store->BeginTransaction();
-        store->BeginTransaction();
-        store->CancelTransaction();
+        store_->BeginTransaction();
+        store_->BeginTransaction();
+        store_->CancelTransaction();
       },
       "Failed to cancel nested transaction");
 }
 
-enum Act { kSucceed, kFail, kDoom };
-
-// Writes one row named "a" through `conn`, then acts as `act` says.
-void WriteAndAct(const std::string&, const int& act,
-                 const std::shared_ptr<DBStore::StoreConnection>& conn) {
-  ASSERT_EQ(setvault_test::RunSql(DBStore::GetSqliteHandle(*conn),
-                                  "INSERT INTO Config (Component, ConfigGroup, Name, Identifier) "
-                                  "VALUES ('korvo', 't', 'a', '')"),
-            SQLITE_OK);
-  if (act == kFail) throw std::runtime_error("disk on fire");
-  if (act == kDoom) {  // cancels a nested level, so that the enclosing commit must fail
-    ASSERT_EQ(DBStore::BeginTransaction(conn), 0);
-    ASSERT_EQ(DBStore::CancelTransaction(conn), 1);
-  }
-}
-
-// An operation that returns is committed; a standard exception and a refused commit are
-// reported and rolled back.
+// An operation that returns is committed; a standard exception and a refused commit (a nested
+// level cancelled inside it) are reported and rolled back.
 TEST_F(TransactionTest, OperationsUnderTheirOwnTransaction) {
+  enum Act { kSucceed, kFail, kDoom };
   const struct {
     Act act;
     const char* error;
@@ -179,7 +149,14 @@ TEST_F(TransactionTest, OperationsUnderTheirOwnTransaction) {
     SCOPED_TRACE(c.error);
     Sql("DELETE FROM Config");
     const auto run = [&] {
-      ExecuteUnderTransaction(conn_, std::string(), static_cast<int>(c.act), &WriteAndAct);
+      ExecuteUnderTransaction(conn_, c.act, 0, [&](Act act, int, const auto& conn) {
+        WriteRow("a");
+        if (act == kFail) throw std::runtime_error("disk on fire");
+        if (act == kDoom) {
+          ASSERT_EQ(DBStore::BeginTransaction(conn), 0);
+          ASSERT_EQ(DBStore::CancelTransaction(conn), 1);
+        }
+      });
     };
     if (*c.error == '\0') {
       run();

@@ -8,47 +8,29 @@
 #include <sys/stat.h>
 
 #include <functional>
+#include <string>
+#include <utility>
 
-#include "setvault/exceptions.h"
 #include "setvault/host_setup.h"
 #include "store/setvault_impl.h"
 #include "support/config_store.h"
 #include "support/example_schemas.h"
 #include "support/log_capture.h"
+#include "support/validation_thrown.h"
 
 namespace KorvoSetvault {
 namespace {
 
 using setvault_test::LogCapture;
+using setvault_test::Thrown;
 
 const SetvaultObjectId kHost("host", "system", "korvo");
 const SetvaultObjectId kVswitches("vswitch", "net", "korvo");
 
 const char kNeedsId[] = "2000 Non-Singleton object should contain instanceId";
-const char kNotInstances[] = "2000 API called for singleton object, non-singleton expected";
 const char kNotKernelOptions[] =
     "2000 API should only be invoked for Kernel options configuration.";
 const char kExternalDuringBoot[] = "2000 API cannot be invoked with EXTERNAL context during boot";
-
-// "" when `call` passes; "<code> <message>" of what it throws otherwise (a
-// ValidationException carries no findings here).
-std::string Outcome(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const ValidationException& e) {
-    EXPECT_TRUE(e.GetErrors().empty());
-    return std::to_string(e.GetErrorCode()) + " " + e.what();
-  } catch (const SetvaultException& e) {
-    return std::to_string(e.GetErrorCode()) + " " + e.what();
-  }
-  return "";
-}
-
-std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const char* data) {
-  auto object = std::make_shared<SetvaultObject>(id);
-  object->SetData(data);
-  return object;
-}
 
 // Example schemas, and a store path whose file does not exist: a guard that
 // reads the store would create it (or fail), so its absence afterwards shows
@@ -73,16 +55,15 @@ TEST_F(GuardsTest, CodesAndMessagesInTheOrderOfTheChecks) {
   auto vswitch = LookUpSchema(kVswitches);
   auto filter = [](const SetvaultObjectId& id) { return std::make_shared<FilterSpecObject>(id); };
   const SetvaultObjectId unknown_with_id("nothing", "here", "korvo", "x");
-  const struct {
-    std::function<void()> call;
-    std::string outcome;
-  } cases[] = {
-      {[&] { validateSingletonNonSingleton(Object(kVswitches, "{}"), vswitch); }, kNeedsId},
-      {[&] { ValidateSvoId(Object(kVswitches, "{}"), vswitch); }, kNeedsId},
+  const auto no_id = std::make_shared<SetvaultObject>(kVswitches);
+  const std::pair<std::function<void()>, std::string> cases[] = {
+      {[&] { validateSingletonNonSingleton(no_id, vswitch); }, kNeedsId},
+      {[&] { ValidateSvoId(no_id, vswitch); }, kNeedsId},
       // Both rules broken: the missing schema is reported.
       {[&] { ValidateSvoId(unknown_with_id, nullptr); },
        "1037 Schema not found for " + unknown_with_id.toString()},
-      {[&] { ValidateSvoIdInstances(filter(kHost), host); }, kNotInstances},
+      {[&] { ValidateSvoIdInstances(filter(kHost), host); },
+       "2000 API called for singleton object, non-singleton expected"},
       {[&] { ValidateSvoIdInstances(filter(kVswitches), vswitch); }, ""},
       {[&] { ValidateKernelOptionsSvoId(SetvaultObjectId("options", "hvcore", "korvo", "x")); },
        ""},
@@ -95,14 +76,13 @@ TEST_F(GuardsTest, CodesAndMessagesInTheOrderOfTheChecks) {
       {[&] { checkUserContext(false, USERDATA_CONTEXT{kExternalContext}); }, ""},
       {[&] { checkUserContext(true, USERDATA_CONTEXT{kAutoConfigContext}); }, ""},
   };
-  for (size_t i = 0; i < sizeof(cases) / sizeof(cases[0]); ++i) {
-    EXPECT_EQ(Outcome(cases[i].call), cases[i].outcome) << "case " << i;
-  }
+  for (const auto& [call, outcome] : cases) EXPECT_EQ(Thrown(call), outcome) << outcome;
 }
 
 TEST_F(GuardsTest, EmptyObjectsAreLogged) {
-  auto empty = Object(kHost, "{}");
-  auto full = Object(kHost, R"({"hostname":"h"})");
+  auto empty = std::make_shared<SetvaultObject>(kHost);
+  auto full = std::make_shared<SetvaultObject>(kHost);
+  full->SetData(R"({"hostname":"h"})");
   LogCapture log(2);
   EXPECT_FALSE(ObjIsEmpty(full, "Set"));
   EXPECT_TRUE(ObjIsEmpty(empty, "SetUserData"));
@@ -116,11 +96,11 @@ class UserContextTest : public setvault_test::ConfigStoreTest {};
 
 TEST_F(UserContextTest, ExternalCallerDuringBootOnlyInAnUpgrade) {
   auto external = [] { checkUserContext(true, USERDATA_CONTEXT{kExternalContext}); };
-  EXPECT_EQ(Outcome(external), kExternalDuringBoot);
+  EXPECT_EQ(Thrown(external), kExternalDuringBoot);
   SetFlag("UPGRADE_CTX", "2");
-  EXPECT_EQ(Outcome(external), "");
+  EXPECT_EQ(Thrown(external), "");
   SetFlag("UPGRADE_CTX", "0");
-  EXPECT_EQ(Outcome(external), kExternalDuringBoot);
+  EXPECT_EQ(Thrown(external), kExternalDuringBoot);
 }
 
 }  // namespace

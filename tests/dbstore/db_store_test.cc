@@ -1,0 +1,310 @@
+// The database layer. Connections: owner-only store files, the modified time of rows, stores
+// that cannot be opened, the key-value table with its per-connection cache, attaching the schema
+// database. Statements: preparing through the per-connection cache, binding with a running index,
+// executing (a callback that stops the statement, a refused commit). Transactions: nesting per
+// connection, cancelled inner levels, two writing processes.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "db/row_callbacks.h"
+#include "dbstore/db_store_connection.h"
+#include "dbstore/db_store_fixture.h"
+#include "support/log_capture.h"
+#include "support/reliability_processes.h"
+
+namespace setvault_test {
+namespace {
+
+using DBStore::BeginTransaction;
+using DBStore::CancelTransaction;
+using DBStore::CommitTransaction;
+using DBStore::internal::Bind;
+using KorvoSetvault::StoreRow;
+
+class StatementTest : public StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    other_ = OtherConn();
+  }
+  int Put(const std::string& key) { return DBStore::WriteKeyValue(key, "v", conn_); }
+  // What a second connection sees committed.
+  std::string Committed(const std::string& key) {
+    return QueryText(Db(other_), "SELECT Value FROM KeyValue WHERE Key = '" + key + "'");
+  }
+  DBStore::StmtPtr Prepare(const std::string& sql) {
+    return DBStore::internal::Prepare(conn_, sql, DBStore::kBusyTimeoutMs);
+  }
+  int Insert(const std::string& name) {
+    const std::string sql = "INSERT INTO Config (Name, ConfigGroup, Component) VALUES ('" + name;
+    return DBStore::ExecuteStmt(conn_, Prepare(sql + "', 'g', 'c')"), nullptr, nullptr, 3000);
+  }
+  // Runs `stmt` into one row map; fails the test when execution fails.
+  StoreRow Row(const DBStore::StmtPtr& stmt) {
+    StoreRow row;
+    EXPECT_EQ(DBStore::ExecuteStmt(conn_, stmt, KorvoSetvault::RowIntoMapCallback, &row, 3000), 0);
+    return row;
+  }
+  std::string Read(const std::string& key) {
+    std::string value = "<unset>";
+    EXPECT_EQ(DBStore::ReadKeyValue(key, &value, conn_), 0);
+    return value;
+  }
+  void Write(const std::shared_ptr<DBStore::StoreConnection>& conn, const std::string& value) {
+    ASSERT_EQ(DBStore::WriteKeyValue("flag", value, conn), 0);
+  }
+  std::string SchemaName() { return QueryText(Db(conn_), "SELECT Name FROM ss.SmartnicSchema"); }
+  std::shared_ptr<DBStore::StoreConnection> other_;  // a second connection to the store
+};
+
+using ConnectionTest = StatementTest;
+
+TEST_F(ConnectionTest, NewStoreIsOwnerOnlyWalFullSyncAndVersioned) {
+  ASSERT_EQ(DBStore::WriteKeyValue("k", "v", conn_), 0);  // makes the write-ahead log exist
+  // The files are the owner's only, and so is the directory made for them (the last path).
+  const std::string paths[] = {store_path_, store_path_ + "-wal", store_path_ + "-shm",
+                               dir_.File("store")};
+  for (const std::string& path : paths) {
+    struct stat info {};
+    ASSERT_EQ(stat(path.c_str(), &info), 0) << path;
+    EXPECT_EQ(info.st_mode & 07777, path == paths[3] ? 0700u : 0600u) << path;
+  }
+  EXPECT_EQ(QueryText(Db(conn_),
+                      "SELECT journal_mode || synchronous || user_version FROM "
+                      "pragma_journal_mode, pragma_synchronous, pragma_user_version"),
+            "wal2" + std::to_string(DBStore::kStoreSchemaVersion));  // 2: FULL
+}
+
+TEST_F(ConnectionTest, AnUpdateThatDoesNotSetTheModifiedTimeRefreshesIt) {
+  sqlite3* db = Db(conn_);
+  ASSERT_EQ(RunSql(db,
+                   "INSERT INTO Config (Name, ConfigGroup, Component, CreationTime, "
+                   "ModifiedTime) VALUES ('k', 'g', 'c', '2001', '2001')"),
+            SQLITE_OK);
+  ASSERT_EQ(RunSql(db, "UPDATE Config SET UserValue = '{}'"), SQLITE_OK);
+  EXPECT_EQ(QueryText(db,
+                      "SELECT CreationTime || (ABS(STRFTIME('%s', ModifiedTime) - "
+                      "STRFTIME('%s')) < 5) FROM Config"),
+            "20011");
+}
+
+TEST_F(ConnectionTest, UnopenableStoresGiveEmptyConnectionAndLog) {
+  LogCapture log(0);
+  dir_.WriteFile("blocker", "x");  // a regular file where the directory should be
+  KorvoSetvault::SetStorePath(dir_.File("blocker/store.db"));
+  EXPECT_FALSE(DBStore::GetConnection(DBStore::kConfigStore, true));
+  EXPECT_NE(DBStore::LastOpenFailure().find("blocker/store.db"), std::string::npos);
+  KorvoSetvault::SetStorePath(dir_.File("missing.db"));  // creation not allowed
+  EXPECT_FALSE(DBStore::GetConnection(DBStore::kConfigStore, false));
+  KorvoSetvault::SetStorePath(store_path_);
+  EXPECT_FALSE(DBStore::GetConnection(7, true));  // unknown connection type
+  EXPECT_GE(log.Lines().size(), 3u);
+}
+
+TEST_F(ConnectionTest, StatementOutlivingItsConnectionIsFinalizedSafely) {
+  DBStore::StmtPtr stmt = DBStore::internal::Prepare(OtherConn(), "SELECT 1", 3000);
+  ASSERT_TRUE(stmt);
+  // The connection is gone; the statement still steps and is finalized on reset.
+  EXPECT_EQ(sqlite3_step(stmt.get()), SQLITE_ROW);
+  stmt.reset();
+}
+
+// The cached text follows another connection's commit also when first read inside a
+// transaction, and forgets a write rolled back.
+TEST_F(ConnectionTest, CachedValuesFollowOtherCommitsAndRollbacks) {
+  Write(conn_, "1");
+  EXPECT_EQ(Read("flag"), "1");
+  Write(other_, "2");
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  EXPECT_EQ(Read("flag"), "2");
+  Write(conn_, "3");
+  EXPECT_EQ(Read("flag"), "3");
+  ASSERT_EQ(DBStore::CancelTransaction(conn_), 0);
+  EXPECT_EQ(Read("flag"), "2");
+}
+
+// A read without a connection or whose statement fails answers 1 and the empty text.
+TEST_F(ConnectionTest, FailedReadsAndWritesAnswerOne) {
+  std::string value = "old";
+  EXPECT_EQ(DBStore::ReadKeyValue("k", &value, nullptr), 1);
+  EXPECT_EQ(value, "");
+  EXPECT_EQ(DBStore::WriteKeyValue("k", "v", nullptr), 1);
+  ASSERT_EQ(RunSql(Db(conn_), "DROP TABLE KeyValue"), SQLITE_OK);
+  value = "old";
+  EXPECT_EQ(DBStore::ReadKeyValue("k", &value, conn_), 1);
+  EXPECT_EQ(value, "");
+}
+
+TEST_F(ConnectionTest, SchemaStoreAttachesAsSsAndNests) {
+  LogCapture log(0);
+  const std::string path = dir_.File("schema.db");
+  KorvoSetvault::SetSchemaStorePath(path);
+  EXPECT_EQ(DBStore::AttachSchemaStore(conn_), 1);  // missing file
+  EXPECT_NE(access(path.c_str(), F_OK), 0);         // and not created
+  sqlite3* schema = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &schema), SQLITE_OK);
+  ASSERT_EQ(RunSql(schema, "CREATE TABLE SmartnicSchema AS SELECT 'k' AS Name"), SQLITE_OK);
+  sqlite3_close(schema);
+  // Attaches nest: the last detach removes the database.
+  ASSERT_EQ(DBStore::AttachSchemaStore(conn_), 0);
+  ASSERT_EQ(DBStore::AttachSchemaStore(conn_), 0);
+  ASSERT_EQ(DBStore::DetachSchemaStore(conn_), 0);
+  EXPECT_EQ(SchemaName(), "k");
+  ASSERT_EQ(DBStore::DetachSchemaStore(conn_), 0);
+  EXPECT_EQ(SchemaName().rfind("<error", 0), 0u);
+  EXPECT_EQ(DBStore::DetachSchemaStore(conn_), 1);
+  // Inside a transaction that read it, the detach waits for the transaction's end.
+  ASSERT_EQ(DBStore::AttachSchemaStore(conn_), 0);
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  EXPECT_EQ(SchemaName(), "k");
+  EXPECT_EQ(DBStore::DetachSchemaStore(conn_), 0);
+  EXPECT_EQ(DBStore::CommitTransaction(conn_), 0);
+  EXPECT_EQ(SchemaName().rfind("<error", 0), 0u);
+  EXPECT_EQ(DBStore::AttachSchemaStore(conn_), 0);
+  EXPECT_EQ(DBStore::DetachSchemaStore(conn_), 0);
+}
+
+TEST_F(StatementTest, BadTextsGiveEmptyStatementAndLog) {
+  LogCapture log(0);
+  for (const char* sql :
+       {"SELEC 1", "SELECT * FROM Missing", "SELECT 1; DELETE FROM Config", "  "}) {
+    EXPECT_FALSE(Prepare(sql)) << sql;
+  }
+  EXPECT_FALSE(DBStore::internal::Prepare(nullptr, "SELECT 1", 3000));
+  EXPECT_EQ(log.CountStartingWith(0, "Prepare"), 5);
+  EXPECT_TRUE(Prepare("SELECT 1;"));  // a trailing semicolon is one statement
+}
+
+TEST_F(StatementTest, BindFormsAdvanceTheIndexAndBindTheRightValues) {
+  auto stmt = Prepare(
+      "SELECT ?1 AS text, typeof(?2) AS empty_type, ?3 AS absent, "
+      "typeof(?4) || ?4 AS number, ?5 AS present, ?6 AS copied");
+  int index = 1;
+  const std::string value = "value";  // bound without a copy: must outlive the step
+  ASSERT_EQ(Bind(conn_, stmt, index, value, false), 0);
+  // An empty view without storage binds the empty text, not NULL.
+  ASSERT_EQ(Bind(conn_, stmt, index, std::string_view(), false), 0);
+  ASSERT_EQ(Bind(conn_, stmt, index, DBStore::NullableSV()), 0);
+  ASSERT_EQ(Bind(conn_, stmt, index, -42), 0);
+  ASSERT_EQ(Bind(conn_, stmt, index, DBStore::NullableSV("here")), 0);
+  std::string temporary(100, 'q');  // bound as a copy: survives the caller's buffer
+  ASSERT_EQ(Bind(conn_, stmt, index, temporary, true), 0);
+  temporary.assign(100, 'z');
+  EXPECT_EQ(Bind(conn_, stmt, index, 1), 1);  // past the last parameter: index unchanged
+  EXPECT_EQ(index, 7);
+  const StoreRow expected = {{"text", "value"},
+                             {"empty_type", "text"},
+                             {"number", "integer-42"},
+                             {"present", "here"},
+                             {"copied", std::string(100, 'q')}};
+  EXPECT_EQ(Row(stmt), expected);
+}
+
+TEST_F(StatementTest, CacheKeepsABoundedNumberOfIdleStatements) {
+  const auto& cache = conn_->cache();
+  cache->Clear();
+  std::vector<DBStore::StmtPtr> held;
+  for (int i = 0; i < 10; ++i) held.push_back(Prepare("SELECT 2"));
+  held.clear();
+  EXPECT_EQ(cache->IdleCount(), 4u);
+  for (int i = 0; i < 300; ++i) Prepare("SELECT " + std::to_string(i + 10));
+  // At most 256 distinct texts are kept; the rest are finalized when released.
+  EXPECT_LE(cache->IdleCount(), 256u + 3u);
+  EXPECT_GE(cache->IdleCount(), 200u);
+}
+
+int AbortOnSecondRow(void* context, int, char**, char**) {
+  return ++*static_cast<int*>(context) == 2 ? 1 : 0;
+}
+
+// Rows reaching a callback are checked by the reads of tests/db; here a callback that
+// answers non-zero stops the statement, and so does a missing statement.
+TEST_F(StatementTest, CallbackThatAnswersNonZeroStopsTheStatement) {
+  ASSERT_EQ(Insert("a") + Insert("b"), 0);
+  LogCapture log(0);
+  auto stmt = Prepare("SELECT Name FROM Config");
+  int calls = 0;
+  EXPECT_EQ(DBStore::ExecuteStmt(conn_, stmt, AbortOnSecondRow, &calls, 3000), 1);
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(log.CountStartingWith(0, "Row callback aborted"), 1);
+  EXPECT_EQ(DBStore::ExecuteStmt(conn_, DBStore::StmtPtr(), nullptr, nullptr, 3000), 1);
+}
+
+// A commit the engine refuses (here through a commit hook) answers 1, keeps nothing and
+// leaves the connection usable.
+TEST_F(StatementTest, RefusedCommitAnswersOneAndKeepsNothing) {
+  ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
+  ASSERT_EQ(Insert("a"), 0);
+  sqlite3_commit_hook(
+      Db(conn_), [](void*) { return 1; }, nullptr);
+  EXPECT_EQ(DBStore::CommitTransaction(conn_), 1);
+  sqlite3_commit_hook(Db(conn_), nullptr, nullptr);
+  EXPECT_FALSE(DBStore::InTransaction(conn_));
+  EXPECT_EQ(QueryText(Db(conn_), "SELECT COUNT(*) FROM Config"), "0");
+  EXPECT_EQ(Insert("b"), 0);
+  EXPECT_EQ(QueryText(Db(conn_), "SELECT COUNT(*) FROM Config"), "1");
+}
+
+using TransactionTest = StatementTest;
+
+TEST_F(TransactionTest, CancelledInnerLevelDoomsTheWholeTransaction) {
+  for (bool commit_last : {true, false}) {
+    SCOPED_TRACE(commit_last ? "outermost commit" : "outermost cancel");
+    for (int level = 0; level < 3; ++level) ASSERT_EQ(BeginTransaction(conn_), 0);
+    ASSERT_EQ(Put("doomed"), 0);
+    EXPECT_EQ(CancelTransaction(conn_), 1);
+    EXPECT_EQ(BeginTransaction(conn_), 1);  // no new level in a doomed transaction
+    EXPECT_EQ(CommitTransaction(conn_), 1);
+    // The outermost commit fails; the outermost cancel is an ordinary rollback.
+    EXPECT_EQ(commit_last ? CommitTransaction(conn_) : CancelTransaction(conn_),
+              commit_last ? 1 : 0);
+    EXPECT_EQ(Committed("doomed"), "<none>");
+    EXPECT_TRUE(sqlite3_get_autocommit(Db(conn_)));
+  }
+  // The next transaction starts clean; only its outermost commit commits.
+  ASSERT_EQ(BeginTransaction(conn_), 0);
+  ASSERT_EQ(BeginTransaction(conn_), 0);
+  ASSERT_EQ(Put("later"), 0);
+  EXPECT_EQ(CommitTransaction(conn_), 0);
+  EXPECT_EQ(Committed("later"), "<none>");
+  EXPECT_EQ(CommitTransaction(conn_), 0);
+  EXPECT_EQ(Committed("later"), "v");
+}
+
+TEST_F(TransactionTest, BeginWaitsForTheWriteLockThenFailsWithOne) {
+  ASSERT_EQ(BeginTransaction(other_), 0);
+  EXPECT_EQ(BeginTransaction(conn_), 1);  // after the 3000 ms busy time-out
+  EXPECT_EQ(CommitTransaction(conn_), 2);
+  EXPECT_EQ(CommitTransaction(other_), 0);
+  EXPECT_EQ(BeginTransaction(conn_), 0);
+  EXPECT_EQ(CommitTransaction(conn_), 0);
+}
+
+// Each process raises one shared counter by read-modify-write, each time in a transaction.
+// With immediate write locks neither fails and no increment is lost.
+int WriteManyTransactions(int count) {
+  auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
+  if (!conn) return 10;
+  for (int i = 0; i < count; ++i) {
+    if (BeginTransaction(conn) != 0) return 11;
+    std::string counter;
+    if (DBStore::ReadKeyValue("counter", &counter, conn) != 0) return 12;
+    int next = (counter.empty() ? 0 : std::stoi(counter)) + 1;
+    if (DBStore::WriteKeyValue("counter", std::to_string(next), conn) != 0) return 13;
+    if (CommitTransaction(conn) != 0) return 15;
+  }
+  return 0;
+}
+
+TEST_F(TransactionTest, TwoProcessesWritingAtOnceBothSucceedAndLoseNothing) {
+  constexpr int kCount = 300;
+  const pid_t child = Spawn([] { return WriteManyTransactions(kCount); });
+  EXPECT_EQ(WriteManyTransactions(kCount), 0);
+  EXPECT_EQ(Wait(child), 0);
+  EXPECT_EQ(Committed("counter"), std::to_string(2 * kCount));
+}
+
+}  // namespace
+}  // namespace setvault_test
