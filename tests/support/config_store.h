@@ -40,19 +40,6 @@ struct ConfigRow {
   std::optional<std::string> modified = {};
 };
 
-// One row of DefaultConfig or DesiredUserConfig (`action` only for the latter).
-struct ValueRow {
-  std::string component = "korvo";
-  std::string group;
-  std::string name;
-  std::string identifier;
-  std::optional<std::string> version;
-  std::optional<std::string> value;
-  std::optional<std::string> vital;
-  std::optional<std::string> cached;
-  std::string action = "SET";
-};
-
 class ConfigStoreTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -112,22 +99,6 @@ class ConfigStoreTest : public ::testing::Test {
     add("CreationTime", row.creation);
     add("ModifiedTime", row.modified);
     Insert("Config", columns, values);
-  }
-
-  void InsertDefault(const ValueRow& row) {
-    Insert("DefaultConfig",
-           "Component, ConfigGroup, Name, Identifier, Version, Value, "
-           "VitalValue, CachedValue",
-           {row.component, row.group, row.name, row.identifier, row.version, row.value, row.vital,
-            row.cached});
-  }
-
-  void InsertDesired(const ValueRow& row) {
-    Insert("DesiredUserConfig",
-           "Component, ConfigGroup, Name, Identifier, Version, Value, "
-           "VitalValue, CachedValue, BootAction",
-           {row.component, row.group, row.name, row.identifier, row.version, row.value, row.vital,
-            row.cached, row.action});
   }
 
   // Sets a host flag (IS_BOOT, UPGRADE_CTX, ...) with SQL.
