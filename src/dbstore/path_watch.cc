@@ -39,6 +39,10 @@ struct Queue {
   std::vector<WatchEntry*> entries;
 };
 
+// The calling thread's OneLookPerCall scopes, and whether the queue was read within them.
+thread_local int t_call_depth = 0;
+thread_local bool t_looked = false;
+
 Queue& TheQueue() {
   static Queue* queue = [] {
     auto* created = new Queue();  // leaked: connections of exiting threads still unregister
@@ -175,9 +179,10 @@ uint64_t PathWatch::Version() {
   std::lock_guard<std::mutex> lock(queue.mutex);
   if (queue.fork_generation != ForkGeneration()) {
     StartAfterFork(queue);
-  } else if (queue.fd >= 0) {
+  } else if (queue.fd >= 0 && !(t_call_depth > 0 && t_looked)) {
     Drain(queue);
   }
+  t_looked = t_call_depth > 0;
   if (!entry_->watched) {
     // Looked at again on every call until the path can be watched, so the caller looks
     // at its file every time meanwhile.
@@ -186,6 +191,12 @@ uint64_t PathWatch::Version() {
   }
   return entry_->version;
 }
+
+OneLookPerCall::OneLookPerCall() {
+  if (t_call_depth++ == 0) t_looked = false;
+}
+
+OneLookPerCall::~OneLookPerCall() { --t_call_depth; }
 
 }  // namespace internal
 }  // namespace DBStore

@@ -53,6 +53,18 @@ class PathWatch {
   std::unique_ptr<WatchEntry> entry_;
 };
 
+// Within its scope the calling thread reads the queue once: a store call that checks both the
+// schema database and the store file, moments apart, looks once for both. What the queue holds
+// at that look is what the call sees, as when each check looked at its file in turn. Nests;
+// outside every scope each Version() reads the queue.
+class OneLookPerCall {
+ public:
+  OneLookPerCall();
+  ~OneLookPerCall();
+  OneLookPerCall(const OneLookPerCall&) = delete;
+  OneLookPerCall& operator=(const OneLookPerCall&) = delete;
+};
+
 }  // namespace internal
 }  // namespace DBStore
 

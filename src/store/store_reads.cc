@@ -4,6 +4,7 @@
 #include "db/config_reads.h"
 #include "db/host_flags.h"
 #include "db/upgrade_ctx.h"
+#include "dbstore/path_watch.h"
 #include "store/api_log.h"
 #include "store/next_boot_store.h"
 #include "store/revision_check.h"
@@ -43,6 +44,7 @@ int AppendFirstColumn(void* context, int count, char** texts, char** /*names*/) 
 }  // namespace
 
 std::shared_ptr<SetvaultObject> SetvaultImpl::Get(const SetvaultObjectId& id) {
+  DBStore::internal::OneLookPerCall look;  // at the schema and store files
   LogApiCall(kReadCallPriority, "Get", id, 1);
   auto schema = LookUpSchema(id);
   ValidateSvoId(id, schema);
@@ -78,6 +80,7 @@ std::vector<std::shared_ptr<SetvaultObject>> SetvaultImpl::GetDefaultConfigInsta
 
 std::vector<std::shared_ptr<SetvaultObject>> SetvaultImpl::GetInstances(
     const std::shared_ptr<FilterSpecObject>& filter) {
+  DBStore::internal::OneLookPerCall look;  // at the schema and store files
   if (IsNull(filter, "GetInstances")) return {};
   LogApiCall(kReadCallPriority, "GetInstances", filter->GetSetvaultObjectId(), 1);
   auto schema = LookUpSchema(filter->GetSetvaultObjectId());

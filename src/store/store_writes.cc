@@ -1,6 +1,7 @@
 // The write operations of the store.
 #include "db/config_reads.h"
 #include "db/config_writes.h"
+#include "dbstore/path_watch.h"
 #include "model/update_merge.h"
 #include "notify/notifier.h"
 #include "store/api_log.h"
@@ -64,6 +65,7 @@ void SetvaultImpl::SetIfRevision(std::shared_ptr<SetvaultObject> object, int exp
 
 void SetvaultImpl::SetChecked(const char* operation, std::shared_ptr<SetvaultObject> object,
                               std::optional<int> expected, const USERDATA_CONTEXT& context) {
+  DBStore::internal::OneLookPerCall look;  // at the schema and store files
   if (IsNull(object, operation)) return;
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
   LogApiCall(kWriteCallPriority, operation, id, ContextValue(context));
@@ -134,6 +136,7 @@ void SetvaultImpl::UpdateIfRevision(std::shared_ptr<SetvaultObject> object, int 
 
 void SetvaultImpl::UpdateChecked(const char* operation, std::shared_ptr<SetvaultObject> object,
                                  std::optional<int> expected, const USERDATA_CONTEXT& context) {
+  DBStore::internal::OneLookPerCall look;  // at the schema and store files
   if (IsNull(object, operation)) return;
   const SetvaultObjectId& id = object->GetSetvaultObjectId();
   LogApiCall(kWriteCallPriority, operation, id, ContextValue(context));
@@ -210,6 +213,7 @@ void SetvaultImpl::SetInstancesIfRevisions(std::vector<std::shared_ptr<SetvaultO
 void SetvaultImpl::SetInstancesChecked(const char* operation, ObjectVector objects,
                                        const std::map<std::string, int>* expected,
                                        const USERDATA_CONTEXT& context) {
+  DBStore::internal::OneLookPerCall look;  // at the schema and store files
   objects = WithoutEmptyPointers(std::move(objects));
   auto schema = CheckInstancesCall(operation, objects, context);
   RequireOneType(objects);

@@ -102,6 +102,22 @@ TEST(PathWatchTest, AnotherProcessesChangeShowsAtTheNextLookAndAChildWatchesOnIt
   EXPECT_NE(watch.Version(), seen);
 }
 
+TEST(PathWatchTest, ACallLooksOnceAndTheNextLookSeesWhatCameAfter) {
+  TempDir dir;
+  const std::string path = dir.WriteFile("db", "x");
+  PathWatch watch(path, PathWatch::kEntry);
+  uint64_t seen = watch.Version();
+  {
+    DBStore::internal::OneLookPerCall call;
+    ASSERT_EQ(unlink(path.c_str()), 0);
+    EXPECT_NE(watch.Version(), seen);  // the call's look sees what came before it
+    seen = watch.Version();
+    dir.WriteFile("db", "y");
+    EXPECT_EQ(watch.Version(), seen);  // and only that
+  }
+  EXPECT_NE(watch.Version(), seen);
+}
+
 TEST(PathWatchTest, APathItCannotFollowLooksEveryTime) {
   PathWatch relative("relative/db", PathWatch::kEntry);
   EXPECT_NE(relative.Version(), relative.Version());
