@@ -27,6 +27,8 @@ struct CachedText {
   std::vector<sqlite3_stmt*> idle;
   // Whether the text names the key-value table (MentionsKeyValueTable), once asked.
   int8_t mentions_key_values = -1;
+  // Whether the text is a ROLLBACK statement (IsRollback), once asked.
+  int8_t rolls_back = -1;
 };
 
 // Idle prepared statements of one connection, keyed by SQL text. Statements handed out
@@ -99,6 +101,8 @@ int RefreshStamp(const std::shared_ptr<StoreConnection>& conn, StoreStamp* stamp
 
 // True when `sql` names the key-value table (in any letter case).
 bool MentionsKeyValueTable(std::string_view sql);
+// True when `sql` is a ROLLBACK statement (of a transaction or to a savepoint).
+bool IsRollback(std::string_view sql);
 
 }  // namespace internal
 

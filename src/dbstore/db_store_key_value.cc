@@ -28,12 +28,30 @@ bool MentionsKeyValueTable(std::string_view sql) {
   return false;
 }
 
+bool IsRollback(std::string_view sql) {
+  static constexpr std::string_view kRollback = "rollback";
+  size_t at = 0;
+  while (at < sql.size() && std::isspace(static_cast<unsigned char>(sql[at]))) ++at;
+  if (sql.size() - at < kRollback.size()) return false;
+  for (size_t i = 0; i < kRollback.size(); ++i) {
+    if (std::tolower(static_cast<unsigned char>(sql[at + i])) != kRollback[i]) return false;
+  }
+  return true;
+}
+
 void NoteChanges(StoreConnection& conn, const StmtPtr& stmt, int64_t total_before) {
+  CachedText* text = stmt.get_deleter().text;
+  // A rollback to a savepoint undoes writes without lowering the change count and without
+  // the rollback hook: counted here, so that values read since are read again.
+  if (text != nullptr && text->rolls_back < 0) text->rolls_back = IsRollback(text->sql);
+  if (text != nullptr ? text->rolls_back != 0 : IsRollback(sqlite3_sql(stmt.get()))) {
+    ++conn.rollbacks;
+    return;
+  }
   sqlite3* db = conn.db();
   const int64_t changed = sqlite3_total_changes64(db) - total_before;
   // The statement's own count leaves out rows its triggers changed.
   if (changed <= 0 || changed != sqlite3_changes64(db)) return;
-  CachedText* text = stmt.get_deleter().text;
   bool mentions;
   if (text != nullptr) {
     if (text->mentions_key_values < 0) text->mentions_key_values = MentionsKeyValueTable(text->sql);

@@ -8,6 +8,7 @@
 
 #include "dbstore/db_store_fixture.h"
 #include "setvault/exceptions.h"
+#include "setvault/setvault.h"
 #include "setvault/setvault_store.h"
 #include "store/setvault_impl.h"
 #include "store/transaction_scope.h"
@@ -134,6 +135,31 @@ TEST_F(TransactionDeathTest, CancellingANestedLevelEndsTheProcess) {
 
 // An operation that returns is committed; a standard exception and a refused commit (a nested
 // level cancelled inside it) are reported and rolled back.
+// An operation undone inside the caller's transaction (back to its savepoint) leaves no
+// value it wrote and then read in the host flag or object caches.
+TEST_F(TransactionTest, AnUndoneOperationLeavesNothingItReadInTheCaches) {
+  const SetvaultObjectId host("host", "system", "korvo");
+  const auto data = [&] { return store_->Get(host)->GetData(); };
+  const auto flag = [&] {
+    std::string value;
+    EXPECT_EQ(DBStore::ReadKeyValue("TEST_FLAG", &value, conn_), 0);
+    return value;
+  };
+  ASSERT_EQ(store_->BeginTransaction(), 0);
+  ASSERT_EQ(DBStore::WriteKeyValue("TEST_FLAG", "false", conn_), 0);
+  store_->Set(CreateObject(host, R"({"hostname": "kept"})"), USERDATA_CONTEXT{});
+  {
+    OperationScope undone(conn_, "Test");
+    ASSERT_EQ(DBStore::WriteKeyValue("TEST_FLAG", "true", conn_), 0);
+    store_->Set(CreateObject(host, R"({"hostname": "undone"})"), USERDATA_CONTEXT{});
+    EXPECT_EQ(flag(), "true");
+    EXPECT_NE(data().find("undone"), std::string::npos) << data();
+  }
+  EXPECT_EQ(flag(), "false");
+  EXPECT_NE(data().find("kept"), std::string::npos) << data();
+  EXPECT_EQ(store_->CommitTransaction(), 0);
+}
+
 TEST_F(TransactionTest, OperationsUnderTheirOwnTransaction) {
   enum Act { kSucceed, kFail, kDoom };
   const struct {
