@@ -267,9 +267,7 @@ void SetvaultImpl::SetVitalDataInstances(std::vector<std::shared_ptr<SetvaultObj
   auto schema = CheckInstancesCall("SetVitalDataInstances", objects, USERDATA_CONTEXT{});
   SetDataInstancesInternal(
       connection_, objects, schema,
-      [](const auto& type_schema, const auto& object) {
-        ValidateVitalConfig(type_schema, object);
-      },
+      [](const auto& type_schema, const auto& object) { ValidateVitalConfig(type_schema, object); },
       WriteVitalConfigInstances);
 }
 

@@ -63,8 +63,8 @@ TEST(PathWatchTest, ChangesThatMayMakeThePathNameAnotherFileShow) {
        [&](const TempDir& dir) { ASSERT_EQ(chmod(file(dir).c_str(), 0400), 0); }, true},
       {"written, contents not watched", PathWatch::kEntry,
        [&](const TempDir& dir) { Append(file(dir), "y"); }, false},
-      {"written", PathWatch::kEntryAndContents,
-       [&](const TempDir& dir) { Append(file(dir), "y"); }, true},
+      {"written", PathWatch::kEntryAndContents, [&](const TempDir& dir) { Append(file(dir), "y"); },
+       true},
       {"its write-ahead log written", PathWatch::kEntryAndContents,
        [&](const TempDir& dir) { Append(file(dir) + "-wal", "y"); }, true},
       {"another file of the directory written and replaced", PathWatch::kEntryAndContents,
@@ -105,10 +105,9 @@ TEST(PathWatchTest, AnotherProcessesChangeShowsAtTheNextLookAndAChildWatchesOnIt
             "ok");
   EXPECT_NE(watch.Version(), seen);
   seen = watch.Version();
-  EXPECT_EQ(RunInChild([&] {
-              return std::string(unlink(path.c_str()) == 0 ? "ok" : "unlink failed");
-            }),
-            "ok");
+  EXPECT_EQ(
+      RunInChild([&] { return std::string(unlink(path.c_str()) == 0 ? "ok" : "unlink failed"); }),
+      "ok");
   EXPECT_NE(watch.Version(), seen);
 }
 
