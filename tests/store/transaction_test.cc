@@ -14,6 +14,7 @@
 #include "store/transaction_scope.h"
 #include "support/config_store.h"
 #include "support/expect_error.h"
+#include "support/reliability_processes.h"
 
 namespace KorvoSetvault {
 namespace {
@@ -157,7 +158,15 @@ TEST_F(TransactionTest, AnUndoneOperationLeavesNothingItReadInTheCaches) {
   }
   EXPECT_EQ(flag(), "false");
   EXPECT_NE(data().find("kept"), std::string::npos) << data();
-  EXPECT_EQ(store_->CommitTransaction(), 0);
+  ASSERT_EQ(store_->CommitTransaction(), 0);
+  // Another process sees the same committed values.
+  EXPECT_EQ(setvault_test::RunInChild([&] {
+              std::string value;
+              DBStore::ReadKeyValue("TEST_FLAG", &value,
+                                    DBStore::OpenStoreConnection(store_path_, false));
+              return value + " " + std::to_string(data().find("kept") != std::string::npos);
+            }),
+            "false 1");
 }
 
 TEST_F(TransactionTest, OperationsUnderTheirOwnTransaction) {
