@@ -18,12 +18,7 @@ const char kWriteKeyValueSql[] = "INSERT OR REPLACE INTO KeyValue (Key, Value) V
 bool MentionsKeyValueTable(std::string_view sql) {
   static constexpr std::string_view kTable = "keyvalue";
   for (size_t at = 0; at + kTable.size() <= sql.size(); ++at) {
-    size_t matched = 0;
-    while (matched < kTable.size() &&
-           std::tolower(static_cast<unsigned char>(sql[at + matched])) == kTable[matched]) {
-      ++matched;
-    }
-    if (matched == kTable.size()) return true;
+    if (sqlite3_strnicmp(sql.data() + at, kTable.data(), kTable.size()) == 0) return true;
   }
   return false;
 }
@@ -32,11 +27,8 @@ bool IsRollback(std::string_view sql) {
   static constexpr std::string_view kRollback = "rollback";
   size_t at = 0;
   while (at < sql.size() && std::isspace(static_cast<unsigned char>(sql[at]))) ++at;
-  if (sql.size() - at < kRollback.size()) return false;
-  for (size_t i = 0; i < kRollback.size(); ++i) {
-    if (std::tolower(static_cast<unsigned char>(sql[at + i])) != kRollback[i]) return false;
-  }
-  return true;
+  return sql.size() - at >= kRollback.size() &&
+         sqlite3_strnicmp(sql.data() + at, kRollback.data(), kRollback.size()) == 0;
 }
 
 void NoteChanges(StoreConnection& conn, const StmtPtr& stmt, int64_t total_before) {

@@ -158,8 +158,7 @@ void StartAfterFork(Queue& queue) {
 
 }  // namespace
 
-PathWatch::PathWatch(const std::string& path, What what)
-    : path_(path), entry_(std::make_unique<WatchEntry>()) {
+PathWatch::PathWatch(const std::string& path, What what) : entry_(std::make_unique<WatchEntry>()) {
   entry_->path = path;
   entry_->what = what;
   Queue& queue = TheQueue();
@@ -173,6 +172,8 @@ PathWatch::~PathWatch() {
   std::lock_guard<std::mutex> lock(queue.mutex);
   queue.entries.erase(std::find(queue.entries.begin(), queue.entries.end(), entry_.get()));
 }
+
+const std::string& PathWatch::path() const { return entry_->path; }
 
 uint64_t PathWatch::Version() {
   Queue& queue = TheQueue();

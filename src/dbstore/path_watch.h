@@ -46,10 +46,9 @@ class PathWatch {
   // non-blocking read() while the queue works.
   uint64_t Version();
 
-  const std::string& path() const { return path_; }
+  const std::string& path() const;
 
  private:
-  std::string path_;
   std::unique_ptr<WatchEntry> entry_;
 };
 

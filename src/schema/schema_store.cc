@@ -192,11 +192,10 @@ std::shared_ptr<SchemaStore> SchemaStore::GetStore(bool forceReload) {
     state.watchChecked = 0;
   }
   // While nothing touched the file since the last look, the look is skipped: no stat()
-  // of the path and no read of the header per lookup.
+  // of the path and no read of the header per lookup. A new path (a new watch) and a fork
+  // (the child's queue starts anew) always give a version not looked at yet.
   const uint64_t version = state.watch->Version();
-  const bool quiet = version == state.watchChecked && state.store && path == state.path &&
-                     state.forkGeneration == DBStore::internal::ForkGeneration();
-  if (quiet && !forceReload) return state.store;
+  if (version == state.watchChecked && !forceReload) return state.store;
   const FileIdentity identity = IdentityOf(path);
   const bool changed = NeedsReload(state, path, identity);
   if (changed || forceReload) Reload(state, path, identity);

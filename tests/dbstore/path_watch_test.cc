@@ -27,12 +27,16 @@ void Append(const std::string& path, const char* text) {
   close(fd);
 }
 
-// The watch falls back to looking every time where a process gets no inotify queue.
-bool HaveInotify() {
-  const int fd = inotify_init1(IN_CLOEXEC);
-  if (fd >= 0) close(fd);
-  return fd >= 0;
-}
+// The watch falls back to looking every time where a process gets no inotify queue: the
+// cases below need one.
+class PathWatchTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const int fd = inotify_init1(IN_CLOEXEC);
+    if (fd < 0) GTEST_SKIP() << "no inotify queue for this process";
+    close(fd);
+  }
+};
 
 struct WatchCase {
   const char* what;
@@ -41,8 +45,7 @@ struct WatchCase {
   bool changes;
 };
 
-TEST(PathWatchTest, ChangesThatMayMakeThePathNameAnotherFileShow) {
-  if (!HaveInotify()) GTEST_SKIP() << "no inotify queue for this process";
+TEST_F(PathWatchTest, ChangesThatMayMakeThePathNameAnotherFileShow) {
   const auto file = [](const TempDir& dir) { return dir.File("sub/db"); };
   const WatchCase cases[] = {
       {"another file renamed over it", PathWatch::kEntry,
@@ -88,8 +91,7 @@ TEST(PathWatchTest, ChangesThatMayMakeThePathNameAnotherFileShow) {
   }
 }
 
-TEST(PathWatchTest, AnotherProcessesChangeShowsAtTheNextLookAndAChildWatchesOnItsOwn) {
-  if (!HaveInotify()) GTEST_SKIP() << "no inotify queue for this process";
+TEST_F(PathWatchTest, AnotherProcessesChangeShowsAtTheNextLookAndAChildWatchesOnItsOwn) {
   TempDir dir;
   const std::string path = dir.WriteFile("db", "x");
   PathWatch watch(path, PathWatch::kEntryAndContents);
@@ -111,8 +113,7 @@ TEST(PathWatchTest, AnotherProcessesChangeShowsAtTheNextLookAndAChildWatchesOnIt
   EXPECT_NE(watch.Version(), seen);
 }
 
-TEST(PathWatchTest, ACallLooksOnceAndTheNextLookSeesWhatCameAfter) {
-  if (!HaveInotify()) GTEST_SKIP() << "no inotify queue for this process";
+TEST_F(PathWatchTest, ACallLooksOnceAndTheNextLookSeesWhatCameAfter) {
   TempDir dir;
   const std::string path = dir.WriteFile("db", "x");
   PathWatch watch(path, PathWatch::kEntry);
@@ -128,7 +129,7 @@ TEST(PathWatchTest, ACallLooksOnceAndTheNextLookSeesWhatCameAfter) {
   EXPECT_NE(watch.Version(), seen);
 }
 
-TEST(PathWatchTest, APathItCannotFollowLooksEveryTime) {
+TEST(PathWatchFallbackTest, APathItCannotFollowLooksEveryTime) {
   PathWatch relative("relative/db", PathWatch::kEntry);
   EXPECT_NE(relative.Version(), relative.Version());
 }
