@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <unordered_map>
 
@@ -111,15 +110,19 @@ void Keep(ThreadCache& cache, std::string key, const SchemaPtr& schema, const Ob
   cache.entries.emplace(std::move(key), std::move(entry));
 }
 
-// Brings the cache's stamp up to date, emptying the cache when the store may have changed.
-void Refresh(ThreadCache& cache, const ConnectionPtr& conn, const SetvaultObjectId& id) {
-  const int changed = DBStore::RefreshStoreStamp(conn, &cache.stamp);
-  if (changed < 0) throw SetvaultException(SV_ERR_GENERIC, ("Get failed: " + id.toString()).c_str());
+// Brings the cache's stamp up to date with `refresh` (RefreshStoreStamp or StampLastRead),
+// emptying the cache when the store may have changed.
+void Refresh(ThreadCache& cache, const ConnectionPtr& conn, const SetvaultObjectId& id,
+             int (*refresh)(const ConnectionPtr&, DBStore::StoreStamp*)) {
+  const int changed = refresh(conn, &cache.stamp);
+  if (changed < 0)
+    throw SetvaultException(SV_ERR_GENERIC, ("Get failed: " + id.toString()).c_str());
   if (changed > 0) cache.Clear();
 }
 
+template <typename Read>
 ObjectPtr ReadAndKeep(ThreadCache& cache, std::string key, const SchemaPtr& schema,
-                      const std::function<DecodedObject()>& read, bool seen_before) {
+                      const Read& read, bool seen_before) {
   DecodedObject decoded = read();
   if (decoded.object && decoded.cacheable) {
     Keep(cache, std::move(key), schema, decoded.object, seen_before);
@@ -139,21 +142,23 @@ ObjectPtr GetThroughObjectCache(const SetvaultObjectId& id, const ConnectionPtr&
   std::string key = KeyOf(id);
   auto found = cache.entries.find(key);
   if (found == cache.entries.end() || found->second.schema != schema) {
-    // Decoded anew in any case: the stamp and the row are read in one read transaction (the
-    // caller's, when one is open).
-    std::optional<DBStore::ReadSnapshot> snapshot;
     if (sqlite3_get_autocommit(DBStore::GetSqliteHandle(*conn))) {
-      snapshot.emplace(conn);
-      if (snapshot->status() != 0) {
-        throw SetvaultException(SV_ERR_GENERIC, ("Get failed: " + id.toString()).c_str());
-      }
+      // The row's statement read in a transaction of its own: the stamp taken right after
+      // it is that of the snapshot it read.
+      auto read_and_stamp = [&] {
+        DecodedObject decoded = read();
+        Refresh(cache, conn, id, DBStore::StampLastRead);
+        return decoded;
+      };
+      return ReadAndKeep(cache, std::move(key), schema, read_and_stamp, false);
     }
-    Refresh(cache, conn, id);
+    // Inside the caller's transaction the stamp and the row read one snapshot.
+    Refresh(cache, conn, id, DBStore::RefreshStoreStamp);
     return ReadAndKeep(cache, std::move(key), schema, read, false);
   }
   // The stamp is taken before the row is read: a commit landing in between leaves the entry
   // older than its stamp says, and the next read finds the stamp changed.
-  Refresh(cache, conn, id);
+  Refresh(cache, conn, id, DBStore::RefreshStoreStamp);
   found = cache.entries.find(key);
   if (found == cache.entries.end()) return ReadAndKeep(cache, std::move(key), schema, read, false);
   if (found->second.document) return CopyOut(id, found->second);

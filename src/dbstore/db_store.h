@@ -167,7 +167,7 @@ Failure TakeLastFailure();
 // The mark of what a cache of data read through one connection is valid for.
 struct StoreStamp {
   bool valid = false;
-  int64_t data_version = -1;   // PRAGMA data_version: commits of other connections
+  int64_t data_version = -1;   // commits of other connections (and, for some, its own)
   int64_t total_changes = -1;  // rows changed by this connection
   uint64_t rollbacks = 0;      // rollbacks seen by this connection
   uint64_t transaction = 0;    // the transaction it was last checked in, 0 for none
@@ -177,8 +177,16 @@ struct StoreStamp {
 // snapshot). Returns 0 when nothing read through `conn` can have changed since `stamp` was
 // last brought up to date (data cached under it stays valid), 1 when it may have (the
 // caller drops what it cached), -1 when the data version cannot be read (`stamp` is then
-// invalid, and the next call returns 1 at best).
+// invalid, and the next call returns 1 at best). Its data version is the connection's
+// pager's, which also moves with the connection's own commits.
 int RefreshStoreStamp(const std::shared_ptr<StoreConnection>& conn, StoreStamp* stamp);
+
+// As RefreshStoreStamp, but without running a statement: stamps the snapshot of the read
+// transaction `conn` last began. Call it right after a statement that read in a
+// transaction of its own (outside any transaction), before any other statement runs, to
+// stamp exactly what that statement read. Same results; for the same `stamp` as
+// RefreshStoreStamp (both use the pager's data version).
+int StampLastRead(const std::shared_ptr<StoreConnection>& conn, StoreStamp* stamp);
 
 // Reads the text stored under `key` into `out` (empty when the key is absent). Host flags
 // are read on hot paths: values are cached per connection and re-read only after the

@@ -94,10 +94,19 @@ struct KeyValueCache {
 // count before the statement ran.
 void NoteChanges(StoreConnection& conn, const StmtPtr& stmt, int64_t total_before);
 
+// Where a stamp's data version comes from. A stamp is only ever compared with one from
+// the same source: the pager's also moves with the connection's own commits.
+enum class StampVersion {
+  kPragma,           // PRAGMA data_version: other connections' commits only
+  kPagerAfterRead,   // the pager's, after PRAGMA data_version began a read transaction
+  kPagerOfLastRead,  // the pager's, as the last read transaction left it: no statement
+};
+
 // RefreshStoreStamp with `*uncounted_changes` (when not null) taken off the connection's
-// total change count: rows changed that cannot have changed what the stamp guards.
+// total change count (rows changed that cannot have changed what the stamp guards), and
+// the data version read as `version` says.
 int RefreshStamp(const std::shared_ptr<StoreConnection>& conn, StoreStamp* stamp,
-                 const int64_t* uncounted_changes);
+                 const int64_t* uncounted_changes, StampVersion version);
 
 // True when `sql` names the key-value table (in any letter case).
 bool MentionsKeyValueTable(std::string_view sql);

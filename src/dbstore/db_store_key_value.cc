@@ -63,7 +63,8 @@ namespace {
 // key-value table.
 int RefreshCache(const std::shared_ptr<StoreConnection>& conn) {
   internal::KeyValueCache& cache = conn->key_values();
-  const int changed = internal::RefreshStamp(conn, &cache.stamp, &cache.other_table_changes);
+  const int changed = internal::RefreshStamp(conn, &cache.stamp, &cache.other_table_changes,
+                                             internal::StampVersion::kPragma);
   if (changed < 0) return 1;
   if (changed > 0) cache.values.clear();
   return 0;

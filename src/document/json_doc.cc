@@ -1,7 +1,7 @@
 #include "setvault/json_doc.h"
 
 #include <algorithm>
-
+#include <cstdint>
 #include <cstring>
 
 #include <rapidjson/error/en.h>
@@ -79,23 +79,49 @@ struct LimitFaults {
   bool ascii = true;
 };
 
+// The offset of the first '"' or '\\' in text[i, length), or `length`; ors every byte
+// passed over into *bits. String bodies are most of a stored object's text, so they
+// are passed over eight bytes at a time.
+size_t SkipStringBytes(const char* text, size_t length, size_t i, unsigned char* bits) {
+  constexpr uint64_t kOnes = 0x0101010101010101ULL;
+  constexpr uint64_t kHighBits = 0x8080808080808080ULL;
+  uint64_t passed = 0;
+  for (; i + sizeof(uint64_t) <= length; i += sizeof(uint64_t)) {
+    uint64_t word;
+    std::memcpy(&word, text + i, sizeof word);
+    // A byte equal to '"' or '\\' leaves a zero byte in `quote` or `backslash`, and a
+    // word holds a zero byte exactly when (v - kOnes) & ~v has a high bit set.
+    const uint64_t quote = word ^ (kOnes * '"');
+    const uint64_t backslash = word ^ (kOnes * '\\');
+    if ((((quote - kOnes) & ~quote) | ((backslash - kOnes) & ~backslash)) & kHighBits) break;
+    passed |= word;
+  }
+  if (passed & kHighBits) *bits |= 0x80;
+  for (; i < length && text[i] != '"' && text[i] != '\\'; ++i) {
+    *bits |= static_cast<unsigned char>(text[i]);
+  }
+  return i;
+}
+
+// The offset of the quote that ends the string whose body starts at text[i], or
+// `length` when none does; ors every byte passed over into *bits.
+size_t EndOfString(const char* text, size_t length, size_t i, unsigned char* bits) {
+  while ((i = SkipStringBytes(text, length, i, bits)) < length && text[i] == '\\') {
+    if (++i < length) *bits |= static_cast<unsigned char>(text[i++]);
+  }
+  return i;
+}
+
 // One pass over `text` for both limits; it stops at the first nesting fault.
 LimitFaults FindLimitFaults(const char* text, size_t length) {
   LimitFaults faults;
   int depth = 0;
-  bool in_string = false;
   unsigned char bits = 0;  // the bytes seen, or-ed together
   for (size_t i = 0; i < length; ++i) {
     const char c = text[i];
     bits |= static_cast<unsigned char>(c);
-    if (in_string) {
-      if (c == '\\') {
-        if (++i < length) bits |= static_cast<unsigned char>(text[i]);
-      } else if (c == '"') {
-        in_string = false;
-      }
-    } else if (c == '"') {
-      in_string = true;
+    if (c == '"') {
+      i = EndOfString(text, length, i + 1, &bits);
     } else if (c == '[' || c == '{') {
       if (++depth > kMaxNestingDepth) {
         faults.too_deep = i;
