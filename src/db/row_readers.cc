@@ -120,9 +120,10 @@ int VisitRowCallback(void* context, int count, char** texts, char** names) {
 }  // namespace
 
 const char* RowView::Find(const char* column) const {
-  // A handful of columns: comparing names is cheaper than any index.
+  // A handful of columns: comparing names is cheaper than any index, and their first
+  // letters mostly differ.
   for (int i = 0; i < count_; ++i) {
-    if (std::strcmp(names_[i], column) == 0) return texts_[i];
+    if (names_[i][0] == column[0] && std::strcmp(names_[i], column) == 0) return texts_[i];
   }
   return nullptr;
 }
