@@ -104,19 +104,13 @@ TEST(FilterMatching, MembersMustBeEqualAndObjectsSubsets) {
     const char* filter;
     bool matches;
   } cases[] = {
-      {R"({"a": 1, "b": 2})", R"({"a": 1})", true},
-      {R"({"a": 2, "b": 2})", R"({"a": 1})", false},
+      {R"({"a": 1.0, "b": 2, "list": [1]})", R"({"a": 1})", true},
       {R"({"b": 2})", R"({"a": 1})", false},
-      {R"({"a": 1.0})", R"({"a": 1})", true},
       {R"({"a": "1"})", R"({"a": 1})", false},
-      {R"({"a": null})", R"({"a": false})", false},
-      {R"({"s": {"x": true, "y": 0}})", R"({"s": {"x": true}})", true},
       {R"({"s": 5})", R"({"s": {"x": true}})", false},
       {R"({"s": {"x": false}})", R"({"s": {"x": true}})", false},
       {R"({"s": {"t": {"u": 1, "v": 2}}})", R"({"s": {"t": {"v": 2}}})", true},
-      {R"({"list": [1, 2], "a": 1})", R"({"a": 1})", true},
       {R"({"list": [1, 2]})", R"({"list": [1, 2]})", false},
-      {R"({"a": [1], "b": {"c": 1}})", "{}", true},
   };
   for (const auto& c : cases) {
     auto object = CreateDocumentFromString(c.object);

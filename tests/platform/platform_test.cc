@@ -1,12 +1,12 @@
-#include "setvault/logger.h"
-
+// The logger's stderr sink, and the base64 and UTF-8 checks at the edges a store value reaches.
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "support/log_capture.h"
+#include "platform/base64.h"
+#include "platform/utf8.h"
+#include "setvault/logger.h"
 
 namespace KorvoSetvault {
 namespace {
@@ -30,16 +30,15 @@ TEST(Logger, StderrSinkWritesEnabledLinesOnly) {
             "setvault info: Cannot wait for process 42: No child processes\n");
 }
 
-TEST(Logger, ConcurrentCallersLoseNoLine) {
-  setvault_test::LogCapture log(4);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([t] {
-      for (int i = 0; i < 500; ++i) SVLogger::Log(4, "thread %d line %d", t, i);
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(log.CountStartingWith(4, "thread "), 4 * 500);
+// Padding in the last group only; a multi-byte sequence with the lowest continuation byte
+// that ends the text.
+TEST(Encoding, PaddingAndSequencesAtTheEnd) {
+  std::vector<unsigned char> out;
+  EXPECT_TRUE(Base64Decode("AQ==", 4, &out));
+  EXPECT_EQ(out, std::vector<unsigned char>{1});
+  EXPECT_FALSE(Base64Decode("A===", 4, &out));
+  EXPECT_TRUE(IsValidUtf8("caf\xc3\x80"));  // the lowest continuation byte, last
+  EXPECT_FALSE(IsValidUtf8("caf\xc3"));
 }
 
 }  // namespace
