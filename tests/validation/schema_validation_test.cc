@@ -21,7 +21,6 @@
 #include "setvault/host_setup.h"
 #include "store/setvault_impl.h"
 #include "support/example_schemas.h"
-#include "support/expect_error.h"
 #include "support/log_capture.h"
 #include "support/validation_thrown.h"
 #include "validation/cleanup.h"
@@ -39,26 +38,23 @@ const SetvaultObjectId kHost("host", "system", "korvo");
 const SetvaultObjectId kVswitches("vswitch", "net", "korvo");
 
 // A type whose instances are told apart by `instance_property` (a singleton
-// when empty).
+// when empty); "bootbank" is its one non-user instance.
 class InlineSchema : public KorvoSchemaStore::SchemaObject {
  public:
-  explicit InlineSchema(const std::string& schema, std::string instance_property = "", int kind = 0,
-                        std::vector<std::string> non_user = {})
+  explicit InlineSchema(const std::string& schema, std::string instance_property = "", int kind = 0)
       : schema_(CreateDocumentFromString(schema)),
         instance_property_(std::move(instance_property)),
-        kind_(kind),
-        non_user_(std::move(non_user)) {}
+        kind_(kind) {}
   const JsonValue& GetSchemaJson() const override { return *schema_->GetJsonValuePtr(); }
   bool IsNonSingleton() const override { return !instance_property_.empty(); }
   std::string GetInstanceIdProperty() const override { return instance_property_; }
   int GetConfigKind() const override { return kind_; }
-  std::vector<std::string> GetNonUserInstanceIds() const override { return non_user_; }
+  std::vector<std::string> GetNonUserInstanceIds() const override { return {"bootbank"}; }
 
  private:
   std::shared_ptr<JsonDoc> schema_;
   std::string instance_property_;
   int kind_;
-  std::vector<std::string> non_user_;
 };
 
 // An object of `schema` holding `data` (any JSON text).
@@ -119,23 +115,9 @@ TEST(CleanupObjectTest, KindsDecideWhetherToClean) {
                {3, "", false},         {4, "", false},     {6, "", true},
                {5, "bootbank", false}, {5, "data1", true}, {0, "bootbank", true}};
   for (const auto& c : cases) {
-    auto schema = std::make_shared<InlineSchema>(kUserSchema, *c.instance ? "label" : "", c.kind,
-                                                 std::vector<std::string>{"bootbank"});
+    auto schema = std::make_shared<InlineSchema>(kUserSchema, *c.instance ? "label" : "", c.kind);
     EXPECT_EQ(Cleaned(R"({"a": {}})", schema, c.instance), c.cleaned ? "{}" : R"({"a":{}})")
         << c.kind << " " << c.instance;
-  }
-}
-
-TEST(InstanceIdFromValue, ReadsTheSchemasMember) {
-  auto with_id = std::make_shared<InlineSchema>(kUserSchema, "label");
-  auto id = [&](const char* data, const std::shared_ptr<InlineSchema>& schema) {
-    return GetInstanceIdFromValue(*CreateDocumentFromString(data)->GetJsonValuePtr(), schema);
-  };
-  EXPECT_EQ(id(R"({"label": "ds1", "n": 5})", with_id), "ds1");
-  EXPECT_EQ(id(R"({"label": "ds1"})", std::make_shared<InlineSchema>("{}")), "");
-  for (const char* bad : {R"({"label": 5})", R"({"n": 5})", "[]"}) {
-    setvault_test::ExpectError([&] { id(bad, with_id); }, SV_ERR_INSTANCE_ID_VALUE,
-                               "Invalid instance id value: label");
   }
 }
 
@@ -200,25 +182,6 @@ TEST(PerOperationChecksTest, EachThrowsItsCodeWithEveryFindingOfItsOptionSet) {
   EXPECT_EQ(cleaned->GetData(), R"({"r":"a"})");
   EXPECT_THROW(ValidateCachedConfig(schema, MakeObject(R"({"arr":[{}]})", schema)),
                ValidationException);
-}
-
-TEST(ValidateObjectDataTest, NonObjectDataEarlierEntriesAndLoggedFindings) {
-  LogCapture log(0);
-  auto schema = std::make_shared<InlineSchema>(kSampleSchema);
-  // Data that is not an object is one finding, of its own (not the validator's).
-  std::vector<ErrorInfo> errors;
-  EXPECT_FALSE(ValidateObjectData(schema, MakeObject("[1,2]", schema), SetOptions, errors, false));
-  ASSERT_THAT(Paths(errors), ElementsAre("/"));
-  EXPECT_EQ(errors[0].message, "Invalid JSON data: Expected JSON of type object.");
-  // An earlier entry fails valid data; findings are logged unless quiet.
-  EXPECT_FALSE(
-      ValidateObjectData(schema, MakeObject(R"({"r":"a"})", schema), SetOptions, errors, false));
-  EXPECT_TRUE(log.Lines().empty());
-  EXPECT_FALSE(ValidateObjectData(schema, MakeObject(R"({"r":"a","n":6})", schema), SetOptions,
-                                  errors, false));
-  EXPECT_THAT(log.Lines(),
-              ElementsAre(std::make_pair(0, "Validation error at /n: value 6 exceeds maximum 5")));
-  EXPECT_EQ(errors.size(), 2u);
 }
 
 TEST(ValidateSvoTest, OptionSetFollowsTheTypesTopLevelTag) {
