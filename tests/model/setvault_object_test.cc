@@ -131,14 +131,20 @@ TEST_F(SetvaultObjectTest, InstanceSubObjects) {
 TEST_F(SetvaultObjectTest, InstancesThroughFilters) {
   auto vswitch = VSwitch("vs0");
   EXPECT_TRUE(vswitch->GetSubObjectInstances(PortgroupFilter()).empty());
-  vswitch->SetData(
-      R"({"name":"vs0","portgroups":[{"name":"a","vlanId":200},)"
-      R"({"name":"b","vlanId":100},{"name":"c","vlanId":200},{"name":"d","vlanId":100}]})");
+  vswitch->SetData(R"({"name":"vs0","portgroups":[{"name":"a","vlanId":200},{"name":"b",)"
+                   R"("vlanId":100,"security":{"promiscuous":true,"forgedTransmits":false}},)"
+                   R"({"name":"c","vlanId":200},{"name":"d","vlanId":100}]})");
   EXPECT_EQ(vswitch->GetSubObjectInstances(PortgroupFilter()).size(), 4u);
   EXPECT_EQ(vswitch->GetSubObjectInstances(PortgroupFilter("c")).size(), 1u);
+  // A nested filter matches a subset of the nested object; instances without it do not match.
+  auto open = PortgroupFilter();
+  open->CreateSubObjectFilter(SubObjectId("security"))->SetValue("promiscuous", true);
+  auto matching = vswitch->GetSubObjectInstances(open);
+  ASSERT_EQ(matching.size(), 1u);
+  EXPECT_EQ(matching[0]->GetSetvaultObjectId().instanceId, "b");
   auto vlan100 = PortgroupFilter();
   vlan100->SetValue("vlanId", 100);
-  auto matching = vswitch->GetSubObjectInstances(vlan100);
+  matching = vswitch->GetSubObjectInstances(vlan100);
   ASSERT_EQ(matching.size(), 2u);
   EXPECT_EQ(matching[0]->GetSetvaultObjectId().instanceId, "b");
   EXPECT_EQ(matching[1]->GetSetvaultObjectId().instanceId, "d");

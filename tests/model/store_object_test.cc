@@ -44,7 +44,7 @@ class StoreObjectTest : public ::testing::Test {
 };
 
 TEST_F(StoreObjectTest, ValuesRoundTrip) {
-  const std::string with_nul("a\0b", 3);
+  const std::string with_nul("a\0\xc3\x80", 4);  // the lowest continuation byte ends it
   const long long min = std::numeric_limits<long long>::min();
   EXPECT_EQ(RoundTrip("s", with_nul), with_nul);
   EXPECT_EQ(RoundTrip("i", -7), -7);
@@ -185,7 +185,7 @@ TEST_F(StoreObjectTest, BinaryValues) {
               "Value pointer cannot be null and length cannot be zero");
   }
   data = nullptr;
-  for (const char* bad : {"abc", "ab=c", "a!==", "AB==AB==", "AQ=", "AR=="}) {
+  for (const char* bad : {"abc", "ab=c", "a!==", "A===", "AB==AB==", "AQ=", "AR=="}) {
     object_.SetValue("bad", bad);
     EXPECT_EQ(MessageOf([&] { object_.GetValueBinary("bad", &data, &length); }),
               "Failed to decode binary value")
@@ -290,35 +290,6 @@ TEST(DocumentDrift, DescribesEachDriftedObject) {
   auto vswitch = std::make_shared<SetvaultObject>(SetvaultObjectId("vswitch", "net", "korvo", "a"));
   EXPECT_EQ(CodeOf([&] { ComputeDrift(host, vswitch); }), 1062);
   EXPECT_EQ(ComputeDrift(host, host), nullptr);
-}
-
-// A filter matches an object when every filtered member is equal (numbers by value),
-// nested objects as subsets; array members are never filtered on.
-TEST(FilterMatching, MembersMustBeEqualAndObjectsSubsets) {
-  LogCapture log(0);
-  const struct {
-    const char* object;
-    const char* filter;
-    bool matches;
-  } cases[] = {
-      {R"({"a": 1.0, "b": 2, "list": [1]})", R"({"a": 1})", true},
-      {R"({"b": 2})", R"({"a": 1})", false},
-      {R"({"a": "1"})", R"({"a": 1})", false},
-      {R"({"s": 5})", R"({"s": {"x": true}})", false},
-      {R"({"s": {"x": false}})", R"({"s": {"x": true}})", false},
-      {R"({"s": {"t": {"u": 1, "v": 2}}})", R"({"s": {"t": {"v": 2}}})", true},
-      {R"({"list": [1, 2]})", R"({"list": [1, 2]})", false},
-  };
-  for (const auto& c : cases) {
-    auto object = CreateDocumentFromString(c.object);
-    auto filter = CreateDocumentFromString(c.filter);
-    EXPECT_EQ(svoMatchesFilter(*object->GetJsonValuePtr(), *filter->GetJsonValuePtr()), c.matches)
-        << c.object << " " << c.filter;
-  }
-  EXPECT_TRUE(log.Contains(0, "svoMatchesFilter: Non-Singleton SubObject filtering not supported"));
-  auto list = CreateDocumentFromString("[1]");
-  EXPECT_EQ(CodeOf([&] { svoMatchesFilter(*list->GetJsonValuePtr(), *list->GetJsonValuePtr()); }),
-            1082);
 }
 
 TEST(FilterSpecObjectTest, NestedFiltersLandInsideTheParent) {

@@ -1,12 +1,8 @@
-// The logger's stderr sink, and the base64 and UTF-8 checks at the edges a store value reaches.
+#include "setvault/logger.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
-
-#include "platform/base64.h"
-#include "platform/utf8.h"
-#include "setvault/logger.h"
 
 namespace KorvoSetvault {
 namespace {
@@ -28,17 +24,6 @@ TEST(Logger, StderrSinkWritesEnabledLinesOnly) {
   EXPECT_EQ(written,
             "setvault warning: disk 93% full\n"
             "setvault info: Cannot wait for process 42: No child processes\n");
-}
-
-// Padding in the last group only; a multi-byte sequence with the lowest continuation byte
-// that ends the text.
-TEST(Encoding, PaddingAndSequencesAtTheEnd) {
-  std::vector<unsigned char> out;
-  EXPECT_TRUE(Base64Decode("AQ==", 4, &out));
-  EXPECT_EQ(out, std::vector<unsigned char>{1});
-  EXPECT_FALSE(Base64Decode("A===", 4, &out));
-  EXPECT_TRUE(IsValidUtf8("caf\xc3\x80"));  // the lowest continuation byte, last
-  EXPECT_FALSE(IsValidUtf8("caf\xc3"));
 }
 
 }  // namespace
