@@ -142,6 +142,8 @@ TEST_F(SetvaultObjectTest, InstancesThroughFilters) {
   auto matching = vswitch->GetSubObjectInstances(open);
   ASSERT_EQ(matching.size(), 1u);
   EXPECT_EQ(matching[0]->GetSetvaultObjectId().instanceId, "b");
+  open->GetSubObjectFilter(SubObjectId("security"))->SetValue("forgedTransmits", true);
+  EXPECT_TRUE(vswitch->GetSubObjectInstances(open).empty());  // b's nested value differs
   auto vlan100 = PortgroupFilter();
   vlan100->SetValue("vlanId", 100);
   matching = vswitch->GetSubObjectInstances(vlan100);
