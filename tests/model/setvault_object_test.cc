@@ -85,9 +85,8 @@ TEST_F(SetvaultObjectTest, SingletonSubObjects) {
             "Not a singleton SubObject: key hostname");
   EXPECT_EQ(host.GetSubObject(SubObjectId("syslog")), nullptr);
 
-  bool enabled = false;
-  EXPECT_EQ(host.GetSubObject(SubObjectId("ntp"))->GetValue("enabled", &enabled), 1);
-  EXPECT_TRUE(enabled);
+  EXPECT_EQ(host.GetSubObject(SubObjectId("ntp"))->GetData(),
+            R"({"enabled":true,"servers":["pool.ntp.org"]})");
   host.DeleteSubObject(SubObjectId("ntp"));
   EXPECT_EQ(host.GetSerializedData(), R"({"hostname":"node1"})");
   host.DeleteSubObject(SubObjectId("ntp"));
@@ -132,15 +131,22 @@ TEST_F(SetvaultObjectTest, InstanceSubObjects) {
 TEST_F(SetvaultObjectTest, InstancesThroughFilters) {
   auto vswitch = VSwitch("vs0");
   EXPECT_TRUE(vswitch->GetSubObjectInstances(PortgroupFilter()).empty());
-  for (const char* name : {"a", "b", "c", "d"}) {
-    auto pg = vswitch->CreateSubObject(SubObjectId("portgroups", name));
-    pg->SetValue("vlanId", std::string(name) == "b" || std::string(name) == "d" ? 100 : 200);
-  }
+  vswitch->SetData(R"({"name":"vs0","portgroups":[{"name":"a","vlanId":200},{"name":"b",)"
+                   R"("vlanId":100,"security":{"promiscuous":true,"forgedTransmits":false}},)"
+                   R"({"name":"c","vlanId":200},{"name":"d","vlanId":100}]})");
   EXPECT_EQ(vswitch->GetSubObjectInstances(PortgroupFilter()).size(), 4u);
   EXPECT_EQ(vswitch->GetSubObjectInstances(PortgroupFilter("c")).size(), 1u);
+  // A nested filter matches a subset of the nested object; instances without it do not match.
+  auto open = PortgroupFilter();
+  open->CreateSubObjectFilter(SubObjectId("security"))->SetValue("promiscuous", true);
+  auto matching = vswitch->GetSubObjectInstances(open);
+  ASSERT_EQ(matching.size(), 1u);
+  EXPECT_EQ(matching[0]->GetSetvaultObjectId().instanceId, "b");
+  open->GetSubObjectFilter(SubObjectId("security"))->SetValue("forgedTransmits", true);
+  EXPECT_TRUE(vswitch->GetSubObjectInstances(open).empty());  // b's nested value differs
   auto vlan100 = PortgroupFilter();
   vlan100->SetValue("vlanId", 100);
-  auto matching = vswitch->GetSubObjectInstances(vlan100);
+  matching = vswitch->GetSubObjectInstances(vlan100);
   ASSERT_EQ(matching.size(), 2u);
   EXPECT_EQ(matching[0]->GetSetvaultObjectId().instanceId, "b");
   EXPECT_EQ(matching[1]->GetSetvaultObjectId().instanceId, "d");

@@ -1,3 +1,5 @@
+// Store objects and their typed values; drift objects and the drift between documents;
+// filters and the subset checks they use.
 #include "setvault/store_object.h"
 
 #include <gtest/gtest.h>
@@ -9,14 +11,22 @@
 #include <utility>
 #include <vector>
 
-#include "model/store_object_impl.h"
+#include "model/filter_match.h"
 #include "model/thrown.h"
+#include "setvault/drift.h"
+#include "setvault/drift_object.h"
+#include "setvault/filter_spec_object.h"
+#include "support/example_schemas.h"
 #include "support/log_capture.h"
 
 namespace KorvoSetvault {
 namespace {
 
+using setvault_test::LogCapture;
 using Strings = std::vector<std::string>;
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+const SetvaultObjectId kHost("host", "system", "korvo");
 
 class StoreObjectTest : public ::testing::Test {
  protected:
@@ -30,11 +40,11 @@ class StoreObjectTest : public ::testing::Test {
   }
 
   StoreObject object_{SetvaultObjectId("vswitch", "net", "korvo")};
-  setvault_test::LogCapture log_{0};
+  LogCapture log_{0};
 };
 
 TEST_F(StoreObjectTest, ValuesRoundTrip) {
-  const std::string with_nul("a\0b", 3);
+  const std::string with_nul("a\0\xc3\x80", 4);  // the lowest continuation byte ends it
   const long long min = std::numeric_limits<long long>::min();
   EXPECT_EQ(RoundTrip("s", with_nul), with_nul);
   EXPECT_EQ(RoundTrip("i", -7), -7);
@@ -102,23 +112,6 @@ TEST_F(StoreObjectTest, ValuesOfAnotherKindAreRefused) {
   EXPECT_EQ(object_.GetData(), R"({"three":3,"big":5000000000,"neg":-1,"n":null,"strings":["x"],)"
                                R"("mixed":["x",5,"y"],"ints":[1,7],"doubles":[1.5,2.0],)"
                                R"("names":["eth0"],"l":[1.0]})");
-}
-
-// Setters replace a member in place, but not a null one: they append a second member, which
-// reads miss. An empty list is placed last: removal moves the last member into the removed one's
-// place.
-TEST_F(StoreObjectTest, SettersReplaceInPlaceButNotANullMember) {
-  object_.SetData(R"({"a": [1, 2], "n": null, "list": [1], "x": 1})");
-  object_.SetValue("a", "now text");
-  object_.SetValue("n", 5);
-  int i = 0;
-  EXPECT_EQ(object_.GetValue("n", &i), 0);
-  object_.SetValue("list", std::vector<int>{});
-  object_.SetValueEmptyList("fresh");
-  EXPECT_EQ(object_.GetData(), R"({"a":"now text","n":null,"n":5,"x":1,"list":[],"fresh":[]})");
-  object_.Remove("n");
-  EXPECT_EQ(object_.GetValue("n", &i), 1);
-  EXPECT_EQ(i, 5);
 }
 
 TEST_F(StoreObjectTest, BadArgumentsAreRefusedAndChangeNothing) {
@@ -192,7 +185,7 @@ TEST_F(StoreObjectTest, BinaryValues) {
               "Value pointer cannot be null and length cannot be zero");
   }
   data = nullptr;
-  for (const char* bad : {"abc", "ab=c", "a!==", "AB==AB==", "AQ=", "AR=="}) {
+  for (const char* bad : {"abc", "ab=c", "a!==", "A===", "AB==AB==", "AQ=", "AR=="}) {
     object_.SetValue("bad", bad);
     EXPECT_EQ(MessageOf([&] { object_.GetValueBinary("bad", &data, &length); }),
               "Failed to decode binary value")
@@ -211,7 +204,8 @@ TEST_F(StoreObjectTest, WholeObjectOperations) {
   object_.Remove("n");
   object_.SetData(nullptr);  // ignored
   EXPECT_EQ(CodeOf([&] { object_.SetData("{broken"); }), 1080);
-  EXPECT_EQ(object_.GetData(), R"({"a":1})");
+  object_.SetValueEmptyList("list");
+  EXPECT_EQ(object_.GetData(), R"({"a":1,"list":[]})");
   // A root that is not an object gives JSON errors.
   object_.SetData("[1, 2]");
   int i = 0;
@@ -220,11 +214,139 @@ TEST_F(StoreObjectTest, WholeObjectOperations) {
   EXPECT_FALSE(object_.CheckKey("a"));
 }
 
-TEST(StoreObjectImplTest, CopiesAJsonValueIntoItsOwnDocument) {
-  auto source = CreateDocumentFromString(R"({"a": [1, 2]})");
-  StoreObjectImpl impl(SetvaultObjectId("k", "g", "c"), *source->GetJsonValuePtr());
-  (*source->GetJsonValuePtr())["a"].PushBack(3, source->GetAllocator());
-  EXPECT_EQ(impl.GetData(), R"({"a":[1,2]})");
+TEST(DriftObjectTest, InstancesByInstanceId) {
+  LogCapture log(0);
+  EXPECT_EQ(CodeOf([] { CreateDriftObject(kHost, "{not json", "SET"); }), 1080);
+  EXPECT_EQ(CodeOf([] { CreateDriftObject(kHost, "[1, 2]", "SET")->Get(); }), 1082);
+  auto drift = CreateDriftObject(kHost, R"({"routes": "ADD", "vlans": "DELETE", "dns": {},
+      "ports": [{"INSTANCEID": "p0", "mtu": 9000}, {"INSTANCEID": "p1", "speed": "DELETE"}],
+      "noId": [{"mtu": 1}], "numericId": [{"INSTANCEID": 5}], "scalars": [1],
+      "mixed": [{"INSTANCEID": "p0"}, "p1"]})",
+                                 "SET");
+  auto p1 = drift->GetSubObject(SubObjectId("ports", "p1"));
+  EXPECT_EQ(p1->GetSetvaultObjectId(), SetvaultObjectId("ports", "system", "korvo", "p1"));
+  EXPECT_EQ(p1->Get(), (Pairs{{"INSTANCEID", "p1"}, {"speed", "DELETE"}}));
+  EXPECT_EQ(drift->GetSubObject(SubObjectId("ports", "p9")), nullptr);
+  EXPECT_TRUE(log.Contains(0, "subobject key ports id p9 is not in drift"));
+  EXPECT_EQ(drift->GetSubObject(SubObjectId("ntp")), nullptr);
+  EXPECT_TRUE(log.Contains(0, "property ntp is not in drift"));
+  EXPECT_TRUE(drift->GetSubObjectInstances(SubObjectId("ntp")).empty());
+  // An instance of a type marked as a whole takes the type's operation.
+  EXPECT_EQ(drift->GetSubObject(SubObjectId("routes", "r1"))->GetOperation(), "ADD");
+  EXPECT_EQ(drift->GetSubObject(SubObjectId("vlans", "v1"))->GetOperation(), "DELETE");
+  auto instances = drift->GetSubObjectInstances(SubObjectId("ports"));
+  ASSERT_EQ(instances.size(), 2u);
+  EXPECT_EQ(instances[1]->GetSetvaultObjectId().instanceId, "p1");
+  // Wrong shapes for the question asked.
+  EXPECT_EQ(CodeOf([&] { drift->GetSubObject(SubObjectId("ports")); }), 1048);
+  EXPECT_EQ(CodeOf([&] { drift->GetSubObject(SubObjectId("dns", "x")); }), 1049);
+  for (const char* key : {"dns", "noId", "numericId", "scalars", "mixed"}) {
+    EXPECT_EQ(CodeOf([&] { drift->GetSubObjectInstances(SubObjectId(key)); }), 1046) << key;
+  }
+  drift.reset();  // the parts are copies
+  EXPECT_EQ(instances[0]->GetData(), R"({"INSTANCEID":"p0","mtu":9000})");
+}
+
+// Drift between two documents of the example types: one line per drifted
+// object, "<id> <operation> <description>".
+TEST(DocumentDrift, DescribesEachDriftedObject) {
+  setvault_test::ExampleSchemas schemas;
+  LogCapture log(0);
+  const std::string current =
+      R"({"korvo": {"system": {"host": {"hostname": "a", "ntp": {"enabled": true}}},
+         "net": {"vswitch": [{"name": "vs0", "mtu": 1500,
+                              "portgroups": [{"name": "pg1", "vlanId": 1}, {"name": "pg2"}]},
+                             {"name": "vs1", "mtu": 9000}]}}})";
+  const struct {
+    std::string desired;
+    std::vector<std::string> drifts;
+  } cases[] = {
+      {current, {}},
+      {"{}", {}},  // types the desired document does not name are not compared
+      {R"({"korvo": {"system": {"host": {"ntp": {"enabled": false}, "timezone": "UTC"}}}})",
+       {R"(korvo system host  SET {"ntp":{"enabled":"SET"},"timezone":"ADD",)"
+        R"("hostname":"DELETE"})"}},
+      {R"({"korvo": {"net": {"vswitch": [{"name": "vs0", "mtu": 1500, "portgroups":
+           [{"name": "pg1", "vlanId": 2}, {"name": "pg3"}]}, {"name": "vs2"}]}}})",
+       {R"(korvo net vswitch vs0 SET {"portgroups":[{"INSTANCEID":"pg1","vlanId":"SET"},)"
+        R"({"INSTANCEID":"pg3","name":"ADD"},{"INSTANCEID":"pg2","name":"DELETE"}]})",
+        R"(korvo net vswitch vs1 DELETE {"name":"DELETE","mtu":"DELETE"})",
+        R"(korvo net vswitch vs2 ADD {"name":"ADD"})"}},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> drifts;
+    for (const auto& drift : ComputeDocumentDrift(c.desired, current)) {
+      const SetvaultObjectId id = drift->GetSetvaultObjectId();
+      drifts.push_back(id.component + " " + id.group + " " + id.key + " " + id.instanceId + " " +
+                       drift->GetOperation() + " " + drift->GetData());
+    }
+    EXPECT_EQ(drifts, c.drifts) << c.desired;
+  }
+  EXPECT_EQ(CodeOf([&] { ComputeDocumentDrift(R"({"korvo": {"x": {"y": {}}}})", current); }), 2000);
+  EXPECT_EQ(CodeOf([&] { ComputeDocumentDrift("{", current); }), 2000);
+  // Drift of two different objects is refused; equal objects have none.
+  EXPECT_EQ(ComputeDrift(nullptr, nullptr), nullptr);
+  auto host = std::make_shared<SetvaultObject>(kHost);
+  auto vswitch = std::make_shared<SetvaultObject>(SetvaultObjectId("vswitch", "net", "korvo", "a"));
+  EXPECT_EQ(CodeOf([&] { ComputeDrift(host, vswitch); }), 1062);
+  EXPECT_EQ(ComputeDrift(host, host), nullptr);
+}
+
+TEST(FilterSpecObjectTest, NestedFiltersLandInsideTheParent) {
+  LogCapture log(4);
+  FilterSpecObject filter(SetvaultObjectId("vswitch", "net", "korvo"));
+  filter.SetValue("mtu", 9000);
+  auto uplink = filter.CreateSubObjectFilter(SubObjectId("uplink"));
+  EXPECT_EQ(uplink->GetSetvaultObjectId(), SetvaultObjectId("uplink", "net", "korvo"));
+  uplink->SetValue("lacp", true);
+  uplink->CreateSubObjectFilter(SubObjectId("timers"))->SetValue("fast", 1);
+  EXPECT_EQ(filter.GetData(), R"({"mtu":9000,"uplink":{"lacp":true,"timers":{"fast":1}}})");
+  EXPECT_EQ(filter.GetSubObjectFilter(SubObjectId("uplink"))->GetData(),
+            R"({"lacp":true,"timers":{"fast":1}})");
+  EXPECT_EQ(filter.GetSubObjectFilter(SubObjectId("absent")), nullptr);
+  EXPECT_EQ(MessageOf([&] { filter.CreateSubObjectFilter(SubObjectId("uplink")); }),
+            "SubObject filter already exists.");
+  filter.DeleteSubObjectFilter(SubObjectId("uplink"));
+  filter.DeleteSubObjectFilter(SubObjectId("uplink"));  // absent: nothing happens
+  EXPECT_EQ(filter.GetData(), R"({"mtu":9000})");
+  // A handle on a deleted nested filter reports the missing member.
+  EXPECT_NE(CodeOf([&] { uplink->SetValue("lacp", false); }), 0);
+
+  // Nested filters stop at the nesting limit of parsed texts (root is level 1).
+  std::shared_ptr<FilterSpecObject> level = filter.CreateSubObjectFilter(SubObjectId("n"));
+  for (int depth = 2; depth < 512; ++depth) level = level->CreateSubObjectFilter(SubObjectId("n"));
+  EXPECT_EQ(
+      MessageOf<InvalidArgumentException>([&] { level->CreateSubObjectFilter(SubObjectId("n")); }),
+      "Value nested deeper than 512 levels: n");
+}
+
+TEST(SchemaGuidedSubset, ComparesDescribedMembersAndPairsInstancesById) {
+  LogCapture log(0);
+  auto schema = CreateDocumentFromString(R"({"type": "object", "properties": {
+      "mtu": {"type": "integer"}, "dns": {"properties": {"domain": {"type": "string"}}},
+      "ports": {"type": "array", "instanceIdProperty": "name", "items": {"properties": {
+          "name": {"type": "string"}, "speed": {"type": "integer"}}}}}})");
+  auto object = CreateDocumentFromString(R"({"mtu": 1500, "dns": {"domain": "lab"},
+      "ports": [{"name": "p0", "speed": 10}, {"name": "p1", "speed": 25}]})");
+  const std::pair<const char*, const char*> cases[] = {
+      {R"({"mtu": 1500, "ports": [{"name": "p1", "speed": 25}]})", ""},
+      {R"({"undescribed": 1, "dns": {"domain": "lab"}})", ""},
+      {R"({"mtu": 9000})", "obj is not susbset, key mtu did not match"},
+      {R"({"dns": {"domain": "prod"}})", "obj is not susbset, key domain did not match"},
+      {R"({"ports": [{"name": "p7"}]})", "obj is not subset, instanceId p7 did not match"},
+      {R"({"ports": [{"name": "p0", "speed": 25}]})",
+       "obj is not susbset, key speed did not match"},
+  };
+  for (const auto& [subset, finding] : cases) {
+    log.Clear();
+    auto doc = CreateDocumentFromString(subset);
+    EXPECT_EQ(IsSubsetBySchema(*object->GetJsonValuePtr(), *doc->GetJsonValuePtr(),
+                               *schema->GetJsonValuePtr()),
+              *finding == '\0')
+        << subset;
+    EXPECT_EQ(log.Lines().size(), *finding == '\0' ? 0u : 1u) << subset;
+    EXPECT_TRUE(*finding == '\0' || log.Contains(0, finding)) << subset;
+  }
 }
 
 }  // namespace

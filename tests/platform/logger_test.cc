@@ -3,10 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <thread>
-#include <vector>
-
-#include "support/log_capture.h"
 
 namespace KorvoSetvault {
 namespace {
@@ -28,18 +24,6 @@ TEST(Logger, StderrSinkWritesEnabledLinesOnly) {
   EXPECT_EQ(written,
             "setvault warning: disk 93% full\n"
             "setvault info: Cannot wait for process 42: No child processes\n");
-}
-
-TEST(Logger, ConcurrentCallersLoseNoLine) {
-  setvault_test::LogCapture log(4);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([t] {
-      for (int i = 0; i < 500; ++i) SVLogger::Log(4, "thread %d line %d", t, i);
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  EXPECT_EQ(log.CountStartingWith(4, "thread "), 4 * 500);
 }
 
 }  // namespace

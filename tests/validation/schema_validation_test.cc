@@ -1,12 +1,14 @@
 // Schema validation of objects and documents: clean-up of user data before it
 // is written, the option set and code of each per-operation check (told apart
 // by the findings on one sample), the store's Validate path, validateObject
-// and the whole-document checks.
+// and the whole-document checks; the argument and schema-kind guards.
 #include "validation/schema_validation.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -16,40 +18,43 @@
 #include "model/setvault_object_impl.h"
 #include "schema/schema_store.h"
 #include "setvault/exceptions.h"
+#include "setvault/host_setup.h"
+#include "store/setvault_impl.h"
 #include "support/example_schemas.h"
-#include "support/expect_error.h"
 #include "support/log_capture.h"
 #include "support/validation_thrown.h"
 #include "validation/cleanup.h"
+#include "validation/guards.h"
 
 namespace KorvoSetvault {
 namespace {
 
 using setvault_test::LogCapture;
+using setvault_test::Thrown;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+const SetvaultObjectId kHost("host", "system", "korvo");
+const SetvaultObjectId kVswitches("vswitch", "net", "korvo");
+
 // A type whose instances are told apart by `instance_property` (a singleton
-// when empty).
+// when empty); "bootbank" is its one non-user instance.
 class InlineSchema : public KorvoSchemaStore::SchemaObject {
  public:
-  explicit InlineSchema(const std::string& schema, std::string instance_property = "", int kind = 0,
-                        std::vector<std::string> non_user = {})
+  explicit InlineSchema(const std::string& schema, std::string instance_property = "", int kind = 0)
       : schema_(CreateDocumentFromString(schema)),
         instance_property_(std::move(instance_property)),
-        kind_(kind),
-        non_user_(std::move(non_user)) {}
+        kind_(kind) {}
   const JsonValue& GetSchemaJson() const override { return *schema_->GetJsonValuePtr(); }
   bool IsNonSingleton() const override { return !instance_property_.empty(); }
   std::string GetInstanceIdProperty() const override { return instance_property_; }
   int GetConfigKind() const override { return kind_; }
-  std::vector<std::string> GetNonUserInstanceIds() const override { return non_user_; }
+  std::vector<std::string> GetNonUserInstanceIds() const override { return {"bootbank"}; }
 
  private:
   std::shared_ptr<JsonDoc> schema_;
   std::string instance_property_;
   int kind_;
-  std::vector<std::string> non_user_;
 };
 
 // An object of `schema` holding `data` (any JSON text).
@@ -96,12 +101,6 @@ TEST(CleanupObjectTest, RemovesEmptyUserObjectsInstancesAndArrays) {
       {"[1]", "[1]"},
   };
   for (const auto& c : cases) EXPECT_EQ(Cleaned(c.data, schema), c.cleaned) << c.data;
-  for (const char* line :
-       {"Erasing empty object prop b", "Erasing empty object prop a",
-        "Erasing empty instance of array prop list", "Erasing empty array prop list",
-        "Erasing sv_generated_id since it is the only remaining property in the object"}) {
-    EXPECT_TRUE(log.Contains(2, line)) << line;
-  }
 }
 
 TEST(CleanupObjectTest, KindsDecideWhetherToClean) {
@@ -116,27 +115,9 @@ TEST(CleanupObjectTest, KindsDecideWhetherToClean) {
                {3, "", false},         {4, "", false},     {6, "", true},
                {5, "bootbank", false}, {5, "data1", true}, {0, "bootbank", true}};
   for (const auto& c : cases) {
-    auto schema = std::make_shared<InlineSchema>(kUserSchema, *c.instance ? "label" : "", c.kind,
-                                                 std::vector<std::string>{"bootbank"});
+    auto schema = std::make_shared<InlineSchema>(kUserSchema, *c.instance ? "label" : "", c.kind);
     EXPECT_EQ(Cleaned(R"({"a": {}})", schema, c.instance), c.cleaned ? "{}" : R"({"a":{}})")
         << c.kind << " " << c.instance;
-  }
-  EXPECT_TRUE(
-      log.Contains(3, "Skipping empty object check since non-user config: comp c grp g key k"));
-  EXPECT_TRUE(log.Contains(
-      3, "Checking for empty objects and arrays in comp c grp g key k id data1 object"));
-}
-
-TEST(InstanceIdFromValue, ReadsTheSchemasMember) {
-  auto with_id = std::make_shared<InlineSchema>(kUserSchema, "label");
-  auto id = [&](const char* data, const std::shared_ptr<InlineSchema>& schema) {
-    return GetInstanceIdFromValue(*CreateDocumentFromString(data)->GetJsonValuePtr(), schema);
-  };
-  EXPECT_EQ(id(R"({"label": "ds1", "n": 5})", with_id), "ds1");
-  EXPECT_EQ(id(R"({"label": "ds1"})", std::make_shared<InlineSchema>("{}")), "");
-  for (const char* bad : {R"({"label": 5})", R"({"n": 5})", "[]"}) {
-    setvault_test::ExpectError([&] { id(bad, with_id); }, SV_ERR_INSTANCE_ID_VALUE,
-                               "Invalid instance id value: label");
   }
 }
 
@@ -203,25 +184,6 @@ TEST(PerOperationChecksTest, EachThrowsItsCodeWithEveryFindingOfItsOptionSet) {
                ValidationException);
 }
 
-TEST(ValidateObjectDataTest, NonObjectDataEarlierEntriesAndLoggedFindings) {
-  LogCapture log(0);
-  auto schema = std::make_shared<InlineSchema>(kSampleSchema);
-  // Data that is not an object is one finding, of its own (not the validator's).
-  std::vector<ErrorInfo> errors;
-  EXPECT_FALSE(ValidateObjectData(schema, MakeObject("[1,2]", schema), SetOptions, errors, false));
-  ASSERT_THAT(Paths(errors), ElementsAre("/"));
-  EXPECT_EQ(errors[0].message, "Invalid JSON data: Expected JSON of type object.");
-  // An earlier entry fails valid data; findings are logged unless quiet.
-  EXPECT_FALSE(
-      ValidateObjectData(schema, MakeObject(R"({"r":"a"})", schema), SetOptions, errors, false));
-  EXPECT_TRUE(log.Lines().empty());
-  EXPECT_FALSE(ValidateObjectData(schema, MakeObject(R"({"r":"a","n":6})", schema), SetOptions,
-                                  errors, false));
-  EXPECT_THAT(log.Lines(),
-              ElementsAre(std::make_pair(0, "Validation error at /n: value 6 exceeds maximum 5")));
-  EXPECT_EQ(errors.size(), 2u);
-}
-
 TEST(ValidateSvoTest, OptionSetFollowsTheTypesTopLevelTag) {
   // "n" passes the options of a vital type and of a cached type but fails
   // the other's; the whole-object options require "m".
@@ -245,15 +207,14 @@ TEST(ValidateSvoTest, OptionSetFollowsTheTypesTopLevelTag) {
   EXPECT_THAT(Paths(errors), ElementsAre("/n", "/n"));
   // A tag that is not a boolean is a JSON error.
   auto odd = std::make_shared<InlineSchema>(R"({"type":"object","vital":"true"})");
-  EXPECT_THAT(setvault_test::Thrown([&] { ValidateSVO(odd, MakeObject("{}", odd), errors); }),
+  EXPECT_THAT(Thrown([&] { ValidateSVO(odd, MakeObject("{}", odd), errors); }),
               ::testing::StartsWith(std::to_string(SV_ERR_JSON) + " "));
 }
 
 TEST(SchemaStoreValidationTest, ObjectsAndDocumentsAreCheckedAsUserData) {
   setvault_test::ExampleSchemas schemas;
   LogCapture log(2);
-  const SetvaultObjectId host("host", "system", "korvo");
-  auto bad = MakeObject(R"({"memoryBytes":-1})", nullptr, host);
+  auto bad = MakeObject(R"({"memoryBytes":-1})", nullptr, kHost);
   std::vector<ErrorInfo> errors;
   EXPECT_TRUE(validateObject(bad, kNone, errors, ""));
   EXPECT_TRUE(validateObject(bad, kRead, errors, "ignored"));
@@ -264,7 +225,7 @@ TEST(SchemaStoreValidationTest, ObjectsAndDocumentsAreCheckedAsUserData) {
   EXPECT_EQ(errors[0].message,
             "member 'memoryBytes' is not allowed in user data (it is cached data)");
   EXPECT_TRUE(
-      validateObject(MakeObject(R"({"hostname":"h"})", nullptr, host), kModify, errors, ""));
+      validateObject(MakeObject(R"({"hostname":"h"})", nullptr, kHost), kModify, errors, ""));
   EXPECT_EQ(log.CountStartingWith(2, "validate completed successfully"), 3);
   EXPECT_EQ(log.CountStartingWith(0, "validate completed with errors"), 1);
   // Without a schema every action fails.
@@ -287,6 +248,71 @@ TEST(SchemaStoreValidationTest, ObjectsAndDocumentsAreCheckedAsUserData) {
   EXPECT_THAT(Paths(errors), ElementsAre("/korvo/system/host/systemUuid"));
   // An earlier entry makes even a valid document fail.
   EXPECT_FALSE(ValidateDocument(MakeObject(good, nullptr, id), errors));
+}
+
+// Argument and schema-kind guards: exact codes and messages, the order of their checks, and
+// that none of them touches the store.
+const char kNeedsId[] = "2000 Non-Singleton object should contain instanceId";
+const char kNotKernelOptions[] =
+    "2000 API should only be invoked for Kernel options configuration.";
+
+// Example schemas, and a store path whose file does not exist: a guard that
+// reads the store would create it (or fail), so its absence afterwards shows
+// that no database was touched.
+class GuardsTest : public ::testing::Test {
+ protected:
+  void SetUp() override { SetStorePath(dir_.File("never/store.db")); }
+  void TearDown() override {
+    struct stat info;
+    EXPECT_NE(stat(dir_.File("never").c_str(), &info), 0) << "a guard opened the store";
+    SetStorePath(kDefaultStorePath);
+  }
+
+  setvault_test::ExampleSchemas schemas_;
+  setvault_test::TempDir dir_;
+};
+
+// The store's tests check each guard's message through the public calls;
+// these are the overloads and orders those calls do not reach.
+TEST_F(GuardsTest, CodesAndMessagesInTheOrderOfTheChecks) {
+  auto host = LookUpSchema(kHost);
+  auto vswitch = LookUpSchema(kVswitches);
+  auto filter = [](const SetvaultObjectId& id) { return std::make_shared<FilterSpecObject>(id); };
+  const SetvaultObjectId unknown_with_id("nothing", "here", "korvo", "x");
+  const auto no_id = std::make_shared<SetvaultObject>(kVswitches);
+  const std::pair<std::function<void()>, std::string> cases[] = {
+      {[&] { validateSingletonNonSingleton(no_id, vswitch); }, kNeedsId},
+      {[&] { ValidateSvoId(no_id, vswitch); }, kNeedsId},
+      // Both rules broken: the missing schema is reported.
+      {[&] { ValidateSvoId(unknown_with_id, nullptr); },
+       "1037 Schema not found for " + unknown_with_id.toString()},
+      {[&] { ValidateSvoIdInstances(filter(kHost), host); },
+       "2000 API called for singleton object, non-singleton expected"},
+      {[&] { ValidateSvoIdInstances(filter(kVswitches), vswitch); }, ""},
+      {[&] { ValidateKernelOptionsSvoId(SetvaultObjectId("options", "hvcore", "korvo", "x")); },
+       ""},
+      // The kernel options are matched exactly.
+      {[&] { ValidateKernelOptionsSvoId(SetvaultObjectId("options", "HVCORE", "korvo")); },
+       kNotKernelOptions},
+      {[&] { ValidateKernelOptionsSvoId(SetvaultObjectId("options", "hvcore", "korvo2")); },
+       kNotKernelOptions},
+      // The user context outside boot asks nothing (the store cannot be opened).
+      {[&] { checkUserContext(false, USERDATA_CONTEXT{kExternalContext}); }, ""},
+      {[&] { checkUserContext(true, USERDATA_CONTEXT{kAutoConfigContext}); }, ""},
+  };
+  for (const auto& [call, outcome] : cases) EXPECT_EQ(Thrown(call), outcome) << outcome;
+}
+
+TEST_F(GuardsTest, EmptyObjectsAreLogged) {
+  auto full = std::make_shared<SetvaultObject>(kHost);
+  full->SetData(R"({"hostname":"h"})");
+  LogCapture log(2);
+  EXPECT_FALSE(ObjIsEmpty(full, "Set"));
+  EXPECT_TRUE(ObjIsEmpty(std::make_shared<SetvaultObject>(kHost), "SetUserData"));
+  EXPECT_THAT(log.Lines(), ElementsAre(std::make_pair(
+                               1,
+                               "SetUserData, Configuration object for comp korvo grp system "
+                               "key host is empty, will not be persisted in the db")));
 }
 
 }  // namespace
