@@ -1,11 +1,10 @@
 // Fuzzes drift descriptions: building a drift object from any text and
 // walking its parts (members, sub-objects by name and by instance id,
 // instance lists) ends in a result or a library exception, never a crash.
-#include <cstddef>
-#include <cstdint>
 #include <string>
+#include <vector>
 
-#include "setvault/setvault.h"
+#include "fuzz_support.h"
 
 namespace {
 
@@ -49,8 +48,7 @@ void Walk(const DriftObject& drift, int depth) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  KorvoSetvault::SVLogger::SetThreshold(-1);
-  const std::string text(reinterpret_cast<const char*>(data), size);
+  const std::string text = FuzzInput(data, size);
   std::shared_ptr<DriftObject> drift;
   try {
     drift = KorvoSetvault::CreateDriftObject(

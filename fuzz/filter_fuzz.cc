@@ -2,12 +2,10 @@
 // and optionally a newline and a schema. Building the filter and its nested
 // filters, matching the object against it and the schema-guided subset test
 // end in a result or a library exception, never a crash or a hang.
-#include <cstddef>
-#include <cstdint>
 #include <string>
 
+#include "fuzz_support.h"
 #include "model/filter_match.h"
-#include "setvault/setvault.h"
 
 namespace {
 
@@ -37,8 +35,7 @@ void WalkNestedFilters(KorvoSetvault::FilterSpecObject& filter) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  KorvoSetvault::SVLogger::SetThreshold(-1);
-  std::string input(reinterpret_cast<const char*>(data), size);
+  std::string input = FuzzInput(data, size);
   const std::string filter_text = TakeLine(&input);
   const std::string object_text = TakeLine(&input);
   const KorvoSetvault::SetvaultObjectId type("vswitch", "net", "korvo");

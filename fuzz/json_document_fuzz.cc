@@ -2,13 +2,11 @@
 // document or a library exception, never a crash, a hang or another
 // exception type; what parses serializes to text that parses and serializes
 // to the same text.
-#include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "document/setvault_document.h"
-#include "setvault/setvault.h"
+#include "fuzz_support.h"
 
 namespace {
 
@@ -34,8 +32,7 @@ void ReadEveryWay(const KorvoSetvault::StoreObject& object) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using KorvoSetvault::SetvaultDocument;
-  KorvoSetvault::SVLogger::SetThreshold(-1);
-  const std::string text(reinterpret_cast<const char*>(data), size);
+  const std::string text = FuzzInput(data, size);
   std::shared_ptr<KorvoSetvault::JsonDoc> document;
   try {
     document = KorvoSetvault::CreateDocumentFromString(text);

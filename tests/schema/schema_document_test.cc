@@ -144,10 +144,9 @@ TEST(SchemaDefinitionTest, AcceptedDefinitionKeepsItsMembers) {
          "nonUserInstanceIds":["up0"],"valueType":"korvo-shared","currentValueDuringBoot":true,
          "defaults":{"mtu":1500},"defaultInstances":[{"name":"a"}])",
       R"({"type":"object","properties":{"name":{"type":["string","null"]},"mtu":{"type":"integer"},
-        "pg":{"type":"array","instanceIdProperty":"pgName","items":{"type":"object",
-          "properties":{"pgName":{"type":"string"},
-            "rules":{"type":"array","generatedInstanceId":true,"items":{"type":"object",
-              "properties":{"sv_generated_id":{"type":"string"}}}}}}},
+        "pg":{"type":"array","instanceIdProperty":"pgName","items":{"type":"object","properties":
+          {"pgName":{"type":"string"},"rules":{"type":"array","generatedInstanceId":true,"items":
+            {"type":"object","properties":{"sv_generated_id":{"type":"string"}}}}}}},
         "lag":{"type":"object","properties":{"pg":{"type":"array","instanceIdProperty":"pgName",
           "items":{"type":"object","properties":{"pgName":{"type":"string"}}}}}}}})");
   const KorvoSchemaStore::SchemaObject type(CheckSchemaDefinition(text, "ok.json"));
@@ -155,10 +154,9 @@ TEST(SchemaDefinitionTest, AcceptedDefinitionKeepsItsMembers) {
                 type.GetVersion() + " " + type.GetInstanceIdProperty() + " " + type.GetValueType(),
             "korvo/net/vswitch 1.0 name korvo-shared");
   EXPECT_EQ(std::make_tuple(type.IsNonSingleton(), type.IsRebootRequiredConfig(),
-                            type.UsesCurrentValueDuringBoot(), type.IsConfirmedDuringUpgrade()),
-            std::make_tuple(true, true, true, false));
-  EXPECT_EQ(type.GetConfigKind(), 5);
-  EXPECT_EQ(type.GetNonUserInstanceIds(), std::vector<std::string>{"up0"});
+                            type.UsesCurrentValueDuringBoot(), type.IsConfirmedDuringUpgrade(),
+                            type.GetConfigKind(), type.GetNonUserInstanceIds()),
+            std::make_tuple(true, true, true, false, 5, std::vector<std::string>{"up0"}));
   // One entry per key, also for a key met in two places with the same id member.
   EXPECT_EQ(Serialize(*type.GetIdMap()->GetJsonValuePtr()),
             R"({"vswitch":"name","pg":"pgName","rules":"sv_generated_id"})");
