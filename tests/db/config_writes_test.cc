@@ -213,8 +213,8 @@ std::string Text(const std::optional<std::string>& part) { return part ? *part :
 
 TEST(ObjectSplitTest, MembersGoToThePartTheirTagsName) {
   const SplitCase cases[] = {
-      {R"({"name":"n","serial":"s1","load":4,"tags":["x"],"other":1})",
-       R"({"name":"n","tags":["x"],"other":1})", R"({"serial":"s1"})", R"({"load":4})"},
+      {R"({"name":{"n":1},"serial":"s1","load":4,"tags":["x"],"other":1})",
+       R"({"name":{"n":1},"tags":["x"],"other":1})", R"({"serial":"s1"})", R"({"load":4})"},
       // A part without members is absent.
       {R"({"load":1})", "-", "-", R"({"load":1})"},
       // Singleton sub-objects split member by member at every depth; an empty one is user data.
