@@ -159,11 +159,20 @@ TEST_F(ConfigReadsTest, FailedStatementsNameTheRead) {
 
 using KeyValueTest = ConfigReadsTest;
 
-TEST_F(KeyValueTest, NeverWrittenStoreReadsEmptyAndFailuresNameTheKey) {
+TEST_F(KeyValueTest, NeverWrittenOrUnopenableStoreAndFailuresNameTheKey) {
   // A store never written holds no key, and reading does not create it.
   SetStorePath(dir_.File("new/store.db"));
   EXPECT_EQ(GetKeyValue("BOOT_INFO"), "");
   EXPECT_NE(access(dir_.File("new").c_str(), F_OK), 0);
+  // A store that cannot be opened fails with 1002 and the path.
+  dir_.WriteFile("plain", "x");
+  const std::string path = dir_.File("plain/store.db");
+  SetStorePath(path);
+  const std::string message = "Cannot open the configuration store database " + path;
+  ExpectError([] { GetKeyValue("IS_BOOT"); }, 1002, message);
+  ExpectError([] { SetKeyValue("IS_BOOT", "true"); }, 1002, message);
+  ExpectError([] { GetUpgradeCtx(); }, 1002, message);
+  ExpectError([] { IsBoot(); }, 1002, message);
   SetStorePath(store_path_);
   Sql("CREATE TRIGGER NoWrites BEFORE INSERT ON KeyValue BEGIN SELECT RAISE(ABORT, 'x'); END");
   ExpectError([] { SetKeyValue("NOTIFY_NEXD", "true"); }, 2000,
@@ -172,17 +181,6 @@ TEST_F(KeyValueTest, NeverWrittenStoreReadsEmptyAndFailuresNameTheKey) {
   ExpectError([] { GetKeyValue("NOTIFY_NEXD"); }, 2000,
               "Failed to read KV table for key: NOTIFY_NEXD");
   ExpectError([] { IsBoot(); }, 2000, "Failed to read value from database.");
-}
-
-TEST_F(KeyValueTest, MissingStoreThrows1002WithThePath) {
-  dir_.WriteFile("plain", "x");
-  std::string path = dir_.File("plain/store.db");
-  SetStorePath(path);
-  const std::string message = "Cannot open the configuration store database " + path;
-  ExpectError([] { GetKeyValue("IS_BOOT"); }, 1002, message);
-  ExpectError([] { SetKeyValue("IS_BOOT", "true"); }, 1002, message);
-  ExpectError([] { GetUpgradeCtx(); }, 1002, message);
-  ExpectError([] { IsBoot(); }, 1002, message);
 }
 
 // Remediated exactly when BOOT_MODE is "1", booting exactly when IS_BOOT is "true".
