@@ -55,35 +55,33 @@ class ConfigWritesTest : public setvault_test::WriteStoreTest {
 };
 
 TEST_F(ConfigWritesTest, UserWritesAreUnconfirmedOnlyDuringAnUpgrade) {
-  auto host = [](const char* data) { return Object(kHost, data); };
-  auto dns = [] { return Object(kDns, R"({"servers":["10.0.0.1"]})"); };
   for (const auto& [context, success] :
        std::vector<std::pair<int, std::string>>{{0, "11"}, {1, "11"}, {2, "01"}, {3, "11"}}) {
     Upgrading(context);
-    store_->SetUserData(host(R"({"hostname":"h"})"), kExternal);
-    store_->SetUserData(dns(), kExternal);
+    store_->SetUserData(Object(kHost, R"({"hostname":"h"})"), kExternal);
+    store_->SetUserData(Object(kDns, R"({"servers":["10.0.0.1"]})"), kExternal);
     EXPECT_EQ(Column(kHost, "Success") + Column(kDns, "Success"), success) << context;
   }
   // Whole-object writes too, unless the type is always confirmed.
   Upgrading(2);
-  store_->Set(host(R"({"hostname":"h"})"), kExternal);
-  store_->Set(dns(), kExternal);
+  store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal);
+  store_->Set(Object(kDns, R"({"servers":["10.0.0.1"]})"), kExternal);
   EXPECT_EQ(Column(kHost, "Success") + Column(kDns, "Success"), "01");
   // The other column writers keep the flag and the pending desired value; a new row written
   // by them starts confirmed.
   Sql(kDesired);
-  store_->SetVitalData(host(R"({"systemUuid":"u"})"));
-  store_->SetCachedData(host(R"({"cpuModel":"c"})"));
-  store_->SetUserData(host(R"({"hostname":"a"})"), kAutoConfig);
+  store_->SetVitalData(Object(kHost, R"({"systemUuid":"u"})"));
+  store_->SetCachedData(Object(kHost, R"({"cpuModel":"c"})"));
+  store_->SetUserData(Object(kHost, R"({"hostname":"a"})"), kAutoConfig);
   EXPECT_EQ(Column(kHost, "Success || ' ' || DesiredValue"), "0 {\"d\":1}");
   store_->SetVitalData(Object(Vswitch("fresh"), R"({"name":"fresh"})"));
   EXPECT_EQ(Column(Vswitch("fresh"), "Success"), "1");
   // User writes confirm outside an upgrade and drop the desired value.
   Upgrading(0);
-  store_->Set(host(R"({"hostname":"h"})"), kExternal);
+  store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal);
   EXPECT_EQ(Column(kHost, "Success || ifnull(DesiredValue, '-')"), "1-");
   Sql(kDesired);
-  store_->SetUserData(host(R"({"hostname":"h"})"), kExternal);
+  store_->SetUserData(Object(kHost, R"({"hostname":"h"})"), kExternal);
   EXPECT_EQ(Column(kHost, "ifnull(DesiredValue, '-')"), "-");
 }
 
