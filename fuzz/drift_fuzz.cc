@@ -18,10 +18,9 @@ constexpr int kMaxWalkDepth = 4;
 void Walk(const DriftObject& drift, int depth);
 
 void WalkPart(const DriftObject& drift, const SubObjectId& id, int depth) {
-  try {
+  Tolerating([&] {
     if (auto part = drift.GetSubObject(id)) Walk(*part, depth + 1);
-  } catch (const SetvaultException&) {
-  }
+  });
 }
 
 void Walk(const DriftObject& drift, int depth) {
@@ -35,13 +34,12 @@ void Walk(const DriftObject& drift, int depth) {
   }
   for (const auto& [property, operation] : members) {
     WalkPart(drift, SubObjectId(property), depth);
-    try {
+    Tolerating([&] {
       for (const auto& instance : drift.GetSubObjectInstances(SubObjectId(property))) {
         const std::string instance_id = instance->GetSetvaultObjectId().instanceId;
         WalkPart(drift, SubObjectId(property, instance_id), depth);
       }
-    } catch (const SetvaultException&) {
-    }
+    });
   }
 }
 

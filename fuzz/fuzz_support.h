@@ -18,12 +18,21 @@ inline std::string FuzzInput(const uint8_t* data, size_t size) {
   return std::string(reinterpret_cast<const char*>(data), size);
 }
 
+// Runs `call`: for fuzzed input a library exception is an accepted outcome.
+template <typename Call>
+void Tolerating(Call call) {
+  try {
+    call();
+  } catch (const KorvoSetvault::SetvaultException&) {
+  }
+}
+
 inline std::string FuzzDirectory() {
   static char name[] = "/tmp/setvault-fuzz-XXXXXX";
   static const bool made = mkdtemp(name) != nullptr && std::atexit([] {
-                             std::error_code ignored;
-                             std::filesystem::remove_all(name, ignored);
-                           }) == 0;
+                                                         std::error_code ignored;
+                                                         std::filesystem::remove_all(name, ignored);
+                                                       }) == 0;
   if (!made) __builtin_trap();
   return name;
 }
