@@ -1,11 +1,10 @@
 // Fuzzes drift descriptions: building a drift object from any text and
 // walking its parts (members, sub-objects by name and by instance id,
 // instance lists) ends in a result or a library exception, never a crash.
-#include <cstddef>
-#include <cstdint>
 #include <string>
+#include <vector>
 
-#include "setvault/setvault.h"
+#include "fuzz_support.h"
 
 namespace {
 
@@ -19,10 +18,9 @@ constexpr int kMaxWalkDepth = 4;
 void Walk(const DriftObject& drift, int depth);
 
 void WalkPart(const DriftObject& drift, const SubObjectId& id, int depth) {
-  try {
+  Tolerating([&] {
     if (auto part = drift.GetSubObject(id)) Walk(*part, depth + 1);
-  } catch (const SetvaultException&) {
-  }
+  });
 }
 
 void Walk(const DriftObject& drift, int depth) {
@@ -36,21 +34,19 @@ void Walk(const DriftObject& drift, int depth) {
   }
   for (const auto& [property, operation] : members) {
     WalkPart(drift, SubObjectId(property), depth);
-    try {
+    Tolerating([&] {
       for (const auto& instance : drift.GetSubObjectInstances(SubObjectId(property))) {
         const std::string instance_id = instance->GetSetvaultObjectId().instanceId;
         WalkPart(drift, SubObjectId(property, instance_id), depth);
       }
-    } catch (const SetvaultException&) {
-    }
+    });
   }
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  KorvoSetvault::SVLogger::SetThreshold(-1);
-  const std::string text(reinterpret_cast<const char*>(data), size);
+  const std::string text = FuzzInput(data, size);
   std::shared_ptr<DriftObject> drift;
   try {
     drift = KorvoSetvault::CreateDriftObject(

@@ -1,15 +1,13 @@
 // Fuzzes the import of configuration documents: any input must be imported or
 // refused with findings, never crash, hang or throw. An imported document must
 // survive a round trip: its export imports again and exports the same text.
-#include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
-#include "setvault/setvault.h"
+#include "fuzz_support.h"
 
 namespace {
 
@@ -31,9 +29,7 @@ const char* const kDefinitions[] = {
 
 void SetUpOnce() {
   static const bool ready = [] {
-    KorvoSetvault::SVLogger::SetThreshold(-1);
-    std::string dir = (std::filesystem::temp_directory_path() / "setvault-fuzz-XXXXXX").string();
-    if (mkdtemp(&dir[0]) == nullptr) std::abort();
+    const std::string dir = FuzzDirectory();
     std::filesystem::create_directory(dir + "/defs");
     int n = 0;
     for (const char* definition : kDefinitions) {
@@ -50,8 +46,8 @@ void SetUpOnce() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string text = FuzzInput(data, size);
   SetUpOnce();
-  const std::string text(reinterpret_cast<const char*>(data), size);
   std::vector<KorvoSetvault::ErrorInfo> errors;
   if (!KorvoSetvault::Import(text, errors)) {
     if (errors.empty()) std::abort();  // a refusal always says why

@@ -39,13 +39,6 @@ std::vector<std::string> Listed(const ObjectList& objects, bool data = false) {
   return out;
 }
 
-// One column of every row, "<null>" where the row has none.
-std::vector<std::string> Column(const StoreRows& rows, const std::string& column) {
-  std::vector<std::string> values;
-  for (const auto& row : *rows) values.push_back(row->count(column) ? row->at(column) : "<null>");
-  return values;
-}
-
 class ConfigReadsTest : public setvault_test::ConfigStoreTest {
  protected:
   SchemaPtr Schema(const SetvaultObjectId& id) { return LookUpSchema(id); }
@@ -78,13 +71,20 @@ TEST_F(ConfigReadsTest, UnconfirmedUserValueShowsOnlyDuringAnUpgrade) {
   // A desired value is what an upgrade shows.
   Sql("UPDATE Config SET DesiredValue = '{\"hostname\":\"desired\"}'");
   EXPECT_NE(Get(kHost).find(R"("hostname":"desired")"), std::string::npos);
+  // The revision reads the leading digits of its text; a merged part that is not JSON fails.
+  Sql("UPDATE Config SET Revision = '12abc'");
+  EXPECT_EQ(GetInternal(kHost, conn_, Schema(kHost))->GetRevision(), 12);
+  Sql("UPDATE Config SET Revision = 'none'");
+  EXPECT_EQ(GetInternal(kHost, conn_, Schema(kHost))->GetRevision(), 0);
+  Sql("UPDATE Config SET DesiredValue = '{not json'");
+  EXPECT_THROW(GetInternal(kHost, conn_, Schema(kHost)), InvalidArgumentException);
 }
 
 TEST_F(ConfigReadsTest, ByBootAndContextPicksThePartTheWriterWorksOn) {
   Rows(R"(('hvcore', 'options', '', 1, 1, '{"logLevel":"info"}', '{"hugePages":1,"logLevel":)"
        R"("error"}', '{"hugePages":2}', '{"logLevel":"warning"}', '{"logLevel":"debug"}'))");
-  ASSERT_TRUE(Schema(kOptions)->UsesCurrentValueDuringBoot());
-  ASSERT_FALSE(Schema(kHost)->UsesCurrentValueDuringBoot());
+  ASSERT_TRUE(Schema(kOptions)->UsesCurrentValueDuringBoot() &&
+              !Schema(kHost)->UsesCurrentValueDuringBoot());
   auto read = [&](int32_t kind, const SetvaultObjectId& id = kOptions) {
     return Data(GetConfigByBootAndContext(id, conn_, USERDATA_CONTEXT{kind}, Schema(id)));
   };
@@ -107,16 +107,6 @@ TEST_F(ConfigReadsTest, ByBootAndContextPicksThePartTheWriterWorksOn) {
   EXPECT_EQ(read(kExternalContext, kHost), "-");
 }
 
-TEST_F(ConfigReadsTest, StoredTextThatIsNotJsonFailsAndRevisionReadsItsLeadingDigits) {
-  Sql("INSERT INTO Config (Component, ConfigGroup, Name, Identifier, UserValue, Revision) "
-      "VALUES ('korvo', 'system', 'host', '', '{}', '12abc')");
-  EXPECT_EQ(GetInternal(kHost, conn_, Schema(kHost))->GetRevision(), 12);
-  Sql("UPDATE Config SET Revision = 'none'");
-  EXPECT_EQ(GetInternal(kHost, conn_, Schema(kHost))->GetRevision(), 0);
-  Sql("UPDATE Config SET VitalValue = '{}', UserValue = '{not json'");  // a merged part
-  EXPECT_THROW(GetInternal(kHost, conn_, Schema(kHost)), InvalidArgumentException);
-}
-
 // Instances merge their vital part; an unconfirmed user value shows, also to the filter, only
 // during an upgrade; the current view has no vital part.
 TEST_F(ConfigReadsTest, InstancesShowAnUnconfirmedUserValueOnlyDuringAnUpgrade) {
@@ -136,19 +126,6 @@ TEST_F(ConfigReadsTest, InstancesShowAnUnconfirmedUserValueOnlyDuringAnUpgrade) 
             R"({"name":"vs0","mtu":9000}3)");
 }
 
-// The user view of defaults has no vital or cached part; an id naming one instance reads that
-// one only.
-TEST_F(ConfigReadsTest, DefaultUserInstancesAreTheValueColumnOnly) {
-  Sql(R"(INSERT INTO DefaultConfig (Component, ConfigGroup, Name, Identifier, Value, CachedValue))"
-      R"( VALUES ('korvo', 'net', 'vswitch', 'vs0', '{"name":"vs0"}', '{"uplinks":["nic9"]}'),)"
-      R"( ('korvo', 'net', 'vswitch', 'vs1', '{"name":"vs1"}', '{"uplinks":["nic9"]}'))");
-  auto schema = Schema(kVswitchType);
-  EXPECT_THAT(Listed(GetDefaultUserConfigInstancesInternal(kVswitchType, conn_, schema), true),
-              ElementsAre(R"({"name":"vs0"})", R"({"name":"vs1"})"));
-  EXPECT_THAT(Listed(GetDefaultUserConfigInstancesInternal(Vs("vs1"), conn_, schema)),
-              ElementsAre("vs1"));
-}
-
 TEST_F(ConfigReadsTest, DesiredInstancesFollowTheSuccessFlag) {
   // Confirmed with a desired value, unconfirmed, vital only, confirmed without desired value.
   Rows(R"(('net', 'vswitch', 'vs0', 1, 1, '{"name":"vs0","mtu":1500}', '{"uplinks":["a"]}', NULL,)"
@@ -162,45 +139,6 @@ TEST_F(ConfigReadsTest, DesiredInstancesFollowTheSuccessFlag) {
   EXPECT_THAT(Listed(GetDesiredUserConfigInstancesInternal(kVswitchType, conn_, schema, 1), true),
               ElementsAre(R"({"uplinks":["a"],"name":"vs0","mtu":9000})",
                           R"({"name":"vs1","mtu":2000})", R"({"uplinks":["b"]})"));
-}
-
-TEST_F(ConfigReadsTest, StoreContentsSelectConfirmedOrDesiredValues) {
-  // Confirmed, unconfirmed, confirmed with a desired value, auto-configuration only.
-  Rows(R"(('net', 'vswitch', 'vs0', 1, 4, '{"name":"vs0"}', NULL, NULL, '{"mtu":1500}', NULL),)"
-       R"( ('net', 'vswitch', 'vs1', 0, 1, '{"name":"vs1"}', NULL, NULL, NULL, NULL),)"
-       R"( ('net', 'vswitch', 'vs2', 1, 1, '{"name":"vs2"}', NULL, NULL, NULL,)"
-       R"( '{"name":"vs2","mtu":9000}'), ('system', 'host', '', 1, 1, NULL, NULL, NULL,)"
-       R"( '{"hostname":"a"}', NULL))");
-  StoreRows user = GetUserConfigContents(conn_);
-  EXPECT_THAT(Column(user, "Identifier"), ElementsAre("vs0", "vs2"));
-  EXPECT_THAT(Column(user, "Value"), ElementsAre(R"({"name":"vs0"})", R"({"name":"vs2"})"));
-  StoreRows desired = GetDesiredUserConfigContents(conn_);
-  EXPECT_THAT(Column(desired, "Value"),
-              ElementsAre(R"({"name":"vs1"})", R"({"name":"vs2","mtu":9000})"));
-  // With the flag the plain user column is not restricted to confirmed rows.
-  EXPECT_THAT(Column(GetStoreContentsInternalST("UserValue", conn_, true), "Identifier"),
-              ElementsAre("vs0", "vs1", "vs2"));
-  EXPECT_THAT(Column(GetStoreContentsInternalST("AutoConfValue", conn_, false), "Value"),
-              ElementsAre(R"({"mtu":1500})", R"({"hostname":"a"})"));
-}
-
-TEST_F(ConfigReadsTest, SharedConfigurationReadsTypesMarkedShared) {
-  // A vswitch with a desired value, and host, a type not shared.
-  Rows(R"(('net', 'dns', '', 1, 1, '{"servers":["1.1.1.1"]}', NULL, NULL, NULL, NULL),)"
-       R"( ('net', 'vswitch', 'vs0', 1, 1, '{"name":"vs0"}', NULL, NULL, NULL,)"
-       R"( '{"name":"vs0","mtu":9000}'), ('system', 'host', '', 1, 1, '{"hostname":"h"}', NULL,)"
-       R"( NULL, NULL, NULL))");
-  StoreRows rows = GetSmartnicConfiguration(conn_);
-  std::map<std::string, std::string> values;
-  for (const auto& row : *rows)
-    values[row->at("Name") + "/" + row->at("Identifier")] = row->at("Value");
-  EXPECT_EQ(values, (std::map<std::string, std::string>{
-                        {"dns/", R"({"servers":["1.1.1.1"]})"},
-                        {"vswitch/vs0", R"({"name":"vs0","mtu":9000})"}}));  // desired over user
-  // The schema database is detached again, and it is needed.
-  EXPECT_EQ(Query("SELECT COUNT(*) FROM pragma_database_list WHERE name = 'ss'"), "0");
-  SetSchemaStorePath(dir_.File("missing/schema.db"));
-  ExpectError([&] { GetSmartnicConfiguration(conn_); }, 2000, "Failed to attach schema store");
 }
 
 TEST_F(ConfigReadsTest, FailedStatementsNameTheRead) {
@@ -221,11 +159,20 @@ TEST_F(ConfigReadsTest, FailedStatementsNameTheRead) {
 
 using KeyValueTest = ConfigReadsTest;
 
-TEST_F(KeyValueTest, NeverWrittenStoreReadsEmptyAndFailuresNameTheKey) {
+TEST_F(KeyValueTest, NeverWrittenOrUnopenableStoreAndFailuresNameTheKey) {
   // A store never written holds no key, and reading does not create it.
   SetStorePath(dir_.File("new/store.db"));
   EXPECT_EQ(GetKeyValue("BOOT_INFO"), "");
   EXPECT_NE(access(dir_.File("new").c_str(), F_OK), 0);
+  // A store that cannot be opened fails with 1002 and the path.
+  dir_.WriteFile("plain", "x");
+  const std::string path = dir_.File("plain/store.db");
+  SetStorePath(path);
+  const std::string message = "Cannot open the configuration store database " + path;
+  ExpectError([] { GetKeyValue("IS_BOOT"); }, 1002, message);
+  ExpectError([] { SetKeyValue("IS_BOOT", "true"); }, 1002, message);
+  ExpectError([] { GetUpgradeCtx(); }, 1002, message);
+  ExpectError([] { IsBoot(); }, 1002, message);
   SetStorePath(store_path_);
   Sql("CREATE TRIGGER NoWrites BEFORE INSERT ON KeyValue BEGIN SELECT RAISE(ABORT, 'x'); END");
   ExpectError([] { SetKeyValue("NOTIFY_NEXD", "true"); }, 2000,
@@ -234,17 +181,6 @@ TEST_F(KeyValueTest, NeverWrittenStoreReadsEmptyAndFailuresNameTheKey) {
   ExpectError([] { GetKeyValue("NOTIFY_NEXD"); }, 2000,
               "Failed to read KV table for key: NOTIFY_NEXD");
   ExpectError([] { IsBoot(); }, 2000, "Failed to read value from database.");
-}
-
-TEST_F(KeyValueTest, MissingStoreThrows1002WithThePath) {
-  dir_.WriteFile("plain", "x");
-  std::string path = dir_.File("plain/store.db");
-  SetStorePath(path);
-  const std::string message = "Cannot open the configuration store database " + path;
-  ExpectError([] { GetKeyValue("IS_BOOT"); }, 1002, message);
-  ExpectError([] { SetKeyValue("IS_BOOT", "true"); }, 1002, message);
-  ExpectError([] { GetUpgradeCtx(); }, 1002, message);
-  ExpectError([] { IsBoot(); }, 1002, message);
 }
 
 // Remediated exactly when BOOT_MODE is "1", booting exactly when IS_BOOT is "true".

@@ -23,10 +23,9 @@ using Found = std::pair<std::string, std::string>;
 // document's shape on the way.
 inline std::vector<Found> CheckValues(const KorvoSetvault::JsonValue& schema,
                                       const KorvoSetvault::JsonValue& instance,
-                                      const std::unordered_set<int>& options,
-                                      const std::string& name = std::string()) {
+                                      const std::unordered_set<int>& options) {
   KorvoSetvault::JsonDocument result;
-  JsonValidator::Validate(schema, instance, result, options, name);
+  JsonValidator::Validate(schema, instance, result, options, "");
   std::vector<Found> findings;
   EXPECT_TRUE(result.IsArray());
   for (const auto& entry : result.IsArray() ? result.GetArray() : result.SetArray().GetArray()) {
@@ -40,9 +39,8 @@ inline std::vector<Found> CheckValues(const KorvoSetvault::JsonValue& schema,
 // Validates parsed documents.
 inline std::vector<Found> CheckDocs(const std::shared_ptr<KorvoSetvault::JsonDoc>& schema,
                                     const std::shared_ptr<KorvoSetvault::JsonDoc>& instance,
-                                    const std::unordered_set<int>& options,
-                                    const std::string& name = std::string()) {
-  return CheckValues(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(), options, name);
+                                    const std::unordered_set<int>& options) {
+  return CheckValues(*schema->GetJsonValuePtr(), *instance->GetJsonValuePtr(), options);
 }
 
 // Validates `instance` (JSON text) against `schema` (JSON text). The schema

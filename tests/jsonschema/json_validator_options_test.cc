@@ -162,11 +162,10 @@ TEST(JsonValidatorFindings, PointersAndMessages) {
          {{"/m~0n/~0~1", "member '~/' is not described in the schema"},
           {"/a~1b", type_error},
           {"/m~0n/x~1~0y", type_error}});
-  Expect(R"({"type": "object", "properties": {"low": {"type": "number", "minimum": 0.5},
-             "fixed": {"const": "on"}, "names": {"propertyNames": {"maxLength": 1}}}})",
-         R"({"low": 0.25, "fixed": "off", "names": {"ab": 1}})", {0},
+  Expect(R"({"type": "object", "properties": {"fixed": {"const": "on"},
+             "names": {"propertyNames": {"maxLength": 1}}}})",
+         R"({"fixed": "off", "names": {"ab": 1}})", {0},
          {{"/fixed", "value \"off\" is not the required value \"on\""},
-          {"/low", "value 0.25 is below minimum 0.5"},
           {"/names/ab", "member name \"ab\" is not allowed by \"propertyNames\""}});
   Expect(R"({"type": "object", "properties": {"e": {"enum": ["a"]}}})",
          R"({"e": ")" + std::string(200, 'q') + R"("})", {0},

@@ -7,11 +7,15 @@
 #include <sqlite3.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
 
-#include "schema/schema_files.h"
+#include "schema/schema_store.h"
+#include "setvault/host_setup.h"
+#include "setvault/schema_setup.h"
 #include "support/log_capture.h"
 #include "support/reliability_processes.h"
+#include "support/temp_dir.h"
 #include "support/validation_thrown.h"
 
 namespace setvault_test {
@@ -22,6 +26,52 @@ using KorvoSetvault::LoadSchemaDefinitions;
 using KorvoSetvault::SchemaLoadMode;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+
+// A definition of korvo/test/`key` whose schema takes any object.
+std::string Minimal(const std::string& key, const std::string& version = "1") {
+  return R"({"component":"korvo","group":"test","key":")" + key + R"(","version":")" + version +
+         R"(","schema":{"type":"object"}})";
+}
+
+// Runs `sql` on the database at `path` through a connection of its own and
+// returns the first column of every row, each followed by a blank.
+std::string Sql(const std::string& path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  sqlite3_open(path.c_str(), &db);
+  std::string rows;
+  auto add = [](void* out, int, char** values, char**) {
+    *static_cast<std::string*>(out) += std::string(values[0] ? values[0] : "") + " ";
+    return 0;
+  };
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), add, &rows, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+  sqlite3_close(db);
+  return rows;
+}
+
+// The schema store's current answer for korvo/test/`key`.
+std::shared_ptr<KorvoSchemaStore::SchemaObject> Lookup(const char* key) {
+  return SchemaStore::GetStore(false)->GetSchemaObject("korvo", "test", key);
+}
+
+// A schema database and a store in a temporary directory, and definitions written as files.
+class SchemaFilesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    database_ = db_dir_.File("state/schema.db");
+    KorvoSetvault::SetSchemaStorePath(database_);
+    store_ = db_dir_.File("store.db");
+    KorvoSetvault::SetStorePath(store_);
+  }
+  void TearDown() override {
+    KorvoSetvault::SetSchemaStorePath(KorvoSetvault::kDefaultSchemaStorePath);
+    KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath);
+  }
+
+  TempDir defs_;
+  TempDir db_dir_;
+  std::string database_;
+  std::string store_;
+};
 using SchemaLoaderTest = SchemaFilesTest;
 using SchemaStoreTest = SchemaFilesTest;
 
