@@ -38,11 +38,12 @@ inline std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const 
   return object;
 }
 
-// The first text `sql` gives on the database at `path`, opened apart from the library (as the next
-// process would: a hot journal left by a crash is rolled back), as QueryText gives it.
+// The first text `sql` gives on the database at `path` (created when missing), opened apart from
+// the library (as the next process would: a hot journal left by a crash is rolled back), as
+// QueryText gives it.
 inline std::string QueryFile(const std::string& path, const char* sql) {
   sqlite3* db = nullptr;
-  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
   const std::string result = QueryText(db, sql);
   sqlite3_close(db);
   return result;
