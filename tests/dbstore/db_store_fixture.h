@@ -1,5 +1,4 @@
-// A fresh store file per test, and small helpers that run SQL by hand to check what the
-// database layer did.
+// Small helpers that run SQL by hand to check what the database layer did.
 #ifndef SETVAULT_TESTS_DBSTORE_DB_STORE_FIXTURE_H_
 #define SETVAULT_TESTS_DBSTORE_DB_STORE_FIXTURE_H_
 
@@ -34,33 +33,6 @@ inline std::string QueryText(sqlite3* db, const std::string& sql) {
 inline int RunSql(sqlite3* db, const std::string& sql) {
   return sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) & 0xff;
 }
-
-class StoreTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    store_path_ = dir_.File("store/current.db");
-    KorvoSetvault::SetStorePath(store_path_);
-    conn_ = DBStore::GetConnection(DBStore::kConfigStore, true);
-    ASSERT_TRUE(conn_ != nullptr);
-    ASSERT_EQ(DBStore::CheckStore(conn_, true), 0);  // creates the store file
-  }
-  void TearDown() override { KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath); }
-
-  sqlite3* Db(const std::shared_ptr<DBStore::StoreConnection>& conn) {
-    return DBStore::GetSqliteHandle(*conn);
-  }
-  // A second, independent connection to the same store.
-  std::shared_ptr<DBStore::StoreConnection> OtherConn() {
-    auto conn = DBStore::OpenStoreConnection(store_path_, true);
-    EXPECT_TRUE(conn != nullptr);
-    EXPECT_EQ(DBStore::CheckStore(conn, true), 0);
-    return conn;
-  }
-
-  TempDir dir_;
-  std::string store_path_;
-  std::shared_ptr<DBStore::StoreConnection> conn_;  // the thread's connection, store created
-};
 
 }  // namespace setvault_test
 

@@ -22,11 +22,26 @@ using DBStore::CommitTransaction;
 using DBStore::internal::Bind;
 using KorvoSetvault::StoreRow;
 
-class StatementTest : public StoreTest {
+// A fresh store file per test, made through the thread's connection, and a second connection.
+class StatementTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    StoreTest::SetUp();
+    KorvoSetvault::SetStorePath(store_path_);
+    conn_ = DBStore::GetConnection(DBStore::kConfigStore, true);
+    ASSERT_TRUE(conn_ != nullptr);
+    ASSERT_EQ(DBStore::CheckStore(conn_, true), 0);  // creates the store file
     other_ = OtherConn();
+  }
+  void TearDown() override { KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath); }
+
+  sqlite3* Db(const std::shared_ptr<DBStore::StoreConnection>& conn) {
+    return DBStore::GetSqliteHandle(*conn);
+  }
+  std::shared_ptr<DBStore::StoreConnection> OtherConn() {
+    auto conn = DBStore::OpenStoreConnection(store_path_, true);
+    EXPECT_TRUE(conn != nullptr);
+    EXPECT_EQ(DBStore::CheckStore(conn, true), 0);
+    return conn;
   }
   // The flag a second connection sees committed.
   std::string Committed() {
@@ -39,16 +54,18 @@ class StatementTest : public StoreTest {
     const std::string sql = "INSERT INTO Config (Name, ConfigGroup, Component) VALUES ('" + name;
     return DBStore::ExecuteStmt(conn_, Prepare(sql + "', 'g', 'c')"), nullptr, nullptr, 3000);
   }
-  std::string Read(const std::string& key) {
+  std::string Read() {
     std::string value = "<unset>";
-    EXPECT_EQ(DBStore::ReadKeyValue(key, &value, conn_), 0);
+    EXPECT_EQ(DBStore::ReadKeyValue("flag", &value, conn_), 0);
     return value;
   }
   void Write(const std::shared_ptr<DBStore::StoreConnection>& conn, const std::string& value) {
     ASSERT_EQ(DBStore::WriteKeyValue("flag", value, conn), 0);
   }
   std::string SchemaName() { return QueryText(Db(conn_), "SELECT Name FROM ss.SmartnicSchema"); }
-  std::shared_ptr<DBStore::StoreConnection> other_;  // a second connection to the store
+  TempDir dir_;
+  const std::string store_path_ = dir_.File("store/current.db");
+  std::shared_ptr<DBStore::StoreConnection> conn_, other_;
 };
 
 using ConnectionTest = StatementTest;
@@ -104,14 +121,14 @@ TEST_F(ConnectionTest, StatementOutlivingItsConnectionIsFinalizedSafely) {
 // transaction, and forgets a write rolled back.
 TEST_F(ConnectionTest, CachedValuesFollowOtherCommitsAndRollbacks) {
   Write(conn_, "1");
-  EXPECT_EQ(Read("flag"), "1");
+  EXPECT_EQ(Read(), "1");
   Write(other_, "2");
   ASSERT_EQ(DBStore::BeginTransaction(conn_), 0);
-  EXPECT_EQ(Read("flag"), "2");
+  EXPECT_EQ(Read(), "2");
   Write(conn_, "3");
-  EXPECT_EQ(Read("flag"), "3");
+  EXPECT_EQ(Read(), "3");
   ASSERT_EQ(DBStore::CancelTransaction(conn_), 0);
-  EXPECT_EQ(Read("flag"), "2");
+  EXPECT_EQ(Read(), "2");
 }
 
 // A read without a connection or whose statement fails answers 1 and the empty text.

@@ -151,8 +151,8 @@ TEST_F(NotifierTest, EveryWriteOperationNotifiesOnce) {
   };
   for (const auto& [name, write] : writes) {
     write();
-    const bool host = std::string(name).find("Instances") == std::string::npos;
-    EXPECT_EQ(Told(), Types{host ? "korvo.system.host" : "korvo.storage.datastore"}) << name;
+    const bool instances = std::string(name).find("Instances") != std::string::npos;
+    EXPECT_EQ(Told(), Types{instances ? "korvo.storage.datastore" : "korvo.system.host"}) << name;
   }
 }
 

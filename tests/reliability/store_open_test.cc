@@ -54,21 +54,22 @@ TEST(StoreOpenTest, ProcessesCreatingOneStoreTogetherAllWrite) {
   }
 }
 
-// A store holding one host object, closed (its log folded into the file); then the modes of the
-// store and of its directory.
-void MakeStore(const std::string& dir, const std::string& path, mode_t file = 0600,
-               mode_t dir_mode = 0755) {
-  ASSERT_EQ(RunInChild([&] {
-              KorvoSetvault::SetStorePath(path);
-              const std::string written = WriteHost();
-              // Moving the thread's connection elsewhere closes the store's.
-              KorvoSetvault::SetStorePath(path + ".elsewhere");
-              DBStore::GetConnection(DBStore::kConfigStore, true);
-              return written;
-            }),
-            "written");
-  chmod(path.c_str(), file);
-  chmod(dir.c_str(), dir_mode);
+// Makes a store holding one host object, closed (its log folded into the file), then gives the
+// store and its directory these modes.
+auto WithStore(mode_t file = 0600, mode_t dir_mode = 0755) {
+  return [=](const std::string& dir, const std::string& path) {
+    ASSERT_EQ(RunInChild([&] {
+                KorvoSetvault::SetStorePath(path);
+                const std::string written = WriteHost();
+                // Moving the thread's connection elsewhere closes the store's.
+                KorvoSetvault::SetStorePath(path + ".elsewhere");
+                DBStore::GetConnection(DBStore::kConfigStore, true);
+                return written;
+              }),
+              "written");
+    chmod(path.c_str(), file);
+    chmod(dir.c_str(), dir_mode);
+  };
 }
 
 // How a case prepares its directory (0755, so that an unprivileged reader can enter it), and the
@@ -86,14 +87,8 @@ struct UntrustedCase {
 // One statement run on a new or existing database file apart from the library.
 auto WithSql(const std::string& sql, bool make_store = false) {
   return [=](const std::string& dir, const std::string& path) {
-    if (make_store) MakeStore(dir, path);
+    if (make_store) WithStore()(dir, path);
     QueryFile(path, sql.c_str());
-  };
-}
-
-auto WithModes(mode_t file, mode_t dir) {
-  return [=](const std::string& directory, const std::string& path) {
-    MakeStore(directory, path, file, dir);
   };
 }
 
@@ -103,7 +98,6 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
   ASSERT_EQ(std::system(("cp " + schemas.dir().File("schema.db") + " " + schema_copy).c_str()), 0);
   ASSERT_EQ(chmod(schema_copy.c_str(), 0644), 0);
   ASSERT_EQ(chmod(schemas.dir().path().c_str(), 0755), 0);
-  const auto made = WithModes(0600, 0755);
   const auto replace = [](auto& path) {
     std::system(("cp -p " + path + " " + path + ".copy && mv " + path + ".copy " + path).c_str());
   };
@@ -117,13 +111,13 @@ TEST(StoreOpenTest, UntrustedStoresAreRefusedOrReadWithoutChange) {
        "cannot be set up: file is not a database"},
       {"newer store schema version", WithSql("PRAGMA user_version = 99", true),
        "has store schema version 99"},
-      {"writable by every user", WithModes(0666, 0755), "is writable by every user"},
-      {"directory every user can write", WithModes(0600, 0777), "lies in "},
-      {"unlinked while open", made, gone, gone, [](auto& path) { unlink(path.c_str()); }},
-      {"replaced while open", made, gone, gone, replace},
+      {"writable by every user", WithStore(0666, 0755), "is writable by every user"},
+      {"directory every user can write", WithStore(0600, 0777), "lies in "},
+      {"unlinked while open", WithStore(), gone, gone, [](auto& path) { unlink(path.c_str()); }},
+      {"replaced while open", WithStore(), gone, gone, replace},
       {"missing: a read creates nothing", nullptr, "does not exist"},
-      {"read-only file", WithModes(0644, 01777), "", read_only, nullptr, true},
-      {"read-only directory", WithModes(0644, 0555), "", read_only, nullptr, true},
+      {"read-only file", WithStore(0644, 01777), "", read_only, nullptr, true},
+      {"read-only directory", WithStore(0644, 0555), "", read_only, nullptr, true},
   };
   int index = 0;
   for (const UntrustedCase& c : cases) {
