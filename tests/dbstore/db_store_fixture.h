@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <memory>
 #include <string>
@@ -32,6 +33,23 @@ inline std::string QueryText(sqlite3* db, const std::string& sql) {
 // Runs `sql` (one or more statements) on `db`; returns the primary SQLite code.
 inline int RunSql(sqlite3* db, const std::string& sql) {
   return sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) & 0xff;
+}
+
+// The first text `sql` gives on the database at `path` (created when missing), opened apart from
+// the library (as the next process would: a hot journal left by a crash is rolled back), as
+// QueryText gives it.
+inline std::string QueryFile(const std::string& path, const char* sql) {
+  sqlite3* db = nullptr;
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+  const std::string result = QueryText(db, sql);
+  sqlite3_close(db);
+  return result;
+}
+
+// The permission bits of `path` (not followed when a link), -1 when it does not exist.
+inline int Mode(const std::string& path) {
+  struct stat info;
+  return lstat(path.c_str(), &info) == 0 ? static_cast<int>(info.st_mode & 07777) : -1;
 }
 
 }  // namespace setvault_test

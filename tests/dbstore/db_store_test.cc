@@ -3,7 +3,6 @@
 // database. Statements: preparing through the per-connection cache, binding with a running index,
 // executing (a callback that stops the statement, a refused commit). Transactions: nesting per
 // connection, cancelled inner levels, a begin that waits for the write lock.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <vector>
@@ -70,23 +69,17 @@ class StatementTest : public ::testing::Test {
 
 using ConnectionTest = StatementTest;
 
-TEST_F(ConnectionTest, NewStoreIsOwnerOnlyWalFullSyncAndVersioned) {
+TEST_F(ConnectionTest, NewStoreIsOwnerOnlyWalFullSyncVersionedAndStampsUpdates) {
   ASSERT_EQ(DBStore::WriteKeyValue("k", "v", conn_), 0);  // makes the write-ahead log exist
   // The files are the owner's only, and so is the directory made for them (the last path).
   const std::string paths[] = {store_path_, store_path_ + "-wal", store_path_ + "-shm",
                                dir_.File("store")};
-  for (const std::string& path : paths) {
-    struct stat info {};
-    ASSERT_EQ(stat(path.c_str(), &info), 0) << path;
-    EXPECT_EQ(info.st_mode & 07777, path == paths[3] ? 0700u : 0600u) << path;
-  }
+  for (const auto& path : paths) EXPECT_EQ(Mode(path), path == paths[3] ? 0700 : 0600) << path;
   EXPECT_EQ(QueryText(Db(conn_),
                       "SELECT journal_mode || synchronous || user_version FROM "
                       "pragma_journal_mode, pragma_synchronous, pragma_user_version"),
             "wal2" + std::to_string(DBStore::kStoreSchemaVersion));  // 2: FULL
-}
-
-TEST_F(ConnectionTest, AnUpdateThatDoesNotSetTheModifiedTimeRefreshesIt) {
+  // An update that does not set the modified time refreshes it; the creation time stays.
   sqlite3* db = Db(conn_);
   ASSERT_EQ(RunSql(db, R"(INSERT INTO Config (Name, ConfigGroup, Component, CreationTime,
       ModifiedTime) VALUES ('k', 'g', 'c', '2001', '2001'); UPDATE Config SET UserValue = '{}')"),
@@ -129,10 +122,7 @@ TEST_F(ConnectionTest, SchemaStoreAttachesAsSsAndNests) {
   KorvoSetvault::SetSchemaStorePath(path);
   EXPECT_EQ(DBStore::AttachSchemaStore(conn_), 1);  // missing file
   EXPECT_NE(access(path.c_str(), F_OK), 0);         // and not created
-  sqlite3* schema = nullptr;
-  ASSERT_EQ(sqlite3_open(path.c_str(), &schema), SQLITE_OK);
-  ASSERT_EQ(RunSql(schema, "CREATE TABLE SmartnicSchema AS SELECT 'k' AS Name"), SQLITE_OK);
-  sqlite3_close(schema);
+  ASSERT_EQ(QueryFile(path, "CREATE TABLE SmartnicSchema AS SELECT 'k' AS Name"), "<none>");
   // Attaches nest: the last detach removes the database.
   ASSERT_EQ(DBStore::AttachSchemaStore(conn_), 0);
   ASSERT_EQ(DBStore::AttachSchemaStore(conn_), 0);

@@ -4,13 +4,13 @@
 // and the schema store's own multi-process tests.
 #include "dbstore/path_watch.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
+#include <fstream>
 #include <functional>
 
 #include "support/temp_dir.h"
@@ -21,10 +21,7 @@ namespace {
 using DBStore::internal::PathWatch;
 
 void Append(const std::string& path, const char* text) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-  ASSERT_GE(fd, 0) << path;
-  ASSERT_GT(write(fd, text, strlen(text)), 0);
-  close(fd);
+  ASSERT_TRUE(std::ofstream(path, std::ios::app) << text) << path;
 }
 
 // The watch falls back to looking every time where a process gets no inotify queue: the

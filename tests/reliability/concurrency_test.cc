@@ -228,11 +228,9 @@ TEST_F(ConcurrencyTest, BusyStoreThrowsStoreBusyExceptionWithSqlitesCode) {
   const std::string path = schemas_.dir().File("store.db");
   const pid_t holder = Spawn([&] {
     sqlite3* db = nullptr;
-    if (sqlite3_open(path.c_str(), &db) != SQLITE_OK ||
-        sqlite3_exec(db, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr) != SQLITE_OK) {
-      return 1;
-    }
-    while (locked.Signal()) pause();  // holds the lock until killed
+    sqlite3_open(path.c_str(), &db);
+    if (RunSql(db, "BEGIN IMMEDIATE") != SQLITE_OK) return 1;  // also when the open failed
+    while (locked.Signal()) pause();                           // holds the lock until killed
     return 2;
   });
   ASSERT_TRUE(locked.Await());

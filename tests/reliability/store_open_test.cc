@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <vector>
 
 #include "dbstore/db_store.h"
@@ -25,14 +25,7 @@ std::string WriteHost(const std::string& name = "written") {
 
 std::string Contents(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return in ? text.str() : "<absent>";
-}
-
-int Mode(const std::string& path) {
-  struct stat info;
-  return lstat(path.c_str(), &info) == 0 ? static_cast<int>(info.st_mode & 07777) : -1;
+  return in ? std::string(std::istreambuf_iterator<char>(in), {}) : "<absent>";
 }
 
 // A store that does not exist yet, written first by 8 processes released at the same moment.
