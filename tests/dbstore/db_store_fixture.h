@@ -1,10 +1,10 @@
-// A fresh store file per test, and small helpers that run SQL by hand to check what the
-// database layer did.
+// Small helpers that run SQL by hand to check what the database layer did.
 #ifndef SETVAULT_TESTS_DBSTORE_DB_STORE_FIXTURE_H_
 #define SETVAULT_TESTS_DBSTORE_DB_STORE_FIXTURE_H_
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <memory>
 #include <string>
@@ -35,32 +35,22 @@ inline int RunSql(sqlite3* db, const std::string& sql) {
   return sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) & 0xff;
 }
 
-class StoreTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    store_path_ = dir_.File("store/current.db");
-    KorvoSetvault::SetStorePath(store_path_);
-    conn_ = DBStore::GetConnection(DBStore::kConfigStore, true);
-    ASSERT_TRUE(conn_ != nullptr);
-    ASSERT_EQ(DBStore::CheckStore(conn_, true), 0);  // creates the store file
-  }
-  void TearDown() override { KorvoSetvault::SetStorePath(KorvoSetvault::kDefaultStorePath); }
+// The first text `sql` gives on the database at `path` (created when missing), opened apart from
+// the library (as the next process would: a hot journal left by a crash is rolled back), as
+// QueryText gives it.
+inline std::string QueryFile(const std::string& path, const char* sql) {
+  sqlite3* db = nullptr;
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+  const std::string result = QueryText(db, sql);
+  sqlite3_close(db);
+  return result;
+}
 
-  sqlite3* Db(const std::shared_ptr<DBStore::StoreConnection>& conn) {
-    return DBStore::GetSqliteHandle(*conn);
-  }
-  // A second, independent connection to the same store.
-  std::shared_ptr<DBStore::StoreConnection> OtherConn() {
-    auto conn = DBStore::OpenStoreConnection(store_path_, true);
-    EXPECT_TRUE(conn != nullptr);
-    EXPECT_EQ(DBStore::CheckStore(conn, true), 0);
-    return conn;
-  }
-
-  TempDir dir_;
-  std::string store_path_;
-  std::shared_ptr<DBStore::StoreConnection> conn_;  // the thread's connection, store created
-};
+// The permission bits of `path` (not followed when a link), -1 when it does not exist.
+inline int Mode(const std::string& path) {
+  struct stat info;
+  return lstat(path.c_str(), &info) == 0 ? static_cast<int>(info.st_mode & 07777) : -1;
+}
 
 }  // namespace setvault_test
 

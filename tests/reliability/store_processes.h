@@ -1,5 +1,5 @@
-// Processes on one store (support/reliability_processes.h): a store file read apart from the
-// library; the objects (switches and datastores) and errors tests compare.
+// Processes on one store (support/reliability_processes.h): the objects (switches and datastores)
+// and errors tests compare.
 #ifndef SETVAULT_TESTS_RELIABILITY_STORE_PROCESSES_H_
 #define SETVAULT_TESTS_RELIABILITY_STORE_PROCESSES_H_
 
@@ -36,16 +36,6 @@ inline std::shared_ptr<SetvaultObject> Object(const SetvaultObjectId& id, const 
   auto object = std::make_shared<SetvaultObject>(id);
   object->SetData(json.c_str());
   return object;
-}
-
-// The first text `sql` gives on the database at `path`, opened apart from the library (as the next
-// process would: a hot journal left by a crash is rolled back), as QueryText gives it.
-inline std::string QueryFile(const std::string& path, const char* sql) {
-  sqlite3* db = nullptr;
-  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr);
-  const std::string result = QueryText(db, sql);
-  sqlite3_close(db);
-  return result;
 }
 
 // "ok <result>", or "<code> <cause>" of the library exception `call` throws (its detailed message
