@@ -1,5 +1,7 @@
 #include "platform/utf8.h"
 
+#include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "document/setvault_document.h"
@@ -28,8 +30,40 @@ size_t SequenceLength(unsigned char lead, unsigned char* low, unsigned char* hig
   return 0;
 }
 
+// The offset of the first byte from bytes[i] on that is not ASCII, or `size`. Runs of
+// ASCII, the common case, are passed over eight bytes at a time.
+size_t SkipAscii(const unsigned char* bytes, size_t size, size_t i) {
+  for (uint64_t word; size - i >= sizeof word; i += sizeof word) {
+    std::memcpy(&word, bytes + i, sizeof word);
+    if (word & 0x8080808080808080ULL) break;
+  }
+  while (i < size && bytes[i] < 0x80) ++i;
+  return i;
+}
+
 bool IsValid(const JsonValue& string) {
   return IsValidUtf8(std::string_view(string.GetString(), string.GetStringLength()));
+}
+
+// True when every member name and string in `value` is valid UTF-8: the walk of
+// FindInvalidUtf8 without the pointers it builds, which only a fault needs.
+bool AllValidUtf8(const JsonValue& value) {
+  std::vector<const JsonValue*> pending{&value};
+  while (!pending.empty()) {
+    const JsonValue* current = pending.back();
+    pending.pop_back();
+    if (current->IsString()) {
+      if (!IsValid(*current)) return false;
+    } else if (current->IsObject()) {
+      for (const auto& member : current->GetObject()) {
+        if (!IsValid(member.name)) return false;
+        pending.push_back(&member.value);
+      }
+    } else if (current->IsArray()) {
+      for (const JsonValue& element : current->GetArray()) pending.push_back(&element);
+    }
+  }
+  return true;
 }
 
 std::string Token(const JsonValue& name) {
@@ -44,6 +78,8 @@ bool IsValidUtf8(std::string_view text) {
   const size_t size = text.size();
   size_t i = 0;
   while (i < size) {
+    i = SkipAscii(bytes, size, i);
+    if (i == size) break;
     unsigned char low;
     unsigned char high;
     const size_t length = SequenceLength(bytes[i], &low, &high);
@@ -58,6 +94,7 @@ bool IsValidUtf8(std::string_view text) {
 }
 
 std::optional<std::string> FindInvalidUtf8(const JsonValue& value) {
+  if (AllValidUtf8(value)) return std::nullopt;
   std::vector<std::pair<const JsonValue*, std::string>> pending{{&value, ""}};
   while (!pending.empty()) {
     auto [current, pointer] = std::move(pending.back());
