@@ -6,6 +6,7 @@
 #include <functional>
 #include <tuple>
 
+#include "setvault/host_functions.h"
 #include "store/store_fixture.h"
 #include "support/reliability_processes.h"
 
@@ -17,9 +18,7 @@ using KorvoSetvault::RevisionConflictException;
 using CompareAndSetTest = WriteStoreTest;
 
 std::shared_ptr<SetvaultObject> Host(const std::string& name) {
-  auto object = std::make_shared<SetvaultObject>(kHost);
-  object->SetData(("{\"hostname\":\"" + name + "\"}").c_str());
-  return object;
+  return KorvoSetvault::CreateObject(kHost, R"({"hostname":")" + name + "\"}");
 }
 
 TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
@@ -29,26 +28,22 @@ TEST_F(CompareAndSetTest, WritesLandOnlyOnTheRevisionRead) {
       "SELECT (SELECT UserValue ->> 'hostname' FROM Config WHERE Name = 'host') || ' ' || "
       "(SELECT UserValue ->> 'mtu' FROM Config WHERE Identifier = 'vs1')";
   const auto set = [&](int revision) { store_->SetIfRevision(Host("new"), revision, kExternal); };
-  const auto update = [&](int revision) {
-    store_->UpdateIfRevision(Host("new"), revision, kExternal);
-  };
   const auto instances = [&](const std::string& instance, int revision) {
     store_->SetInstancesIfRevisions({Switch("vs0", 9000), Switch("vs1", 9000)},
                                     {{instance, revision}}, kExternal);
   };
   struct Case {
     const char* name;
-    std::function<void()> meanwhile;  // what another writer does between read and write
-    std::function<void()> write;
-    int expected, stored;  // the conflict's revisions (expected 0: none)
-    std::string after;     // snapshot afterwards
+    std::function<void()> meanwhile, write;  // another writer's change between read and write
+    int expected, stored;                    // the conflict's revisions (expected 0: none)
+    std::string after;                       // snapshot afterwards
   };
   const std::vector<Case> cases = {
       {"set after a set", [&] { store_->Set(Host("b"), kExternal); }, [&] { set(read); }, 1, 2,
        "b 1500"},
       {"create", [&] { store_->Delete(kHost); }, [&] { set(-1); }, 0, 0, "new 1500"},
       {"update after an update", [&] { store_->UpdateIfRevision(Host("b"), read, kExternal); },
-       [&] { update(read); }, 1, 2, "b 1500"},
+       [&] { store_->UpdateIfRevision(Host("new"), read, kExternal); }, 1, 2, "b 1500"},
       {"instances as read", [] {}, [&] { instances("vs1", read); }, 0, 0, "start 9000"},
       {"instances, one set", [&] { store_->Set(Switch("vs1", 2000), kExternal); },
        [&] { instances("vs1", read); }, 1, 2, "start 2000"},

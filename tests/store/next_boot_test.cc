@@ -17,7 +17,6 @@ using setvault_test::ExpectThrow;
 using setvault_test::Ids;
 using setvault_test::kExternal;
 using setvault_test::kHost;
-using setvault_test::QueryText;
 using setvault_test::RunSql;
 using setvault_test::StatementTrace;
 using setvault_test::Vswitch;
@@ -54,12 +53,11 @@ class NextBootTest : public WriteStoreTest {
     next_boot_ = store_->GetNextBootStore();
   }
 
-  // The staged actions, one "identifier|action|value|vital|version" per row, in key order.
+  // The staged actions, one "identifier|action|value|vital|version|" line per row, in key order.
   std::string Staged() {
-    return QueryText(Db(),
-                     "SELECT group_concat(Identifier || '|' || BootAction || '|' || "
-                     "IFNULL(Value, '-') || '|' || IFNULL(VitalValue, '-') || '|' || Version, "
-                     "' ; ') FROM (SELECT * FROM DesiredUserConfig ORDER BY Name, Identifier)");
+    return Rows(
+        "SELECT Identifier, BootAction, Value, VitalValue, Version FROM DesiredUserConfig "
+        "ORDER BY Name, Identifier");
   }
 
   std::shared_ptr<NextBootStore> next_boot_;
@@ -77,28 +75,18 @@ TEST_F(NextBootTest, BootCycleOfAHost) {
   next_boot_->DeleteInstances(DeviceFilter(R"({"enabled":false})"));
   next_boot_->Delete(kScheduler);
   EXPECT_EQ(Staged(),
-            "|DELETE|-|-|1.1 ; "
-            "0000:01:00.0|SET|{\"address\":\"0000:01:00.0\",\"enabled\":true}|-| ; "
-            "0000:02:00.0|DELETE_INSTANCE|-|-|1.2 ; "
-            "0000:03:00.0|SET|{\"address\":\"0000:03:00.0\",\"enabled\":true}|-|");
+            "|DELETE|-|-|1.1|\n"
+            "0000:01:00.0|SET|{\"address\":\"0000:01:00.0\",\"enabled\":true}|-||\n"
+            "0000:02:00.0|DELETE_INSTANCE|-|-|1.2|\n"
+            "0000:03:00.0|SET|{\"address\":\"0000:03:00.0\",\"enabled\":true}|-||\n");
   EXPECT_EQ(next_boot_->Get(kScheduler), nullptr);
   EXPECT_EQ(Ids(next_boot_->GetInstances(DeviceFilter(R"({"enabled":true})"))),
             (std::vector<std::string>{"0000:01:00.0", "0000:03:00.0"}));
   next_boot_->Reset(kDevices);
-  EXPECT_EQ(Staged(), "|DELETE|-|-|1.1");
+  EXPECT_EQ(Staged(), "|DELETE|-|-|1.1|\n");
 
-  // Kernel options are staged.
+  // Kernel options are staged, then confirmed as a whole.
   UpdateKernelOptions(CreateObject(kOptions, R"({"hugePages":512,"logLevel":"debug"})"));
-  // Partial confirmation: the confirmed part is merged, the desired value stays until all
-  // of it is applied.
-  SetPartialBootStatus(CreateObject(kOptions, R"({"hugePages":512})"));
-  EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512})");
-  EXPECT_EQ(Data(GetDesiredUserConfig(kOptions, kDesiredUserOnly)),
-            R"({"hugePages":512,"logLevel":"debug"})");
-  SetPartialBootStatus(CreateObject(kOptions, R"({"logLevel":"debug"})"));
-  EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512,"logLevel":"debug"})");
-  EXPECT_EQ(Column(kOptions, "DesiredValue"), "<null>");
-  // Whole-object confirmation.
   UpdateKernelOptions(CreateObject(kOptions, R"({"iommu":false})"));
   const int revision = store_->GetRevision(kOptions);
   EXPECT_EQ(SetBootStatus(kOptions, false), 0);
@@ -199,7 +187,7 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
   const std::string untagged =
       "API should only be invoked for configurations tagged @rebootRequiredSetvault.";
   auto vswitches = std::make_shared<FilterSpecObject>(Vswitch(""));
-  auto other_type = CreateObject(kScheduler, R"({"reservedCores":1})");
+  auto other = CreateObject(kScheduler, R"({"reservedCores":1})");
   StatementTrace trace(Db());
   ExpectRefusals({
       {[&] { next_boot_->Get(kHost); }, 2000, untagged},
@@ -213,7 +201,7 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
        "Empty object cannot be set for configurations tagged @rebootRequiredSetvault."},
       {[&] { next_boot_->Set(CreateObject(kScheduler, R"({"reservedCores":-1})")); }, 1089, ""},
       {[&] {
-         next_boot_->SetInstances({DeviceObject("0000:01:00.0", true), other_type});
+         next_boot_->SetInstances({DeviceObject("0000:01:00.0", true), other});
        },
        1062, ""},
       {[&] { next_boot_->SetInstances({nullptr}); }, 1061, ""},
@@ -268,7 +256,6 @@ TEST_F(NextBootTest, HostFunctionsReportBadInputClearly) {
     SetKeyValue("BOOT_INFO", text);
     ExpectThrow<SetvaultException>([] { GetBootInfo(); }, 1082);
   }
-
   EXPECT_EQ(GetSchemaVersion(kDevices), "1.2");
   EXPECT_EQ(GetSchemaVersion(kGone), "");
   EXPECT_EQ(CreateObject(Device("0000:07:00.0"), R"({"enabled":true})", 7ul)->GetRevision(), 7);

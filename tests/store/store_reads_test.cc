@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <functional>
 
 #include "model/setvault_object_impl.h"
 #include "setvault/host_functions.h"

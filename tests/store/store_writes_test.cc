@@ -87,10 +87,9 @@ TEST_F(StoreWritesTest, UpdateInsertsAMissingObjectAndRefusesNoDataOrAnInvalidRe
 }
 
 TEST_F(StoreWritesTest, DeletesRemoveExactlyTheNamedOrMatchingInstances) {
-  for (const auto& [name, mtu] : std::vector<std::pair<std::string, int>>{
-           {"vs0", 9000}, {"vs1", 1500}, {"vs2", 9000}, {"vs3", 2000}, {"vs4", 1500}}) {
-    store_->Set(Switch(name, mtu), kExternal);
-  }
+  store_->SetInstances({Switch("vs0", 9000), Switch("vs1", 1500), Switch("vs2", 9000),
+                        Switch("vs3", 2000), Switch("vs4", 1500)},
+                       kExternal);
   store_->Delete(Vswitch("vs4"));
   store_->Delete(Vswitch("never"));  // not an error
   auto filter = std::make_shared<FilterSpecObject>(Vswitch(""));
@@ -170,7 +169,6 @@ TEST_F(StoreWritesTest, GetMemberOriginsNamesTheOriginOfEachMember) {
       // auto-configuration.
       {[&] { store_->Update(Object(kHost, R"({"powerPolicy":"performance"})"), kAutoConfig); },
        {{"powerPolicy", "auto"}}},
-      {[&] { store_->Update(Object(kHost, R"({"timezone":"UTC"})"), kExternal); }, {}},
       {[&] {
          store_->SetUserData(Object(kHost, R"({"ntp":{"enabled":false}})"), USERDATA_CONTEXT{7});
        },

@@ -13,13 +13,11 @@
 #include "store/setvault_impl.h"
 #include "store/transaction_scope.h"
 #include "support/config_store.h"
-#include "support/expect_error.h"
 #include "support/reliability_processes.h"
+#include "support/validation_thrown.h"
 
 namespace KorvoSetvault {
 namespace {
-
-using setvault_test::ExpectError;
 
 // A store whose begin and commit can be made to fail, counting cancels.
 class ScriptedStore : public SetvaultImpl {
@@ -113,11 +111,11 @@ TEST_F(TransactionTest, GuardRollsBackUnlessCommitted) {
 
 TEST_F(TransactionTest, GuardThatCannotStartThrowsAndCancelsNothing) {
   std::shared_ptr<Setvault> empty;
-  ExpectError([&] { SetvaultTransaction transaction(empty); }, 2000,
-              "Failed to use NULL as the store");
+  EXPECT_EQ(setvault_test::Thrown([&] { SetvaultTransaction transaction(empty); }),
+            "2000 Failed to use NULL as the store");
   scripted_->begin_result = 1;
-  ExpectError([&] { SetvaultTransaction transaction(store_); }, 2000,
-              "Failed to start a transaction.");
+  EXPECT_EQ(setvault_test::Thrown([&] { SetvaultTransaction transaction(store_); }),
+            "2000 Failed to start a transaction.");
   EXPECT_EQ(scripted_->cancels, 0);
 }
 
@@ -173,31 +171,27 @@ TEST_F(TransactionTest, OperationsUnderTheirOwnTransaction) {
   enum Act { kSucceed, kFail, kDoom };
   const struct {
     Act act;
-    const char* error;
+    const char* thrown;
     const char* seen;
   } cases[] = {
       {kSucceed, "", "1"},
-      {kFail, "Operation failed: disk on fire", "0"},
-      {kDoom, "Commit transaction failed.", "0"},
+      {kFail, "2000 Operation failed: disk on fire", "0"},
+      {kDoom, "2000 Commit transaction failed.", "0"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.error);
+    SCOPED_TRACE(c.thrown);
     Sql("DELETE FROM Config");
-    const auto run = [&] {
-      ExecuteUnderTransaction(conn_, c.act, 0, [&](Act act, int, const auto& conn) {
-        WriteRow("a");
-        if (act == kFail) throw std::runtime_error("disk on fire");
-        if (act == kDoom) {
-          ASSERT_EQ(DBStore::BeginTransaction(conn), 0);
-          ASSERT_EQ(DBStore::CancelTransaction(conn), 1);
-        }
-      });
-    };
-    if (*c.error == '\0') {
-      run();
-    } else {
-      ExpectError(run, 2000, c.error);
-    }
+    EXPECT_EQ(setvault_test::Thrown([&] {
+                ExecuteUnderTransaction(conn_, c.act, 0, [&](Act act, int, const auto& conn) {
+                  WriteRow("a");
+                  if (act == kFail) throw std::runtime_error("disk on fire");
+                  if (act == kDoom) {
+                    ASSERT_EQ(DBStore::BeginTransaction(conn), 0);
+                    ASSERT_EQ(DBStore::CancelTransaction(conn), 1);
+                  }
+                });
+              }),
+              c.thrown);
     EXPECT_FALSE(InTransaction());
     EXPECT_EQ(SeenByOther("a"), c.seen);
   }
