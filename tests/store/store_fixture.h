@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "dbstore/db_store.h"
@@ -157,13 +158,9 @@ std::string ExpectThrow(Call call, int code) {
   return "";
 }
 
-// A call the library must refuse with `code` and, unless `message` is empty, that message.
-struct Refusal {
-  std::function<void()> call;
-  int code;
-  std::string message;
-};
-inline void ExpectRefusals(const std::vector<Refusal>& refusals) {
+// Calls the library must refuse, each with its code and, unless it is empty, its message.
+using Refusals = std::vector<std::tuple<std::function<void()>, int, std::string>>;
+inline void ExpectRefusals(const Refusals& refusals) {
   for (size_t i = 0; i < refusals.size(); ++i) {
     SCOPED_TRACE("refusal " + std::to_string(i));
     const auto& [call, code, message] = refusals[i];

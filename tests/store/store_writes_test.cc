@@ -18,7 +18,7 @@ using KorvoSetvault::FilterSpecObject;
 
 using StoreWritesTest = WriteStoreTest;
 
-TEST_F(StoreWritesTest, AnEmptyPartIsStoredAsNull) {
+TEST_F(StoreWritesTest, EveryPartNamesItsMembersAndAnEmptyOneIsStoredAsNull) {
   const std::pair<const char*, std::function<void()>> writes[] = {
       {"VitalValue", [&] { store_->SetVitalData(Object(kHost, "{}")); }},
       {"CachedValue", [&] { store_->SetCachedData(Object(kHost, "{}")); }},
@@ -28,9 +28,16 @@ TEST_F(StoreWritesTest, AnEmptyPartIsStoredAsNull) {
       {"UserValue", [&] { store_->Set(Object(kHost, R"({"systemUuid":"u"})"), kExternal); }},
       {"AutoConfValue", [&] { store_->Set(Object(kHost, R"({"cpuModel":"c"})"), kAutoConfig); }},
   };
+  // Each member names the last origin holding it in the read's merge order (a user value over an
+  // auto-configuration value stays "user"); defaults fill in the rest.
+  const std::map<std::string, std::string> origins = {
+      {"cpuModel", "cached"},  {"hostname", "user"},       {"ntp", "auto"},
+      {"systemUuid", "vital"}, {"powerPolicy", "default"}, {"timezone", "default"}};
+  EXPECT_TRUE(KorvoSetvault::GetMemberOrigins(kHost).empty());
   for (const auto& [column, write] : writes) {
     store_->Set(Object(kHost, R"({"hostname":"h","systemUuid":"u","cpuModel":"c"})"), kExternal);
-    store_->SetUserData(Object(kHost, R"({"hostname":"a"})"), kAutoConfig);
+    store_->SetUserData(Object(kHost, R"({"hostname":"a","ntp":{"enabled":true}})"), kAutoConfig);
+    EXPECT_EQ(KorvoSetvault::GetMemberOrigins(kHost), origins);
     write();
     EXPECT_EQ(Column(kHost, column), "<null>") << column;
   }
@@ -146,40 +153,6 @@ TEST_F(StoreWritesTest, InstanceWritersKeepRevisionsAndTheColumnsOfOtherOrigins)
   store_->SetCachedData(cached);
   EXPECT_EQ(Column(Datastore("d2"), "CachedValue"), R"({"label":"d2","capacityBytes":250})");
   EXPECT_EQ(Column(Datastore("d2"), "UserValue"), R"({"label":"d2","device":"sd2"})");
-}
-
-// After each write every top-level member names the last origin holding it in the read's
-// merge order (a user value over an auto-configuration value stays "user"); defaults fill
-// in the rest.
-TEST_F(StoreWritesTest, GetMemberOriginsNamesTheOriginOfEachMember) {
-  using Origins = std::map<std::string, std::string>;
-  const std::vector<std::pair<std::function<void()>, Origins>> steps = {
-      {[] {}, {}},
-      {[&] { store_->Set(Object(kHost, R"({"hostname":"h1","timezone":"CET"})"), kExternal); },
-       {{"hostname", "user"}, {"timezone", "user"}, {"powerPolicy", "default"}}},
-      {[&] { store_->SetVitalData(Object(kHost, R"({"systemUuid":"u1"})")); },
-       {{"systemUuid", "vital"}}},
-      {[&] { store_->SetCachedData(Object(kHost, R"({"cpuModel":"c1"})")); },
-       {{"cpuModel", "cached"}}},
-      {[&] {
-         store_->Set(Object(kHost, R"({"hostname":"a1","ntp":{"enabled":true}})"), kAutoConfig);
-       },
-       {{"ntp", "auto"}, {"hostname", "user"}}},
-      // Updates merge into the column of their origin; any kind but external is
-      // auto-configuration.
-      {[&] { store_->Update(Object(kHost, R"({"powerPolicy":"performance"})"), kAutoConfig); },
-       {{"powerPolicy", "auto"}}},
-      {[&] {
-         store_->SetUserData(Object(kHost, R"({"ntp":{"enabled":false}})"), USERDATA_CONTEXT{7});
-       },
-       {{"powerPolicy", "default"}}},
-  };
-  Origins expected;
-  for (size_t i = 0; i < steps.size(); ++i) {
-    steps[i].first();
-    for (const auto& [member, origin] : steps[i].second) expected[member] = origin;
-    EXPECT_EQ(KorvoSetvault::GetMemberOrigins(kHost), expected) << "step " << i;
-  }
 }
 
 }  // namespace
