@@ -93,32 +93,7 @@ TEST_F(StoreWritesTest, UpdateInsertsAMissingObjectAndRefusesNoDataOrAnInvalidRe
   EXPECT_EQ(Column(Vswitch("fresh"), "UserValue"), R"({"name":"fresh","mtu":2000})");
 }
 
-TEST_F(StoreWritesTest, DeletesRemoveExactlyTheNamedOrMatchingInstances) {
-  store_->SetInstances({Switch("vs0", 9000), Switch("vs1", 1500), Switch("vs2", 9000),
-                        Switch("vs3", 2000), Switch("vs4", 1500)},
-                       kExternal);
-  store_->Delete(Vswitch("vs4"));
-  store_->Delete(Vswitch("never"));  // not an error
-  auto filter = std::make_shared<FilterSpecObject>(Vswitch(""));
-  filter->SetValue("mtu", 9000);
-  store_->DeleteInstances(filter);
-  EXPECT_EQ(store_->GetInstanceIds(Vswitch("")), (std::vector<std::string>{"vs1", "vs3"}));
-  // A filter without criteria but with an instance id removes that instance only.
-  store_->DeleteInstances(std::make_shared<FilterSpecObject>(Vswitch("vs3")));
-  filter->SetValue("mtu", 4321);
-  store_->DeleteInstances(filter);
-  EXPECT_EQ(store_->GetInstanceIds(Vswitch("")), (std::vector<std::string>{"vs1"}));
-  // Written again after a delete, an object starts over at revision 1.
-  store_->Set(Switch("vs4", 1500), kExternal);
-  EXPECT_EQ(store_->GetRevision(Vswitch("vs4")), 1);
-  // Without criteria and instance id: every instance of the type, and only of the type.
-  store_->Set(Object(Datastore("d1"), R"({"label":"d1"})"), kExternal);
-  store_->DeleteInstances(std::make_shared<FilterSpecObject>(Vswitch("")));
-  EXPECT_EQ(RowCount(Vswitch("")), 0);
-  EXPECT_EQ(RowCount(Datastore("")), 1);
-}
-
-TEST_F(StoreWritesTest, InstanceWritersKeepRevisionsAndTheColumnsOfOtherOrigins) {
+TEST_F(StoreWritesTest, InstanceWritesAndDeletesKeepRevisionsAndTheRowsAndColumnsOfOthers) {
   store_->SetInstances({Switch("a", 1500), Switch("b", 1600)}, kExternal);
   // Created long ago, so that a write which resets the creation time cannot go unnoticed.
   const std::string old_time = "2001-02-03 04:05:06";
@@ -128,6 +103,18 @@ TEST_F(StoreWritesTest, InstanceWritersKeepRevisionsAndTheColumnsOfOtherOrigins)
             (std::vector<std::pair<std::string, int>>{{"a", 2}, {"b", 1}, {"c", 1}}));
   EXPECT_EQ(Column(Vswitch("a"), "CreationTime"), old_time);
   EXPECT_EQ(Data(store_->Get(Vswitch("a"))), R"({"name":"a","mtu":1700})");
+  // Deletes remove exactly the named or matching instances: a filter without criteria but with an
+  // instance id removes that instance only.
+  store_->DeleteInstances(std::make_shared<FilterSpecObject>(Vswitch("b")));
+  store_->Delete(Vswitch("never"));  // not an error
+  auto filter = std::make_shared<FilterSpecObject>(Vswitch(""));
+  filter->SetValue("mtu", 1700);
+  store_->DeleteInstances(filter);
+  EXPECT_EQ(store_->GetInstanceIds(Vswitch("")), std::vector<std::string>{"c"});
+  store_->Delete(Vswitch("c"));
+  store_->Set(Switch("a", 1500), kExternal);  // written again: revision 1 and a new creation time
+  EXPECT_EQ(store_->GetRevision(Vswitch("a")), 1);
+  EXPECT_NE(Column(Vswitch("a"), "CreationTime"), old_time);
 
   // Datastores d1 and d2 whose last member is `member` followed by the datastore's number.
   auto datastores = [&](const std::string& member, const std::string& end = "\"") {
@@ -153,6 +140,10 @@ TEST_F(StoreWritesTest, InstanceWritersKeepRevisionsAndTheColumnsOfOtherOrigins)
   store_->SetCachedData(cached);
   EXPECT_EQ(Column(Datastore("d2"), "CachedValue"), R"({"label":"d2","capacityBytes":250})");
   EXPECT_EQ(Column(Datastore("d2"), "UserValue"), R"({"label":"d2","device":"sd2"})");
+  // Without criteria and instance id: every instance of the type, and only of the type.
+  store_->DeleteInstances(std::make_shared<FilterSpecObject>(Vswitch("")));
+  EXPECT_EQ(RowCount(Vswitch("")), 0);
+  EXPECT_EQ(RowCount(Datastore("")), 2);
 }
 
 }  // namespace
