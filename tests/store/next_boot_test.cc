@@ -17,6 +17,7 @@ using setvault_test::ExpectThrow;
 using setvault_test::Ids;
 using setvault_test::kExternal;
 using setvault_test::kHost;
+using setvault_test::Objects;
 using setvault_test::RunSql;
 using setvault_test::StatementTrace;
 using setvault_test::Vswitch;
@@ -187,7 +188,7 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
   const std::string untagged =
       "API should only be invoked for configurations tagged @rebootRequiredSetvault.";
   auto vswitches = std::make_shared<FilterSpecObject>(Vswitch(""));
-  auto other = CreateObject(kScheduler, R"({"reservedCores":1})");
+  const Objects mixed = {DeviceObject("0000:01:00.0", true), CreateObject(kScheduler, "{}")};
   StatementTrace trace(Db());
   ExpectRefusals({
       {[&] { next_boot_->Get(kHost); }, 2000, untagged},
@@ -200,10 +201,7 @@ TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
       {[&] { next_boot_->Set(CreateObject(kScheduler, "{}")); }, 2000,
        "Empty object cannot be set for configurations tagged @rebootRequiredSetvault."},
       {[&] { next_boot_->Set(CreateObject(kScheduler, R"({"reservedCores":-1})")); }, 1089, ""},
-      {[&] {
-         next_boot_->SetInstances({DeviceObject("0000:01:00.0", true), other});
-       },
-       1062, ""},
+      {[&] { next_boot_->SetInstances(mixed); }, 1062, ""},
       {[&] { next_boot_->SetInstances({nullptr}); }, 1061, ""},
       // Each staged instance is validated.
       {[&] { next_boot_->SetInstances({Object(Device("0000:09:00.0"), R"({"enabled":"yes"})")}); },

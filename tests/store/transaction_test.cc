@@ -69,8 +69,7 @@ TEST_F(TransactionTest, GuardRollsBackUnlessCommitted) {
   } cases[] = {
       {"left in scope", [](SetvaultTransaction&) {}, 1, "0"},
       // Unwinding takes the database layer's rollback, not the store's cancel.
-      {"exception", [](SetvaultTransaction&) { throw std::runtime_error("caller failed"); }, 0,
-       "0"},
+      {"exception", [](SetvaultTransaction&) { throw std::runtime_error("failed"); }, 0, "0"},
       {"committed", [](SetvaultTransaction& t) { EXPECT_EQ(t.Commit(), 0); }, 0, "1"},
       {"cancelled once", [](SetvaultTransaction& t) { EXPECT_EQ(t.Cancel(), 0); }, 1, "0"},
       // A failed commit leaves the rollback to the guard.
@@ -123,17 +122,11 @@ using TransactionDeathTest = TransactionTest;
 
 TEST_F(TransactionDeathTest, CancellingANestedLevelEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(
-      {
-        store_->BeginTransaction();
-        store_->BeginTransaction();
-        store_->CancelTransaction();
-      },
-      "Failed to cancel nested transaction");
+  store_->BeginTransaction();
+  store_->BeginTransaction();
+  EXPECT_DEATH(store_->CancelTransaction(), "Failed to cancel nested transaction");
 }
 
-// An operation that returns is committed; a standard exception and a refused commit (a nested
-// level cancelled inside it) are reported and rolled back.
 // An operation undone inside the caller's transaction (back to its savepoint) leaves no
 // value it wrote and then read in the host flag or object caches.
 TEST_F(TransactionTest, AnUndoneOperationLeavesNothingItReadInTheCaches) {
@@ -167,6 +160,8 @@ TEST_F(TransactionTest, AnUndoneOperationLeavesNothingItReadInTheCaches) {
             "false 1");
 }
 
+// An operation that returns is committed; a standard exception and a refused commit (a nested
+// level cancelled inside it) are reported and rolled back.
 TEST_F(TransactionTest, OperationsUnderTheirOwnTransaction) {
   enum Act { kSucceed, kFail, kDoom };
   const struct {
