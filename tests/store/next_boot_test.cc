@@ -86,17 +86,6 @@ TEST_F(NextBootTest, BootCycleOfAHost) {
   next_boot_->Reset(kDevices);
   EXPECT_EQ(Staged(), "|DELETE|-|-|1.1|\n");
 
-  // Kernel options are staged, then confirmed as a whole.
-  UpdateKernelOptions(CreateObject(kOptions, R"({"hugePages":512,"logLevel":"debug"})"));
-  UpdateKernelOptions(CreateObject(kOptions, R"({"iommu":false})"));
-  const int revision = store_->GetRevision(kOptions);
-  EXPECT_EQ(SetBootStatus(kOptions, false), 0);
-  EXPECT_NE(Column(kOptions, "DesiredValue"), "<null>");
-  EXPECT_EQ(SetBootStatus(kOptions, true), 0);
-  EXPECT_EQ(Column(kOptions, "UserValue"), R"({"hugePages":512,"logLevel":"debug","iommu":false})");
-  EXPECT_EQ(Column(kOptions, "DesiredValue"), "<null>");
-  EXPECT_EQ(store_->GetRevision(kOptions), revision);
-
   // The boot type as the host's start-up code writes it.
   SetKeyValue("BOOT_INFO", R"({"type":3,"reason":"upgrade"})");
   EXPECT_EQ(GetBootInfo(), 3);

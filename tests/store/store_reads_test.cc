@@ -67,7 +67,7 @@ TEST_F(StoreReadsTest, InstancesAndRevisionsInRowOrderNarrowedByTheFilter) {
   EXPECT_EQ(listed[3]->GetRevision(), 7);
 }
 
-TEST_F(StoreReadsTest, RefusedReadsRunNoStatement) {
+TEST_F(StoreReadsTest, RefusedReadsRunNoStatementAndFailedOnesSayWhich) {
   const SetvaultObjectId unknown("nothing", "here", "korvo");
   const SetvaultObjectId host_with_id("host", "system", "korvo", "h1");
   const std::string singleton = "Singleton object cannot contain instanceId";
@@ -108,9 +108,7 @@ TEST_F(StoreReadsTest, RefusedReadsRunNoStatement) {
   store_->GetRevision(kVs0);
   EXPECT_THAT(trace.statements(), ::testing::Not(IsEmpty()));
   EXPECT_TRUE(log.Contains(4, "GetRevision : comp korvo grp net key vswitch id vs0, context: 1"));
-}
-
-TEST_F(StoreReadsTest, FailedRevisionAndInstanceIdQueriesThrow) {
+  // A read whose statement fails says which.
   ASSERT_EQ(RunSql(Db(), "DROP TABLE Config"), SQLITE_OK);
   ExpectError([&] { store_->GetRevision(kHost); }, 2000, "GetRevision command failed");
   ExpectError([&] { store_->GetInstancesRevision(kVswitchType); }, 2000,

@@ -1,5 +1,5 @@
-// Store transactions: the scoped guard, nested guards, and running one operation under its
-// own transaction, checked against what a second connection to the same store file sees.
+// Store transactions: the scoped guard, nested guards, and an operation undone inside the
+// caller's transaction, checked against what a second connection to the same store file sees.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -146,38 +146,6 @@ TEST_F(TransactionTest, AnUndoneOperationLeavesNothingItReadInTheCaches) {
               return value + " " + std::to_string(data().find("kept") != std::string::npos);
             }),
             "false 1");
-}
-
-// An operation that returns is committed; a standard exception and a refused commit (a nested
-// level cancelled inside it) are reported and rolled back.
-TEST_F(TransactionTest, OperationsUnderTheirOwnTransaction) {
-  enum Act { kSucceed, kFail, kDoom };
-  const struct {
-    Act act;
-    const char* thrown;
-    const char* seen;
-  } cases[] = {
-      {kSucceed, "", "1"},
-      {kFail, "2000 Operation failed: disk on fire", "0"},
-      {kDoom, "2000 Commit transaction failed.", "0"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.thrown);
-    Sql("DELETE FROM Config");
-    EXPECT_EQ(setvault_test::Thrown([&] {
-                ExecuteUnderTransaction(conn_, c.act, 0, [&](Act act, int, const auto& conn) {
-                  WriteRow("a");
-                  if (act == kFail) throw std::runtime_error("disk on fire");
-                  if (act == kDoom) {
-                    ASSERT_EQ(DBStore::BeginTransaction(conn), 0);
-                    ASSERT_EQ(DBStore::CancelTransaction(conn), 1);
-                  }
-                });
-              }),
-              c.thrown);
-    EXPECT_FALSE(InTransaction());
-    EXPECT_EQ(SeenByOther("a"), c.seen);
-  }
 }
 
 }  // namespace
