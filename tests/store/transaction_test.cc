@@ -55,7 +55,7 @@ class TransactionTest : public setvault_test::ConfigStoreTest {
   std::shared_ptr<Setvault> store_;
 };
 
-TEST_F(TransactionTest, GuardRollsBackUnlessCommitted) {
+TEST_F(TransactionTest, GuardRollsBackUnlessCommittedAndOneThatCannotStartCancelsNothing) {
   const struct {
     const char* name;
     std::function<void(SetvaultTransaction&)> end;
@@ -94,9 +94,8 @@ TEST_F(TransactionTest, GuardRollsBackUnlessCommitted) {
     EXPECT_FALSE(InTransaction());
     EXPECT_EQ(SeenByOther(c.name), c.seen);
   }
-}
-
-TEST_F(TransactionTest, GuardThatCannotStartThrowsAndCancelsNothing) {
+  // A guard that cannot start throws and cancels nothing (the caller's transaction stays).
+  scripted_->cancels = 0;
   std::shared_ptr<Setvault> empty;
   EXPECT_EQ(setvault_test::Thrown([&] { SetvaultTransaction transaction(empty); }),
             "2000 Failed to use NULL as the store");
