@@ -75,8 +75,7 @@ class WriteStoreTest : public ::testing::Test {
 
   // The raw handle of the thread's connection (the one the store writes through).
   sqlite3* Db() {
-    auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
-    return DBStore::GetSqliteHandle(*conn);
+    return DBStore::GetSqliteHandle(*DBStore::GetConnection(DBStore::kConfigStore, true));
   }
 
   // `column` of the Config row of `id`, as QueryText reports it ("<null>", "<none>").

@@ -59,8 +59,6 @@ TEST_F(StoreWritesTest, RefusedWritesWriteNothing) {
       {1086, [&] { store_->SetVitalData(Object(kHost, R"({"hostname":"h"})")); }},
       {1084, [&] { store_->SetCachedData(Object(kHost, R"({"systemUuid":"u"})")); }},
       {1087, [&] { store_->SetUserData(Object(kHost, R"({"cpuModel":"c"})"), kExternal); }},
-      {1089, [&] { store_->Set(Switch("vs0", 100), kExternal); }},
-      {1089, [&] { store_->Set(Object(kHost, R"({"unknownMember":1})"), kExternal); }},
       {1089, [&] { store_->SetInstances(one_invalid, kExternal); }},
       {1062, [&] { store_->SetInstances(mixed, kExternal); }},
       {1062, [&] { store_->SetUserDataInstances(mixed, kExternal); }},
