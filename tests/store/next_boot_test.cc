@@ -12,15 +12,11 @@ namespace KorvoSetvault {
 namespace {
 
 using setvault_test::ExpectError;
-using setvault_test::ExpectRefusals;
 using setvault_test::ExpectThrow;
-using setvault_test::Ids;
 using setvault_test::kExternal;
 using setvault_test::kHost;
 using setvault_test::Objects;
 using setvault_test::RunSql;
-using setvault_test::StatementTrace;
-using setvault_test::Vswitch;
 using setvault_test::WriteStoreTest;
 
 SetvaultObjectId Device(const std::string& address) {
@@ -81,7 +77,7 @@ TEST_F(NextBootTest, BootCycleOfAHost) {
             "0000:02:00.0|DELETE_INSTANCE|-|-|1.2|\n"
             "0000:03:00.0|SET|{\"address\":\"0000:03:00.0\",\"enabled\":true}|-||\n");
   EXPECT_EQ(next_boot_->Get(kScheduler), nullptr);
-  EXPECT_EQ(Ids(next_boot_->GetInstances(DeviceFilter(R"({"enabled":true})"))),
+  EXPECT_EQ(setvault_test::Ids(next_boot_->GetInstances(DeviceFilter(R"({"enabled":true})"))),
             (std::vector<std::string>{"0000:01:00.0", "0000:03:00.0"}));
   next_boot_->Reset(kDevices);
   EXPECT_EQ(Staged(), "|DELETE|-|-|1.1|\n");
@@ -176,10 +172,10 @@ TEST_F(NextBootTest, FailedConfirmationLeavesTheStoreAsItWas) {
 TEST_F(NextBootTest, RefusalsComeBeforeAnyStatement) {
   const std::string untagged =
       "API should only be invoked for configurations tagged @rebootRequiredSetvault.";
-  auto vswitches = std::make_shared<FilterSpecObject>(Vswitch(""));
+  auto vswitches = std::make_shared<FilterSpecObject>(setvault_test::Vswitch(""));
   const Objects mixed = {DeviceObject("0000:01:00.0", true), CreateObject(kScheduler, "{}")};
-  StatementTrace trace(Db());
-  ExpectRefusals({
+  setvault_test::StatementTrace trace(Db());
+  setvault_test::ExpectRefusals({
       {[&] { next_boot_->Get(kHost); }, 2000, untagged},
       {[&] { next_boot_->Set(Object(kHost, R"({"hostname":"h"})")); }, 2000, untagged},
       {[&] { next_boot_->Delete(kHost); }, 2000, untagged},

@@ -19,7 +19,6 @@ namespace {
 using setvault_test::ExpectError;
 using setvault_test::Ids;
 using setvault_test::kHost;
-using setvault_test::LogCapture;
 using setvault_test::RunSql;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -75,7 +74,7 @@ TEST_F(StoreReadsTest, RefusedReadsRunNoStatementAndFailedOnesSayWhich) {
   const std::string no_schema = "Schema not found for comp korvo grp here key nothing";
   auto host_filter = std::make_shared<FilterSpecObject>(kHost);
   auto unknown_filter = std::make_shared<FilterSpecObject>(unknown);
-  LogCapture log;
+  setvault_test::LogCapture log;
   setvault_test::StatementTrace trace(Db());
   setvault_test::ExpectRefusals({
       {[&] { store_->Get(unknown); }, 1037, no_schema},

@@ -25,7 +25,7 @@ using KorvoSetvault::FilterSpecObject;
 
 using StoreWritesTest = WriteStoreTest;
 
-TEST_F(StoreWritesTest, EveryPartNamesItsMembersAndAnEmptyOneIsStoredAsNull) {
+TEST_F(StoreWritesTest, EveryOriginNamesItsMembersAndAnEmptyValueIsStoredAsNull) {
   const std::pair<const char*, std::function<void()>> writes[] = {
       {"VitalValue", [&] { store_->SetVitalData(Object(kHost, "{}")); }},
       {"CachedValue", [&] { store_->SetCachedData(Object(kHost, "{}")); }},
