@@ -9,9 +9,9 @@
 
 #include "db/config_reads.h"
 #include "db/config_writes.h"
-#include "db/key_value.h"
 #include "model/setvault_object_impl.h"
 #include "setvault/filter_spec_object.h"
+#include "setvault/host_functions.h"
 #include "store/store_fixture.h"
 
 namespace setvault_test {

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "dbstore/db_store.h"
@@ -74,8 +75,7 @@ class WriteStoreTest : public ::testing::Test {
 
   // The raw handle of the thread's connection (the one the store writes through).
   sqlite3* Db() {
-    auto conn = DBStore::GetConnection(DBStore::kConfigStore, true);
-    return DBStore::GetSqliteHandle(*conn);
+    return DBStore::GetSqliteHandle(*DBStore::GetConnection(DBStore::kConfigStore, true));
   }
 
   // `column` of the Config row of `id`, as QueryText reports it ("<null>", "<none>").
@@ -157,13 +157,9 @@ std::string ExpectThrow(Call call, int code) {
   return "";
 }
 
-// A call the library must refuse with `code` and, unless `message` is empty, that message.
-struct Refusal {
-  std::function<void()> call;
-  int code;
-  std::string message;
-};
-inline void ExpectRefusals(const std::vector<Refusal>& refusals) {
+// Calls the library must refuse, each with its code and, unless it is empty, its message.
+using Refusals = std::vector<std::tuple<std::function<void()>, int, std::string>>;
+inline void ExpectRefusals(const Refusals& refusals) {
   for (size_t i = 0; i < refusals.size(); ++i) {
     SCOPED_TRACE("refusal " + std::to_string(i));
     const auto& [call, code, message] = refusals[i];

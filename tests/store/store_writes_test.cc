@@ -1,15 +1,22 @@
 // The store's write operations through the public API, checked against the rows they leave
 // in the database file: revisions, creation times, the value column of each origin, the
-// update merge, deletes by filter, instance writes, refusals and member origins.
+// update merge, deletes by filter, instance writes, refusals and member origins. The caches
+// that keep writes cheap never hide a change: host flags cached across the connection's own
+// writes, and compiled validators across a schema reload by another process.
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <utility>
 #include <vector>
 
+#include "setvault/host_functions.h"
+#include "setvault/schema_setup.h"
 #include "store/store_fixture.h"
 #include "support/log_capture.h"
+#include "support/reliability_processes.h"
 
 namespace setvault_test {
 namespace {
@@ -18,7 +25,7 @@ using KorvoSetvault::FilterSpecObject;
 
 using StoreWritesTest = WriteStoreTest;
 
-TEST_F(StoreWritesTest, AnEmptyPartIsStoredAsNull) {
+TEST_F(StoreWritesTest, EveryOriginNamesItsMembersAndAnEmptyValueIsStoredAsNull) {
   const std::pair<const char*, std::function<void()>> writes[] = {
       {"VitalValue", [&] { store_->SetVitalData(Object(kHost, "{}")); }},
       {"CachedValue", [&] { store_->SetCachedData(Object(kHost, "{}")); }},
@@ -28,9 +35,16 @@ TEST_F(StoreWritesTest, AnEmptyPartIsStoredAsNull) {
       {"UserValue", [&] { store_->Set(Object(kHost, R"({"systemUuid":"u"})"), kExternal); }},
       {"AutoConfValue", [&] { store_->Set(Object(kHost, R"({"cpuModel":"c"})"), kAutoConfig); }},
   };
+  // Each member names the last origin holding it in the read's merge order (a user value over an
+  // auto-configuration value stays "user"); defaults fill in the rest.
+  const std::map<std::string, std::string> origins = {
+      {"cpuModel", "cached"},  {"hostname", "user"},       {"ntp", "auto"},
+      {"systemUuid", "vital"}, {"powerPolicy", "default"}, {"timezone", "default"}};
+  EXPECT_TRUE(KorvoSetvault::GetMemberOrigins(kHost).empty());
   for (const auto& [column, write] : writes) {
     store_->Set(Object(kHost, R"({"hostname":"h","systemUuid":"u","cpuModel":"c"})"), kExternal);
-    store_->SetUserData(Object(kHost, R"({"hostname":"a"})"), kAutoConfig);
+    store_->SetUserData(Object(kHost, R"({"hostname":"a","ntp":{"enabled":true}})"), kAutoConfig);
+    EXPECT_EQ(KorvoSetvault::GetMemberOrigins(kHost), origins);
     write();
     EXPECT_EQ(Column(kHost, column), "<null>") << column;
   }
@@ -45,8 +59,6 @@ TEST_F(StoreWritesTest, RefusedWritesWriteNothing) {
       {1086, [&] { store_->SetVitalData(Object(kHost, R"({"hostname":"h"})")); }},
       {1084, [&] { store_->SetCachedData(Object(kHost, R"({"systemUuid":"u"})")); }},
       {1087, [&] { store_->SetUserData(Object(kHost, R"({"cpuModel":"c"})"), kExternal); }},
-      {1089, [&] { store_->Set(Switch("vs0", 100), kExternal); }},
-      {1089, [&] { store_->Set(Object(kHost, R"({"unknownMember":1})"), kExternal); }},
       {1089, [&] { store_->SetInstances(one_invalid, kExternal); }},
       {1062, [&] { store_->SetInstances(mixed, kExternal); }},
       {1062, [&] { store_->SetUserDataInstances(mixed, kExternal); }},
@@ -72,47 +84,18 @@ TEST_F(StoreWritesTest, RefusedWritesWriteNothing) {
 }
 
 TEST_F(StoreWritesTest, UpdateInsertsAMissingObjectAndRefusesNoDataOrAnInvalidResult) {
-  store_->Update(Switch("fresh", 2000), kExternal);
-  EXPECT_EQ(Data(store_->Get(Vswitch("fresh"))), R"({"name":"fresh","mtu":2000})");
-  EXPECT_EQ(Column(Vswitch("fresh"), "AutoConfValue"), "<null>");
-
   LogCapture log(1);
   store_->Update(std::make_shared<SetvaultObject>(kHost), kExternal);
   EXPECT_TRUE(log.Contains(1, "Update called with empty object for " + kHost.toString() +
                                   ", deletes are not supported"));
   EXPECT_EQ(RowCount(kHost), 0);
+  store_->Update(Switch("fresh", 2000), kExternal);
   ExpectThrow<KorvoSetvault::ValidationException>(
       [&] { store_->Update(Switch("fresh", 1), kExternal); }, 1090);
   EXPECT_EQ(Column(Vswitch("fresh"), "UserValue"), R"({"name":"fresh","mtu":2000})");
 }
 
-TEST_F(StoreWritesTest, DeletesRemoveExactlyTheNamedOrMatchingInstances) {
-  for (const auto& [name, mtu] : std::vector<std::pair<std::string, int>>{
-           {"vs0", 9000}, {"vs1", 1500}, {"vs2", 9000}, {"vs3", 2000}, {"vs4", 1500}}) {
-    store_->Set(Switch(name, mtu), kExternal);
-  }
-  store_->Delete(Vswitch("vs4"));
-  store_->Delete(Vswitch("never"));  // not an error
-  auto filter = std::make_shared<FilterSpecObject>(Vswitch(""));
-  filter->SetValue("mtu", 9000);
-  store_->DeleteInstances(filter);
-  EXPECT_EQ(store_->GetInstanceIds(Vswitch("")), (std::vector<std::string>{"vs1", "vs3"}));
-  // A filter without criteria but with an instance id removes that instance only.
-  store_->DeleteInstances(std::make_shared<FilterSpecObject>(Vswitch("vs3")));
-  filter->SetValue("mtu", 4321);
-  store_->DeleteInstances(filter);
-  EXPECT_EQ(store_->GetInstanceIds(Vswitch("")), (std::vector<std::string>{"vs1"}));
-  // Written again after a delete, an object starts over at revision 1.
-  store_->Set(Switch("vs4", 1500), kExternal);
-  EXPECT_EQ(store_->GetRevision(Vswitch("vs4")), 1);
-  // Without criteria and instance id: every instance of the type, and only of the type.
-  store_->Set(Object(Datastore("d1"), R"({"label":"d1"})"), kExternal);
-  store_->DeleteInstances(std::make_shared<FilterSpecObject>(Vswitch("")));
-  EXPECT_EQ(RowCount(Vswitch("")), 0);
-  EXPECT_EQ(RowCount(Datastore("")), 1);
-}
-
-TEST_F(StoreWritesTest, InstanceWritersKeepRevisionsAndTheColumnsOfOtherOrigins) {
+TEST_F(StoreWritesTest, InstanceWritesAndDeletesKeepRevisionsAndTheRowsAndColumnsOfOthers) {
   store_->SetInstances({Switch("a", 1500), Switch("b", 1600)}, kExternal);
   // Created long ago, so that a write which resets the creation time cannot go unnoticed.
   const std::string old_time = "2001-02-03 04:05:06";
@@ -122,6 +105,18 @@ TEST_F(StoreWritesTest, InstanceWritersKeepRevisionsAndTheColumnsOfOtherOrigins)
             (std::vector<std::pair<std::string, int>>{{"a", 2}, {"b", 1}, {"c", 1}}));
   EXPECT_EQ(Column(Vswitch("a"), "CreationTime"), old_time);
   EXPECT_EQ(Data(store_->Get(Vswitch("a"))), R"({"name":"a","mtu":1700})");
+  // Deletes remove exactly the named or matching instances: a filter without criteria but with an
+  // instance id removes that instance only.
+  store_->DeleteInstances(std::make_shared<FilterSpecObject>(Vswitch("b")));
+  store_->Delete(Vswitch("never"));  // not an error
+  auto filter = std::make_shared<FilterSpecObject>(Vswitch(""));
+  filter->SetValue("mtu", 1700);
+  store_->DeleteInstances(filter);
+  EXPECT_EQ(store_->GetInstanceIds(Vswitch("")), std::vector<std::string>{"c"});
+  store_->Delete(Vswitch("c"));
+  store_->Set(Switch("a", 1500), kExternal);  // written again: revision 1 and a new creation time
+  EXPECT_EQ(store_->GetRevision(Vswitch("a")), 1);
+  EXPECT_NE(Column(Vswitch("a"), "CreationTime"), old_time);
 
   // Datastores d1 and d2 whose last member is `member` followed by the datastore's number.
   auto datastores = [&](const std::string& member, const std::string& end = "\"") {
@@ -147,41 +142,62 @@ TEST_F(StoreWritesTest, InstanceWritersKeepRevisionsAndTheColumnsOfOtherOrigins)
   store_->SetCachedData(cached);
   EXPECT_EQ(Column(Datastore("d2"), "CachedValue"), R"({"label":"d2","capacityBytes":250})");
   EXPECT_EQ(Column(Datastore("d2"), "UserValue"), R"({"label":"d2","device":"sd2"})");
+  // Without criteria and instance id: every instance of the type, and only of the type.
+  store_->DeleteInstances(std::make_shared<FilterSpecObject>(Vswitch("")));
+  EXPECT_EQ(RowCount(Vswitch("")), 0);
+  EXPECT_EQ(RowCount(Datastore("")), 2);
 }
 
-// After each write every top-level member names the last origin holding it in the read's
-// merge order (a user value over an auto-configuration value stays "user"); defaults fill
-// in the rest.
-TEST_F(StoreWritesTest, GetMemberOriginsNamesTheOriginOfEachMember) {
-  using Origins = std::map<std::string, std::string>;
-  const std::vector<std::pair<std::function<void()>, Origins>> steps = {
-      {[] {}, {}},
-      {[&] { store_->Set(Object(kHost, R"({"hostname":"h1","timezone":"CET"})"), kExternal); },
-       {{"hostname", "user"}, {"timezone", "user"}, {"powerPolicy", "default"}}},
-      {[&] { store_->SetVitalData(Object(kHost, R"({"systemUuid":"u1"})")); },
-       {{"systemUuid", "vital"}}},
-      {[&] { store_->SetCachedData(Object(kHost, R"({"cpuModel":"c1"})")); },
-       {{"cpuModel", "cached"}}},
-      {[&] {
-         store_->Set(Object(kHost, R"({"hostname":"a1","ntp":{"enabled":true}})"), kAutoConfig);
-       },
-       {{"ntp", "auto"}, {"hostname", "user"}}},
-      // Updates merge into the column of their origin; any kind but external is
-      // auto-configuration.
-      {[&] { store_->Update(Object(kHost, R"({"powerPolicy":"performance"})"), kAutoConfig); },
-       {{"powerPolicy", "auto"}}},
-      {[&] { store_->Update(Object(kHost, R"({"timezone":"UTC"})"), kExternal); }, {}},
-      {[&] {
-         store_->SetUserData(Object(kHost, R"({"ntp":{"enabled":false}})"), USERDATA_CONTEXT{7});
-       },
-       {{"powerPolicy", "default"}}},
+using PerfCachesTest = WriteStoreTest;
+
+TEST_F(PerfCachesTest, HostFlagReadAfterOwnWriteSeesEveryChange) {
+  struct Case {
+    const char* trigger;      // made by hand before the write, or null
+    bool in_transaction;      // write and read in one transaction of the caller
+    const char* child_value;  // set by another process after the write, or null
+    const char* expected;
+  } const cases[] = {
+      {nullptr, false, "child", "child"},  // another process's change
+      {"UPDATE KeyValue SET Value = 'trigger'", false, nullptr, "trigger"},  // by the written table
+      {"UPDATE KeyValue SET Value = 'in'", true, nullptr, "in"},  // the same inside a transaction
   };
-  Origins expected;
-  for (size_t i = 0; i < steps.size(); ++i) {
-    steps[i].first();
-    for (const auto& [member, origin] : steps[i].second) expected[member] = origin;
-    EXPECT_EQ(KorvoSetvault::GetMemberOrigins(kHost), expected) << "step " << i;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.expected);
+    KorvoSetvault::SetKeyValue("flag", "start");
+    ASSERT_EQ(KorvoSetvault::GetKeyValue("flag"), "start");  // now cached
+    if (c.trigger) {
+      RunSql(Db(), std::string("CREATE TRIGGER Flag AFTER INSERT ON Config BEGIN ") + c.trigger +
+                       " WHERE Key = 'flag'; END");
+    }
+    if (c.in_transaction) store_->BeginTransaction();
+    store_->Set(Object(kHost, R"({"hostname":"h"})"), kExternal);
+    if (c.child_value) {
+      ASSERT_EQ(RunInChild([&] {
+                  KorvoSetvault::SetKeyValue("flag", c.child_value);
+                  return KorvoSetvault::GetKeyValue("flag");
+                }),
+                c.child_value);
+    }
+    EXPECT_EQ(KorvoSetvault::GetKeyValue("flag"), c.expected);
+    if (c.in_transaction) store_->CommitTransaction();
+    RunSql(Db(), "DROP TRIGGER IF EXISTS Flag");
   }
+}
+
+TEST_F(PerfCachesTest, ValidationFollowsASchemaReloadedByAnotherProcess) {
+  auto low_power = [] { return Object(kHost, R"({"powerPolicy":"lowPower"})"); };
+  store_->Set(low_power(), kExternal);  // the example schema allows it; now compiled
+  ASSERT_EQ(Wait(Spawn([] {
+              std::ifstream in(ExampleSchemaDir() + "/host.json");
+              std::string definition{std::istreambuf_iterator<char>(in), {}};
+              const size_t at = definition.find(", \"lowPower\"]");
+              TempDir reloaded;  // the host type without "lowPower"
+              reloaded.WriteFile("host.json", definition.replace(at, 12, ""));
+              return static_cast<int>(KorvoSetvault::LoadSchemaDefinitions(reloaded.path()));
+            })),
+            1);
+  ExpectThrow<KorvoSetvault::ValidationException>([&] { store_->Set(low_power(), kExternal); },
+                                                  1089);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Store transactions: the scoped guard, nested guards, and running one operation under its
-// own transaction, checked against what a second connection to the same store file sees.
+// Store transactions: the scoped guard, nested guards, and an operation undone inside the
+// caller's transaction, checked against what a second connection to the same store file sees.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
@@ -13,31 +13,24 @@
 #include "store/setvault_impl.h"
 #include "store/transaction_scope.h"
 #include "support/config_store.h"
-#include "support/expect_error.h"
 #include "support/reliability_processes.h"
+#include "support/validation_thrown.h"
 
 namespace KorvoSetvault {
 namespace {
 
-using setvault_test::ExpectError;
-
-// A store whose begin and commit can be made to fail, counting cancels.
+// A store whose begin can be made to fail, counting cancels.
 class ScriptedStore : public SetvaultImpl {
  public:
   using SetvaultImpl::SetvaultImpl;
   int BeginTransaction() override {
     return begin_result != 0 ? begin_result : SetvaultImpl::BeginTransaction();
   }
-  int CommitTransaction() override {
-    if (commit_throws) throw SetvaultException(SV_ERR_GENERIC, "Commit transaction failed.");
-    return SetvaultImpl::CommitTransaction();
-  }
   int CancelTransaction() noexcept override {
     ++cancels;
     return SetvaultImpl::CancelTransaction();
   }
   int begin_result = 0;
-  bool commit_throws = false;
   int cancels = 0;
 };
 
@@ -56,13 +49,12 @@ class TransactionTest : public setvault_test::ConfigStoreTest {
     return setvault_test::QueryText(DBStore::GetSqliteHandle(*other),
                                     "SELECT COUNT(*) FROM Config WHERE Name = '" + name + "'");
   }
-  bool InTransaction() { return sqlite3_get_autocommit(Db()) == 0; }
 
   std::shared_ptr<ScriptedStore> scripted_;
   std::shared_ptr<Setvault> store_;
 };
 
-TEST_F(TransactionTest, GuardRollsBackUnlessCommitted) {
+TEST_F(TransactionTest, GuardRollsBackUnlessCommittedAndOneThatCannotStartCancelsNothing) {
   const struct {
     const char* name;
     std::function<void(SetvaultTransaction&)> end;
@@ -71,18 +63,11 @@ TEST_F(TransactionTest, GuardRollsBackUnlessCommitted) {
   } cases[] = {
       {"left in scope", [](SetvaultTransaction&) {}, 1, "0"},
       // Unwinding takes the database layer's rollback, not the store's cancel.
-      {"exception", [](SetvaultTransaction&) { throw std::runtime_error("caller failed"); }, 0,
-       "0"},
+      {"exception", [](SetvaultTransaction&) { throw std::runtime_error("failed"); }, 0, "0"},
       {"committed", [](SetvaultTransaction& t) { EXPECT_EQ(t.Commit(), 0); }, 0, "1"},
       {"cancelled once", [](SetvaultTransaction& t) { EXPECT_EQ(t.Cancel(), 0); }, 1, "0"},
-      // A failed commit leaves the rollback to the guard.
-      {"commit fails",
-       [&](SetvaultTransaction& t) {
-         scripted_->commit_throws = true;
-         EXPECT_THROW(t.Commit(), SetvaultException);
-       },
-       1, "0"},
-      // An exception leaving a nested guard dooms the outer one (no fatal nested cancel).
+      // An exception leaving a nested guard dooms the outer one (no fatal nested cancel); the
+      // failed commit leaves the rollback to the guard.
       {"nested guard unwound",
        [&](SetvaultTransaction& t) {
          try {
@@ -104,20 +89,18 @@ TEST_F(TransactionTest, GuardRollsBackUnlessCommitted) {
       c.end(transaction);
     } catch (const std::runtime_error&) {
     }
-    scripted_->commit_throws = false;
     EXPECT_EQ(scripted_->cancels, c.cancels);
-    EXPECT_FALSE(InTransaction());
+    EXPECT_NE(sqlite3_get_autocommit(Db()), 0);  // no transaction left open
     EXPECT_EQ(SeenByOther(c.name), c.seen);
   }
-}
-
-TEST_F(TransactionTest, GuardThatCannotStartThrowsAndCancelsNothing) {
+  // A guard that cannot start throws and cancels nothing (the caller's transaction stays).
+  scripted_->cancels = 0;
   std::shared_ptr<Setvault> empty;
-  ExpectError([&] { SetvaultTransaction transaction(empty); }, 2000,
-              "Failed to use NULL as the store");
+  EXPECT_EQ(setvault_test::Thrown([&] { SetvaultTransaction transaction(empty); }),
+            "2000 Failed to use NULL as the store");
   scripted_->begin_result = 1;
-  ExpectError([&] { SetvaultTransaction transaction(store_); }, 2000,
-              "Failed to start a transaction.");
+  EXPECT_EQ(setvault_test::Thrown([&] { SetvaultTransaction transaction(store_); }),
+            "2000 Failed to start a transaction.");
   EXPECT_EQ(scripted_->cancels, 0);
 }
 
@@ -125,17 +108,11 @@ using TransactionDeathTest = TransactionTest;
 
 TEST_F(TransactionDeathTest, CancellingANestedLevelEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(
-      {
-        store_->BeginTransaction();
-        store_->BeginTransaction();
-        store_->CancelTransaction();
-      },
-      "Failed to cancel nested transaction");
+  store_->BeginTransaction();
+  store_->BeginTransaction();
+  EXPECT_DEATH(store_->CancelTransaction(), "Failed to cancel nested transaction");
 }
 
-// An operation that returns is committed; a standard exception and a refused commit (a nested
-// level cancelled inside it) are reported and rolled back.
 // An operation undone inside the caller's transaction (back to its savepoint) leaves no
 // value it wrote and then read in the host flag or object caches.
 TEST_F(TransactionTest, AnUndoneOperationLeavesNothingItReadInTheCaches) {
@@ -167,40 +144,6 @@ TEST_F(TransactionTest, AnUndoneOperationLeavesNothingItReadInTheCaches) {
               return value + " " + std::to_string(data().find("kept") != std::string::npos);
             }),
             "false 1");
-}
-
-TEST_F(TransactionTest, OperationsUnderTheirOwnTransaction) {
-  enum Act { kSucceed, kFail, kDoom };
-  const struct {
-    Act act;
-    const char* error;
-    const char* seen;
-  } cases[] = {
-      {kSucceed, "", "1"},
-      {kFail, "Operation failed: disk on fire", "0"},
-      {kDoom, "Commit transaction failed.", "0"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.error);
-    Sql("DELETE FROM Config");
-    const auto run = [&] {
-      ExecuteUnderTransaction(conn_, c.act, 0, [&](Act act, int, const auto& conn) {
-        WriteRow("a");
-        if (act == kFail) throw std::runtime_error("disk on fire");
-        if (act == kDoom) {
-          ASSERT_EQ(DBStore::BeginTransaction(conn), 0);
-          ASSERT_EQ(DBStore::CancelTransaction(conn), 1);
-        }
-      });
-    };
-    if (*c.error == '\0') {
-      run();
-    } else {
-      ExpectError(run, 2000, c.error);
-    }
-    EXPECT_FALSE(InTransaction());
-    EXPECT_EQ(SeenByOther("a"), c.seen);
-  }
 }
 
 }  // namespace

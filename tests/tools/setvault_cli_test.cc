@@ -25,7 +25,6 @@ TEST(SetvaultCliTest, EveryCommandOnOneStore) {
       // Reads never create a store; usage errors.
       {"setvault get $H; s=$?; test ! -e store.db && exit $s", 1,
        "no store at " + dir.File("store.db")},
-      {"setvault ls", 1, "reads never create one"},
       {"setvault sett korvo", 2, "unknown command 'sett'; did you mean: set"},
       {"setvault --compact schema lod x", 2,
        "unknown command 'schema lod'; did you mean: schema load"},
@@ -70,7 +69,6 @@ TEST(SetvaultCliTest, EveryCommandOnOneStore) {
       {"setvault get $V", 2, "add the instance id after the key"},
       {"setvault get $V vs9", 3, "nothing stored for korvo net vswitch vs9"},
       {"setvault get korvo net nothing", 3, "error 1037"},
-      {"setvault delete $V vs9", 3, "nothing stored"},
       {"setvault delete $V vs3", 0, R"({"deleted":1})"},
       {"setvault delete-instances $V", 2, "needs either --filter JSON or --all"},
       {R"(setvault delete-instances $V --filter '{"mtu": 1}')", 3, "no stored instance"},
@@ -78,7 +76,6 @@ TEST(SetvaultCliTest, EveryCommandOnOneStore) {
       // Bad input: refused with findings, JSON errors with line and column.
       {R"(setvault set $V vs0 '{"mtu": 99999, "speed": 1}')", 4, "  /mtu: "},
       {R"(setvault validate $H '{"hostname": 42}')", 4, R"([{"field":"/hostname")"},
-      {R"(setvault validate $H '{"hostname": "h"}')", 0, "[]"},
       {"setvault set $H '{\n  \"a\": }'", 2, "data: not JSON at line 2, column 8"},
       {"setvault instances $V --filter @deep.json", 2, "--filter: a JSON object"},
       {"setvault set $V vs0 @/dev/zero", 1, "larger than the limit of 16777216 bytes"},
@@ -94,7 +91,6 @@ TEST(SetvaultCliTest, EveryCommandOnOneStore) {
       {R"(echo '{"korvo": {"net": {"vswitch": []}}}' | setvault import - --dry-run)", 0,
        R"("operation":"DELETE")"},
       {"setvault import edited.json && setvault get $V vs0", 0, R"("mtu":1500)"},
-      {"setvault diff edited.json", 0, "[]"},
       {R"(echo '{"korvo": {"net": {"vswitch": [{"name": "x", "mtu": 1}]}}}' | setvault import -)",
        4, "/korvo/net/vswitch/0/mtu"},
       {"setvault validate --document edited.json", 0, "[]"},
@@ -135,7 +131,6 @@ TEST(SetvaultCliTest, EveryCommandOnOneStore) {
       {"echo '{\"component\":\"a\"}' > one/bad.json; setvault schema check one", 4,
        R"("file":"one/bad.json","ok":false,"faults":[)"},
       {"mkdir d && mv deep.json d/ && setvault schema load d", 1, "nested deeper than 512 levels"},
-      {"setvault schema check d", 4, "nested deeper than 512 levels"},
   };
   // Each step's shell line runs in the test's directory; its output is stdout and stderr.
   for (const auto& step : steps) {
