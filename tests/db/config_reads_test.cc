@@ -14,7 +14,7 @@
 #include "setvault/exceptions.h"
 #include "store/setvault_impl.h"
 #include "support/config_store.h"
-#include "support/expect_error.h"
+#include "support/thrown.h"
 #include "support/log_capture.h"
 
 namespace KorvoSetvault {

@@ -7,15 +7,15 @@
 #include <utility>
 
 #include "document/setvault_document.h"
-#include "model/thrown.h"
 #include "setvault/exceptions.h"
-#include "support/expect_error.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
+#include "support/thrown.h"
 
 namespace KorvoSetvault {
 namespace {
 
+using setvault_test::CodeOf;
 using setvault_test::ExpectError;
 using setvault_test::LogCapture;
 

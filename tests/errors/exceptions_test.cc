@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "errors/error_messages.h"
-#include "support/expect_error.h"
+#include "support/thrown.h"
 #include "support/log_capture.h"
 
 namespace KorvoSetvault {

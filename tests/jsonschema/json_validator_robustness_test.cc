@@ -15,7 +15,7 @@
 
 #include "json_validator_fixture.h"
 #include "jsonschema/json_validator_cache.h"
-#include "support/validation_thrown.h"
+#include "support/thrown.h"
 
 namespace setvault_test {
 namespace {

@@ -8,13 +8,14 @@
 #include <vector>
 
 #include "model/setvault_object_impl.h"
-#include "model/thrown.h"
 #include "model/update_merge.h"
 #include "support/example_schemas.h"
 #include "support/log_capture.h"
+#include "support/thrown.h"
 
 namespace KorvoSetvault {
 namespace {
+using setvault_test::MessageOf;
 
 class SetvaultObjectTest : public ::testing::Test {
  protected:

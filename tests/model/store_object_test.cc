@@ -12,17 +12,19 @@
 #include <vector>
 
 #include "model/filter_match.h"
-#include "model/thrown.h"
 #include "setvault/drift.h"
 #include "setvault/drift_object.h"
 #include "setvault/filter_spec_object.h"
 #include "support/example_schemas.h"
 #include "support/log_capture.h"
+#include "support/thrown.h"
 
 namespace KorvoSetvault {
 namespace {
 
+using setvault_test::CodeOf;
 using setvault_test::LogCapture;
+using setvault_test::MessageOf;
 using Strings = std::vector<std::string>;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 

@@ -16,13 +16,13 @@
 #include <stdexcept>
 #include <vector>
 
-#include "model/thrown.h"
 #include "notify/notifier.h"
 #include "notify/uds_client.h"
 #include "reliability/store_processes.h"
 #include "setvault/host_functions.h"
 #include "support/example_schemas.h"
 #include "support/log_capture.h"
+#include "support/thrown.h"
 
 namespace setvault_test {
 namespace {
@@ -323,7 +323,7 @@ TEST_F(NotifierTest, AMissingOrStuckDaemonLogsOneInfoLineAndTheWriteStands) {
 }
 
 // The message of the std::runtime_error a call throws, or "" when none.
-constexpr auto Error = &KorvoSetvault::MessageOf<std::runtime_error>;
+constexpr auto Error = &setvault_test::MessageOf<std::runtime_error, std::function<void()>>;
 
 // The lowest free descriptor number.
 int LowestFree() {

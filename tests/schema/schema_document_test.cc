@@ -15,8 +15,7 @@
 #include "schema/schema_store.h"
 #include "setvault/exceptions.h"
 #include "support/example_schemas.h"
-#include "support/expect_error.h"
-#include "support/validation_thrown.h"
+#include "support/thrown.h"
 
 namespace KorvoSetvault {
 namespace {

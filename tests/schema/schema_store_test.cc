@@ -16,7 +16,7 @@
 #include "support/log_capture.h"
 #include "support/reliability_processes.h"
 #include "support/temp_dir.h"
-#include "support/validation_thrown.h"
+#include "support/thrown.h"
 
 namespace setvault_test {
 namespace {

@@ -6,7 +6,7 @@
 #include "model/setvault_object_impl.h"
 #include "setvault/setvault.h"
 #include "store/store_fixture.h"
-#include "support/expect_error.h"
+#include "support/thrown.h"
 
 namespace KorvoSetvault {
 namespace {

@@ -10,7 +10,7 @@
 #include "model/setvault_object_impl.h"
 #include "setvault/host_functions.h"
 #include "store/store_fixture.h"
-#include "support/expect_error.h"
+#include "support/thrown.h"
 #include "support/log_capture.h"
 
 namespace KorvoSetvault {

@@ -14,7 +14,7 @@
 #include "store/transaction_scope.h"
 #include "support/config_store.h"
 #include "support/reliability_processes.h"
-#include "support/validation_thrown.h"
+#include "support/thrown.h"
 
 namespace KorvoSetvault {
 namespace {

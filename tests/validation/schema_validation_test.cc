@@ -22,7 +22,7 @@
 #include "store/setvault_impl.h"
 #include "support/example_schemas.h"
 #include "support/log_capture.h"
-#include "support/validation_thrown.h"
+#include "support/thrown.h"
 #include "validation/cleanup.h"
 #include "validation/guards.h"
 
