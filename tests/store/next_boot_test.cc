@@ -64,21 +64,22 @@ TEST_F(NextBootTest, BootCycleOfAHost) {
   // Staging: a singleton, instances (the vital member split off) and their deletions.
   next_boot_->Set(CreateObject(kScheduler, R"({"reservedCores":2})"));
   store_->Set(DeviceObject("0000:01:00.0", false), kExternal);  // stored, disabled now
-  auto staged_b = DeviceObject("0000:02:00.0", false);
+  auto staged_b = DeviceObject("0000:02:00.0", true);
   staged_b->SetValue("deviceId", "10de:1eb8");
   next_boot_->SetInstances(
-      {DeviceObject("0000:01:00.0", true), staged_b, DeviceObject("0000:03:00.0", true)});
+      {DeviceObject("0000:01:00.0", true), staged_b, DeviceObject("0000:03:00.0", false)});
   // A filter matches the value each instance has at the next boot: 01 is staged enabled.
   next_boot_->DeleteInstances(DeviceFilter(R"({"enabled":false})"));
   next_boot_->Delete(kScheduler);
   EXPECT_EQ(Staged(),
             "|DELETE|-|-|1.1|\n"
             "0000:01:00.0|SET|{\"address\":\"0000:01:00.0\",\"enabled\":true}|-||\n"
-            "0000:02:00.0|DELETE_INSTANCE|-|-|1.2|\n"
-            "0000:03:00.0|SET|{\"address\":\"0000:03:00.0\",\"enabled\":true}|-||\n");
+            "0000:02:00.0|SET|{\"address\":\"0000:02:00.0\",\"enabled\":true}|"
+            "{\"deviceId\":\"10de:1eb8\"}||\n"
+            "0000:03:00.0|DELETE_INSTANCE|-|-|1.2|\n");
   EXPECT_EQ(next_boot_->Get(kScheduler), nullptr);
   EXPECT_EQ(setvault_test::Ids(next_boot_->GetInstances(DeviceFilter(R"({"enabled":true})"))),
-            (std::vector<std::string>{"0000:01:00.0", "0000:03:00.0"}));
+            (std::vector<std::string>{"0000:01:00.0", "0000:02:00.0"}));
   next_boot_->Reset(kDevices);
   EXPECT_EQ(Staged(), "|DELETE|-|-|1.1|\n");
 
