@@ -167,7 +167,7 @@ Failure TakeLastFailure();
 // The mark of what a cache of data read through one connection is valid for.
 struct StoreStamp {
   bool valid = false;
-  int64_t data_version = -1;   // commits of other connections (and, for some, its own)
+  int64_t data_version = -1;   // other connections' commits (the pager's: also its own)
   int64_t total_changes = -1;  // rows changed by this connection
   uint64_t rollbacks = 0;      // rollbacks seen by this connection
   uint64_t transaction = 0;    // the transaction it was last checked in, 0 for none

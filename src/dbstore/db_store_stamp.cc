@@ -28,8 +28,10 @@ int ReadDataVersion(const std::shared_ptr<StoreConnection>& conn, internal::Stam
       internal::LogSqliteError(conn->db(), rc, "Reading the data version", kReadDataVersionSql);
       return 1;
     }
-    *version = sqlite3_column_int64(stmt.get(), 0);
-    if (source == internal::StampVersion::kPragma) return 0;
+    if (source == internal::StampVersion::kPragma) {
+      *version = sqlite3_column_int64(stmt.get(), 0);
+      return 0;
+    }
   }
   unsigned int pager_version = 0;
   const int rc =
